@@ -1,9 +1,9 @@
 #include "MeetingCore/Platform/Digest.h"
 
-#include <openssl/evp.h>
-
 #include <array>
 #include <stdexcept>
+
+#include <openssl/evp.h>
 
 namespace meetingcore {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <filesystem>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace meetingcore {
 

@@ -1,14 +1,14 @@
 #include "MeetingCore/Platform/FileManager.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/MeetingError.h"
@@ -68,7 +68,8 @@ class SystemFileManager final : public FileManager {
 public:
     std::optional<FileStatus> status(const fs::path& path) override {
         struct stat info {};
-        if (::lstat(path.c_str(), &info) == 0) return FileStatus{kindOf(info.st_mode), static_cast<std::uint64_t>(info.st_size)};
+        if (::lstat(path.c_str(), &info) == 0)
+            return FileStatus{kindOf(info.st_mode), static_cast<std::uint64_t>(info.st_size)};
         if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
         fail(path, "kann nicht geprüft werden", errno);
     }
@@ -95,7 +96,8 @@ public:
         if (!descriptor) fail(path, "kann nicht geöffnet werden", errno);
         struct stat info {};
         if (::fstat(descriptor.get(), &info) != 0) fail(path, "kann nicht gelesen werden", errno);
-        if (!S_ISREG(info.st_mode)) throw MeetingError::storage(quotedName(path) + " ist keine gewöhnliche Datei.");
+        if (!S_ISREG(info.st_mode))
+            throw MeetingError::storage(quotedName(path) + " ist keine gewöhnliche Datei.");
         const auto size = static_cast<std::uint64_t>(info.st_size);
         std::string bytes(std::min<std::uint64_t>(maximum, size > offset ? size - offset : 0), '\0');
         std::size_t count = 0;
@@ -127,7 +129,8 @@ public:
     }
 
     void move(const fs::path& from, const fs::path& to) override {
-        if (::rename(from.c_str(), to.c_str()) != 0) fail(to, "kann nicht an ihren Platz gebracht werden", errno);
+        if (::rename(from.c_str(), to.c_str()) != 0)
+            fail(to, "kann nicht an ihren Platz gebracht werden", errno);
     }
 
     void remove(const fs::path& path) override {
@@ -138,7 +141,8 @@ public:
         const auto descriptor = FileDescriptor::open(path, O_RDONLY | O_DIRECTORY);
         if (!descriptor) throw MeetingError::storage("Verzeichnis kann nicht synchronisiert werden.");
         if (::fsync(descriptor.get()) != 0) {
-            throw MeetingError::storage(std::string("Verzeichnissicherung fehlgeschlagen: ") + std::strerror(errno));
+            throw MeetingError::storage(std::string("Verzeichnissicherung fehlgeschlagen: ") +
+                                        std::strerror(errno));
         }
     }
 };
@@ -151,8 +155,8 @@ FileManager& FileManager::system() {
 }
 
 bool pathExists(const fs::path& path) {
-    std::error_code ignored;
-    return fs::exists(path, ignored);
+    std::error_code undecided;
+    return fs::exists(path, undecided) || undecided;
 }
 
 void createDirectories(FileManager& files, const fs::path& path) {
@@ -162,6 +166,10 @@ void createDirectories(FileManager& files, const fs::path& path) {
     createDirectories(files, parent);
     files.createDirectory(path);
     files.flushDirectory(parent.empty() ? fs::path(".") : parent);
+}
+
+void restrictToOwner(const fs::path& file) {
+    if (::chmod(file.c_str(), fileMode) != 0) fail(file, "kann nicht geschützt werden", errno);
 }
 
 void writeSynced(FileManager& files, std::string_view bytes, const fs::path& path) {
@@ -222,7 +230,8 @@ std::string systemErrorText(int error) {
         {ESTALE, "Der Datenträger ist nicht erreichbar."},
         {EBUSY, "Datei oder Ordner wird gerade benutzt."},
     });
-    const auto* const found = std::find_if(entries.begin(), entries.end(), [&](const Entry& e) { return e.error == error; });
+    const auto* const found =
+        std::find_if(entries.begin(), entries.end(), [&](const Entry& e) { return e.error == error; });
     return found != entries.end() ? found->text : "Systemfehler " + std::to_string(error) + ".";
 }
 

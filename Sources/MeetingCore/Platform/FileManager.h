@@ -26,17 +26,18 @@ public:
     /// Writes all bytes at the end. After an error nothing is known about how many of them arrived.
     virtual void write(std::string_view bytes) = 0;
 
-    /// Returns once the file's content is on stable storage. After an error the content must be taken as lost, even
-    /// if a second attempt succeeds: write the data to a new file.
+    /// Returns once the file's content is on stable storage. After an error the content must be taken as lost,
+    /// even if a second attempt succeeds: write the data to a new file.
     virtual void flush() = 0;
 
     virtual void close() = 0;
 };
 
-/// The one seam between the core and the file system: everything that must survive a crash is written through it.
+/// The one seam between the core and the file system: everything that must survive a crash is written through
+/// it.
 ///
-/// Folders are created with permissions 0700 and files with 0600, whatever the process's umask. Every failure is a
-/// MeetingError (storage) with a German message. Thread-safe; holds no state.
+/// Folders are created with permissions 0700 and files with 0600, whatever the process's umask. Every failure
+/// is a MeetingError (storage) with a German message. Thread-safe; holds no state.
 class FileManager {
 public:
     virtual ~FileManager() = default;
@@ -69,18 +70,22 @@ public:
     virtual void flushDirectory(const std::filesystem::path& path) = 0;
 };
 
-/// Whether the name leads to anything; links are followed.
+/// Whether the name leads to anything; links are followed. True where that cannot be told, so that the next
+/// step reports the error instead of taking the name for free.
 bool pathExists(const std::filesystem::path& path);
 
 /// Creates the missing folders of the path and flushes the parent of each, so that they outlive a power cut.
 void createDirectories(FileManager& files, const std::filesystem::path& path);
 
+/// Sets a file's permissions to 0600.
+void restrictToOwner(const std::filesystem::path& file);
+
 /// Creates a file with this content and flushes it. Its name is durable only once the folder was flushed too.
 void writeSynced(FileManager& files, std::string_view bytes, const std::filesystem::path& path);
 
-/// Replaces the file as a whole: writes and flushes a hidden file beside it, renames it over the target and flushes
-/// the folder. Readers, and the disk after a power cut, have the old content or the new, nothing between.
-/// On an error before the rename the target is untouched and the hidden file is removed.
+/// Replaces the file as a whole: writes and flushes a hidden file beside it, renames it over the target and
+/// flushes the folder. Readers, and the disk after a power cut, have the old content or the new, nothing
+/// between. On an error before the rename the target is untouched and the hidden file is removed.
 void writeAtomically(FileManager& files, std::string_view bytes, const std::filesystem::path& path);
 
 /// Flushes an open file down to the drive: F_FULLFSYNC where the system has it, since `fsync` there leaves the

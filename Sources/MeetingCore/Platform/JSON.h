@@ -81,7 +81,8 @@ public:
         } else {
             [&]<std::size_t... i>(std::index_sequence<i...>) {
                 (writeField(value, std::get<order[i]>(fields<T>), first), ...);
-            }(std::make_index_sequence<order.size()>());
+            }
+            (std::make_index_sequence<order.size()>());
         }
         out_ += '}';
     }
@@ -127,9 +128,9 @@ std::string encode(const T& value, Keys keys = Keys::declared) {
     return out;
 }
 
-/// Reads one value, as strict as the platform's decoder: unknown keys are ignored, a missing or null optional is
-/// absent, a missing required field is an error. `what` opens the German message of the MeetingError (invalidData)
-/// that any error throws; it names the text, such as „diarization.json“.
+/// Reads one value, as strict as the platform's decoder: unknown keys are ignored, a missing or null optional
+/// is absent, a missing required field is an error. `what` opens the German message of the MeetingError
+/// (invalidData) that any error throws; it names the text, such as „diarization.json“.
 ///
 /// Defined in JSONReader.h and instantiated beside each record, so that its users need no JSON library.
 template <class T>

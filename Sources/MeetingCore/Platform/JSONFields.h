@@ -24,17 +24,39 @@ constexpr Field<Record, Member> field(std::string_view name, Member Record::*mem
 template <class Record, std::size_t count>
 constexpr bool hasFieldCount() {
     [[maybe_unused]] constexpr auto bind = [](const Record& r) {
-        if constexpr (count == 1) { [[maybe_unused]] const auto& [a] = r; }
-        if constexpr (count == 2) { [[maybe_unused]] const auto& [a, b] = r; }
-        if constexpr (count == 3) { [[maybe_unused]] const auto& [a, b, c] = r; }
-        if constexpr (count == 4) { [[maybe_unused]] const auto& [a, b, c, d] = r; }
-        if constexpr (count == 5) { [[maybe_unused]] const auto& [a, b, c, d, e] = r; }
-        if constexpr (count == 6) { [[maybe_unused]] const auto& [a, b, c, d, e, f] = r; }
-        if constexpr (count == 7) { [[maybe_unused]] const auto& [a, b, c, d, e, f, g] = r; }
-        if constexpr (count == 8) { [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h] = r; }
-        if constexpr (count == 9) { [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i] = r; }
-        if constexpr (count == 10) { [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i, j] = r; }
-        if constexpr (count == 11) { [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i, j, k] = r; }
+        if constexpr (count == 1) {
+            [[maybe_unused]] const auto& [a] = r;
+        }
+        if constexpr (count == 2) {
+            [[maybe_unused]] const auto& [a, b] = r;
+        }
+        if constexpr (count == 3) {
+            [[maybe_unused]] const auto& [a, b, c] = r;
+        }
+        if constexpr (count == 4) {
+            [[maybe_unused]] const auto& [a, b, c, d] = r;
+        }
+        if constexpr (count == 5) {
+            [[maybe_unused]] const auto& [a, b, c, d, e] = r;
+        }
+        if constexpr (count == 6) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f] = r;
+        }
+        if constexpr (count == 7) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f, g] = r;
+        }
+        if constexpr (count == 8) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h] = r;
+        }
+        if constexpr (count == 9) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i] = r;
+        }
+        if constexpr (count == 10) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i, j] = r;
+        }
+        if constexpr (count == 11) {
+            [[maybe_unused]] const auto& [a, b, c, d, e, f, g, h, i, j, k] = r;
+        }
     };
     return count >= 1 && count <= 11;
 }
@@ -60,7 +82,8 @@ concept Record = !std::is_same_v<std::remove_cv_t<decltype(fields<T>)>, std::nul
 
 /// The texts of an enumeration whose cases count from 0:
 ///
-///     template <> inline constexpr auto json::names<Colour> = std::to_array<std::string_view>({"red", "green"});
+///     template <> inline constexpr auto json::names<Colour> = std::to_array<std::string_view>({"red",
+///     "green"});
 template <class T>
 inline constexpr auto names = nullptr;
 

@@ -19,10 +19,18 @@ bool isPlainInteger(std::string_view token) {
 
 void skipScalar(auto& source, ondemand::json_type type) {
     switch (type) {
-        case ondemand::json_type::string: read<std::string>(source); break;
-        case ondemand::json_type::number: read<double>(source); break;
-        case ondemand::json_type::boolean: read<bool>(source); break;
-        default: read<std::optional<bool>>(source); break;
+        case ondemand::json_type::string:
+            read<std::string>(source);
+            break;
+        case ondemand::json_type::number:
+            read<double>(source);
+            break;
+        case ondemand::json_type::boolean:
+            read<bool>(source);
+            break;
+        default:
+            read<std::optional<bool>>(source);
+            break;
     }
 }
 
@@ -77,10 +85,12 @@ void report(const Failure& failure, const std::string& what) {
     const auto place = failure.path.empty() ? std::string() : " (Feld „" + failure.path + "“)";
     switch (failure.reason) {
         case Failure::Reason::missing:
-            throw MeetingError::invalidData(what + " ist unvollständig: Das Feld „" + failure.path + "“ fehlt.");
+            throw MeetingError::invalidData(what + " ist unvollständig: Das Feld „" + failure.path +
+                                            "“ fehlt.");
         case Failure::Reason::unexpected:
             throw MeetingError::invalidData(what + " enthält einen unzulässigen Wert" + place + ".");
-        case Failure::Reason::syntax: break;
+        case Failure::Reason::syntax:
+            break;
     }
     throw MeetingError::invalidData(what + " ist kein gültiges JSON" + place + ".");
 }

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <simdjson.h>
-
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <limits>
+
+#include <simdjson.h>
 
 #include "MeetingCore/Platform/JSON.h"
 #include "MeetingCore/Platform/MeetingError.h"
@@ -208,14 +208,17 @@ private:
         return readMatching(record, source, seen, [&](std::string_view name) { return key == name; });
     }
 
-    static bool readMatching(T& record, ondemand::field& source, std::array<bool, count>& seen, const auto& match) {
+    static bool readMatching(T& record, ondemand::field& source, std::array<bool, count>& seen,
+                             const auto& match) {
         return [&]<std::size_t... i>(std::index_sequence<i...>) {
             return (readIfMatching<i>(record, source, seen, match) || ...);
-        }(std::make_index_sequence<count>());
+        }
+        (std::make_index_sequence<count>());
     }
 
     template <std::size_t i>
-    static bool readIfMatching(T& record, ondemand::field& source, std::array<bool, count>& seen, const auto& match) {
+    static bool readIfMatching(T& record, ondemand::field& source, std::array<bool, count>& seen,
+                               const auto& match) {
         constexpr auto& field = std::get<i>(fields<T>);
         if (!match(field.name)) return false;
         auto& member = record.*(field.member);
@@ -230,8 +233,8 @@ private:
     }
 
     static void requireAll(const std::array<bool, count>& seen) {
-        [&]<std::size_t... i>(std::index_sequence<i...>) { (require<i>(seen[i]), ...); }(
-            std::make_index_sequence<count>());
+        [&]<std::size_t... i>(std::index_sequence<i...>) { (require<i>(seen[i]), ...); }
+        (std::make_index_sequence<count>());
     }
 
     template <std::size_t i>
@@ -254,7 +257,8 @@ auto withDocument(std::string_view text, const Use& use) {
     if (parser.iterate(padded).get(document) != simdjson::SUCCESS) Failure::raise(Failure::Reason::syntax);
     auto result = use(document);
     const char* rest = nullptr;
-    if (document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS) Failure::raise(Failure::Reason::syntax);
+    if (document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
+        Failure::raise(Failure::Reason::syntax);
     return result;
 }
 

@@ -25,7 +25,8 @@ constexpr auto escapes = [] {
 }();
 
 void requireFinite(bool finite) {
-    if (!finite) throw MeetingError::invalidData("Eine Zahl ist nicht endlich und kann nicht gespeichert werden.");
+    if (!finite)
+        throw MeetingError::invalidData("Eine Zahl ist nicht endlich und kann nicht gespeichert werden.");
 }
 
 }  // namespace

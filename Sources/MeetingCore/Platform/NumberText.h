@@ -4,8 +4,8 @@
 
 namespace meetingcore {
 
-/// The platform's decimal forms of numbers: the shortest digits that read back to the same value, positional from
-/// 1e-4 up to and including 2^53, else with an exponent of at least two digits.
+/// The platform's decimal forms of numbers: the shortest digits that read back to the same value, positional
+/// from 1e-4 up to and including 2^53, else with an exponent of at least two digits.
 ///
 /// These bytes are hashed (fingerprints) and compared (job payloads), so they must match the other program's.
 namespace number {

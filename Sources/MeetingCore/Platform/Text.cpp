@@ -1,14 +1,14 @@
 #include "MeetingCore/Platform/Text.h"
 
-#include <unicode/ubrk.h>
-#include <unicode/uchar.h>
-#include <unicode/utext.h>
-#include <unicode/utf8.h>
-
 #include <algorithm>
 #include <limits>
 #include <memory>
 #include <stdexcept>
+
+#include <unicode/ubrk.h>
+#include <unicode/uchar.h>
+#include <unicode/utext.h>
+#include <unicode/utf8.h>
 
 namespace meetingcore::text {
 
@@ -47,7 +47,8 @@ Scalar scalarBefore(std::string_view text, std::size_t offset) {
 #pragma GCC diagnostic pop
 
 /// Scalars that are a character of their own whatever stands beside them, but for CR before LF: Latin letters,
-/// German punctuation and currency signs. What follows must be one as well, since a mark joins what precedes it.
+/// German punctuation and currency signs. What follows must be one as well, since a mark joins what precedes
+/// it.
 constexpr bool standsAlone(UChar32 c) {
     return (c >= 0 && c < 0x300) || (c >= 0x2010 && c <= 0x2027) || (c >= 0x20A0 && c <= 0x20BF);
 }
@@ -58,7 +59,8 @@ public:
     explicit CharacterIterator(std::string_view text) {
         UErrorCode status = U_ZERO_ERROR;
         utext_openUTF8(&source_, text.data(), static_cast<std::int64_t>(text.size()), &status);
-        static thread_local const std::unique_ptr<UBreakIterator, void (*)(UBreakIterator*)> shared(open(), ubrk_close);
+        static thread_local const std::unique_ptr<UBreakIterator, void (*)(UBreakIterator*)> shared(open(),
+                                                                                                    ubrk_close);
         iterator_ = shared.get();
         ubrk_setUText(iterator_, &source_, &status);
         if (U_FAILURE(status) != 0) throw std::runtime_error(u_errorName(status));
@@ -253,7 +255,8 @@ std::string normalized(std::string_view text) {
 bool containsControl(std::string_view text) {
     for (std::size_t offset = 0; offset < text.size();) {
         const auto scalar = scalarAt(text, offset);
-        const auto category = scalar.value < 0 ? U_UNASSIGNED : static_cast<UCharCategory>(u_charType(scalar.value));
+        const auto category =
+            scalar.value < 0 ? U_UNASSIGNED : static_cast<UCharCategory>(u_charType(scalar.value));
         if (category == U_CONTROL_CHAR || category == U_FORMAT_CHAR) return true;
         offset = scalar.end;
     }

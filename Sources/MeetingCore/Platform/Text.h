@@ -7,9 +7,10 @@
 
 namespace meetingcore::text {
 
-/// Texts are UTF-8. A character is an extended grapheme cluster (Unicode Standard Annex 29): what a person sees as
-/// one, so that limits named in characters treat an emoji, a flag or an accented letter alike, however encoded.
-/// Every function accepts invalid UTF-8 (each bad byte counts as one scalar) and none throws for its content.
+/// Texts are UTF-8. A character is an extended grapheme cluster (Unicode Standard Annex 29): what a person sees
+/// as one, so that limits named in characters treat an emoji, a flag or an accented letter alike, however
+/// encoded. Every function accepts invalid UTF-8 (each bad byte counts as one scalar) and none throws for its
+/// content.
 
 std::size_t characterCount(std::string_view text);
 
@@ -28,7 +29,8 @@ std::vector<std::string_view> words(std::string_view text);
 /// Lower case by full mapping of each scalar alone, without context: `ΣΑΣ` becomes `σασ`.
 std::string lowercased(std::string_view text);
 
-/// The form in which evidence is compared: words joined by one blank, lower-cased. Accents and punctuation stay.
+/// The form in which evidence is compared: words joined by one blank, lower-cased. Accents and punctuation
+/// stay.
 std::string normalized(std::string_view text);
 
 /// Whether a scalar of the general categories Cc or Cf occurs (line breaks, tabs, joiners, soft hyphens, …).

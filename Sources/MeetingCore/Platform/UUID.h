@@ -20,7 +20,8 @@ public:
     /// A fresh random identifier (version 4).
     static UUID random();
 
-    /// Reads the canonical 8-4-4-4-12 form in either case; nothing for any other text, braces and blanks included.
+    /// Reads the canonical 8-4-4-4-12 form in either case; nothing for any other text, braces and blanks
+    /// included.
     static std::optional<UUID> parse(std::string_view text);
 
     /// The canonical text in upper case, 36 characters.
