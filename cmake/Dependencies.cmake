@@ -1,0 +1,13 @@
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+find_package(simdjson REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(LibUUID REQUIRED)
+find_package(Threads REQUIRED)
+
+if(MEETING_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(MEETING_BUILD_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+endif()

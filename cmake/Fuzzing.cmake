@@ -1,0 +1,20 @@
+# With MEETING_FUZZERS everything of ours is built for libFuzzer with the address and undefined-behaviour
+# checks; `meeting_add_fuzzer(<Name>)` then makes a program of Tests/Fuzz/<Name>.cpp.
+if(MEETING_FUZZERS)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "MEETING_FUZZERS needs clang; configure with the preset fuzz.")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=address,undefined)
+    add_custom_target(Fuzzers)
+endif()
+
+function(meeting_add_fuzzer name)
+    if(NOT MEETING_FUZZERS)
+        return()
+    endif()
+    add_executable(${name} Fuzz/${name}.cpp)
+    target_link_libraries(${name} PRIVATE MeetingCore::MeetingCore MeetingWarnings)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(Fuzzers ${name})
+endfunction()
