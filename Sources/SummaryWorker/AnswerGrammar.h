@@ -9,8 +9,9 @@ namespace meetingcore {
 ///
 /// Both are string literals, so `data()` is NUL-terminated.
 
-/// `overview`, `decisions`, `tasks`, `openQuestions` in this order; every point with `text`, one to three `ids`,
-/// and `owner` and `dueDate` as a string or null. The rule "number" is unused and belongs to the text all the same.
+/// `overview`, `decisions`, `tasks`, `openQuestions` in this order; every point with `text`, one to three
+/// `ids`, and `owner` and `dueDate` as a string or null. The rule "number" is unused and belongs to the text
+/// all the same.
 inline constexpr std::string_view summaryGrammar =
     R"gbnf(root ::= "{" ws "\"overview\"" ws ":" ws bullets "," ws "\"decisions\"" ws ":" ws bullets "," ws "\"tasks\"" ws ":" ws bullets "," ws "\"openQuestions\"" ws ":" ws bullets "}" ws
 bullets ::= "[" ws (bullet ("," ws bullet)*)? "]" ws

@@ -1,21 +1,22 @@
 #pragma once
 
-#include <llama.h>
-
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include <llama.h>
+
 namespace meetingcore {
 
-/// Picks the next token of one answer: the most probable token that a grammar allows, the one with the smallest id
-/// among equals. The tokens are those of llama.cpp's sampler chain of grammar and greedy choice, reached faster.
+/// Picks the next token of one answer: the most probable token that a grammar allows, the one with the smallest
+/// id among equals. The tokens are those of llama.cpp's sampler chain of grammar and greedy choice, reached
+/// faster.
 ///
-/// Applying a grammar to a whole vocabulary costs milliseconds per token, yet a model that knows the format mostly
-/// prefers a token that the grammar allows. So the model's own first choice is checked alone: where the grammar
-/// accepts it, nothing else can win, because the grammar only ever removes candidates. Otherwise the whole chain
-/// decides.
+/// Applying a grammar to a whole vocabulary costs milliseconds per token, yet a model that knows the format
+/// mostly prefers a token that the grammar allows. So the model's own first choice is checked alone: where the
+/// grammar accepts it, nothing else can win, because the grammar only ever removes candidates. Otherwise the
+/// whole chain decides.
 ///
 /// One object serves one answer and remembers how much of it is written. Not thread-safe.
 class ConstrainedSampler {
@@ -25,8 +26,8 @@ public:
     ConstrainedSampler(const llama_vocab* vocab, std::string_view grammar);
 
     /// The next token for the last position that `context` decoded, already accepted into the grammar's state.
-    /// Throws `MeetingError.invalidData` when no token can follow: the model computed no numbers, or its vocabulary
-    /// has nothing that the grammar allows.
+    /// Throws `MeetingError.invalidData` when no token can follow: the model computed no numbers, or its
+    /// vocabulary has nothing that the grammar allows.
     llama_token sample(llama_context* context);
 
 private:

@@ -1,12 +1,12 @@
 #include "SummaryWorker/LanguageModel.h"
 
-#include <llama.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <exception>
 #include <utility>
+
+#include <llama.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
 #include "SummaryWorker/AnswerGrammar.h"
@@ -46,10 +46,12 @@ void decode(llama_context* context, std::int32_t* tokens, std::size_t count, con
     if (status != 0) throw MeetingError::invalidData(message);
 }
 
-std::int32_t tokenizeInto(const llama_vocab* vocab, const std::string& text, std::vector<std::int32_t>& tokens) {
+std::int32_t tokenizeInto(const llama_vocab* vocab, const std::string& text,
+                          std::vector<std::int32_t>& tokens) {
     return orFail("Tokenisierung fehlgeschlagen.", [&] {
         return llama_tokenize(vocab, text.data(), static_cast<std::int32_t>(text.size()),
-                              tokens.empty() ? nullptr : tokens.data(), static_cast<std::int32_t>(tokens.size()),
+                              tokens.empty() ? nullptr : tokens.data(),
+                              static_cast<std::int32_t>(tokens.size()),
                               /*add_special=*/true, /*parse_special=*/true);
     });
 }
@@ -137,8 +139,9 @@ std::string LanguageModel::writeAnswer(ConstrainedSampler& sampler, int tokenLim
 
 void LanguageModel::appendPiece(std::int32_t token, std::string& answer) const {
     std::array<char, pieceBytes> piece{};
-    const auto length = llama_token_to_piece(vocab_, token, piece.data(), static_cast<std::int32_t>(piece.size()),
-                                             /*lstrip=*/0, /*special=*/false);
+    const auto length =
+        llama_token_to_piece(vocab_, token, piece.data(), static_cast<std::int32_t>(piece.size()),
+                             /*lstrip=*/0, /*special=*/false);
     if (length < 0) throw MeetingError::invalidData("LLM-Textausgabe ist ungültig.");
     answer.append(piece.data(), std::min(static_cast<std::size_t>(length), piece.size()));
 }

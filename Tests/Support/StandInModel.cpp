@@ -1,8 +1,5 @@
 #include "Support/StandInModel.h"
 
-#include <ggml.h>
-#include <gguf.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -15,6 +12,9 @@
 #include <span>
 #include <stdexcept>
 
+#include <ggml.h>
+#include <gguf.h>
+
 namespace meetingcore::testing {
 namespace {
 
@@ -25,11 +25,11 @@ constexpr std::size_t longestPiece = 64;
 /// The types of tokens as GGUF files number them.
 enum TokenType : std::int32_t { normal = 1, unknown = 2, control = 3, userDefined = 4, byte = 6 };
 
-constexpr auto commonText = std::to_array<const char*>({
-    "▁",  "ä",  "ö",  "ü",  "ß",  "–",  "„",  "“",  "en", "er", "ch", "de", "ei", "te", "in", "nd", "ie",
-    "ge", "st", "ne", "be", "es", "un", "re", "an", "he", "au", "ng", "se", "it", "di", "ic", "sc", "da",
-    "le", "ra", "hr", "or", "al", "ar", "is", "us", "tu", "li", "me", "ur", "ig", "ag", "el", "ss", "ll",
-    "on", "ma", "ve", "um", "Me", "Ge", "En", "An", "nn", "mm", "tt", "zu", "ab", "io", "ha", "we", "so"});
+constexpr auto commonText = std::to_array<const char*>(
+    {"▁",  "ä",  "ö",  "ü",  "ß",  "–",  "„",  "“",  "en", "er", "ch", "de", "ei", "te", "in", "nd", "ie",
+     "ge", "st", "ne", "be", "es", "un", "re", "an", "he", "au", "ng", "se", "it", "di", "ic", "sc", "da",
+     "le", "ra", "hr", "or", "al", "ar", "is", "us", "tu", "li", "me", "ur", "ig", "ag", "el", "ss", "ll",
+     "on", "ma", "ve", "um", "Me", "Ge", "En", "An", "nn", "mm", "tt", "zu", "ab", "io", "ha", "we", "so"});
 
 class Vocabulary {
 public:
@@ -46,6 +46,9 @@ public:
             std::snprintf(text.data(), text.size(), "<0x%02X>", value);
             add(text.data(), byte);
         }
+        // Without these every letter would fall back to its byte, a path on which llama.cpp takes quadratic
+        // time.
+        for (char letter = '!'; letter <= '~'; ++letter) add(std::string(1, letter), normal);
         for (const auto* text : commonText) add(text, normal);
     }
 
@@ -91,7 +94,9 @@ private:
 class ModelFile {
 public:
     ModelFile(const Vocabulary& vocabulary, std::int64_t width)
-        : width_(width), vocabularySize_(static_cast<std::int64_t>(vocabulary.size())), file_(gguf_init_empty()) {
+        : width_(width),
+          vocabularySize_(static_cast<std::int64_t>(vocabulary.size())),
+          file_(gguf_init_empty()) {
         writeShape();
         vocabulary.writeTo(file_.get());
         const auto elements = 2 * width_ * vocabularySize_ + width_ * (4 * headSize + 3 * feedForwardSize + 3);
@@ -187,11 +192,14 @@ std::size_t nextCut(const std::string& text, std::size_t from) {
     return cut;
 }
 
-/// Lengthens a piece until nothing else has its text; a rest that cannot be lengthened joins the piece before it.
+/// Lengthens a piece until nothing else has its text; a rest that cannot be lengthened joins the piece before
+/// it.
 std::vector<std::string> cutIntoPieces(const std::string& text, std::set<std::string>& used) {
     std::vector<std::string> pieces;
     const Vocabulary vocabulary;
-    const auto taken = [&](const std::string& piece) { return vocabulary.knows(piece) || used.count(piece) > 0; };
+    const auto taken = [&](const std::string& piece) {
+        return vocabulary.knows(piece) || used.count(piece) > 0;
+    };
     // The first piece names the first key, which tells a summary from a title.
     auto earliestCut = std::min(text.find(':'), text.size());
     for (std::size_t from = 0; from < text.size();) {

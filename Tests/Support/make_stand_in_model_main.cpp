@@ -1,5 +1,3 @@
-#include <openssl/evp.h>
-
 #include <array>
 #include <cstdio>
 #include <exception>
@@ -10,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include <openssl/evp.h>
 
 #include "Support/StandInModel.h"
 
@@ -54,7 +54,8 @@ std::string sha256(const std::string& bytes) {
 void run(const std::filesystem::path& summary, const std::filesystem::path& title,
          const std::filesystem::path& model, const std::filesystem::path& catalog) {
     using meetingcore::testing::StandInScript;
-    writeStandInModel(model, StandInScript::answering(compacted(readFile(summary)), compacted(readFile(title))));
+    writeStandInModel(model,
+                      StandInScript::answering(compacted(readFile(summary)), compacted(readFile(title))));
     const auto bytes = readFile(model);
     std::ofstream list(catalog, std::ios::binary | std::ios::trunc);
     list << R"([{"id":"summary","filename":")" << model.filename().string() << R"(","bytes":)" << bytes.size()
