@@ -11,6 +11,7 @@
 #include <set>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 
 #include <ggml.h>
 #include <gguf.h>
@@ -184,6 +185,20 @@ private:
     std::vector<ggml_tensor*> blocks_;
 };
 
+/// The JSON text without white space between its tokens.
+std::string compacted(const std::string& json) {
+    std::string result;
+    bool inString = false;
+    for (std::size_t index = 0; index < json.size(); ++index) {
+        const char character = json[index];
+        if (!inString && std::string_view(" \t\r\n").find(character) != std::string_view::npos) continue;
+        if (character == '"') inString = !inString;
+        result += character;
+        if (inString && character == '\\' && index + 1 < json.size()) result += json[++index];
+    }
+    return result;
+}
+
 std::size_t nextCut(const std::string& text, std::size_t from) {
     auto cut = std::min(text.find(' ', from + 1), text.size());
     if (cut - from <= longestPiece) return cut;
@@ -240,8 +255,8 @@ std::vector<std::size_t> addPieces(Vocabulary& vocabulary, const std::vector<std
 StandInScript StandInScript::answering(const std::string& summary, const std::string& title) {
     std::set<std::string> used;
     StandInScript script;
-    script.summaryPieces = cutIntoPieces(summary, used);
-    script.titlePieces = cutIntoPieces(title, used);
+    script.summaryPieces = cutIntoPieces(compacted(summary), used);
+    script.titlePieces = cutIntoPieces(compacted(title), used);
     return script;
 }
 

@@ -19,8 +19,8 @@ struct StandInScript {
         false;  ///< the last piece of each script leads to itself instead of to the end of the answer
     Distraction distraction = Distraction::none;
 
-    /// The script that answers with exactly these texts, cut before blanks into pieces that occur once.
-    /// The texts must be JSON without line feeds; throws `std::invalid_argument` for what no script can say.
+    /// The script that answers with these JSON objects, less the white space between their tokens, cut before
+    /// blanks into pieces that occur once. Throws `std::invalid_argument` for what no script can say.
     static StandInScript answering(const std::string& summary, const std::string& title);
 };
 
