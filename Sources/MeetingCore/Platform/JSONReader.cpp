@@ -1,0 +1,111 @@
+#include "MeetingCore/Platform/JSONReader.h"
+
+namespace meetingcore::json {
+
+namespace reading {
+
+namespace {
+
+/// The platform's decoder refuses deeper nesting; ours would spend stack on it.
+constexpr int maximumDepth = 512;
+
+bool isNumberEnd(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+bool isPlainInteger(std::string_view token) {
+    if (token.starts_with('-')) token.remove_prefix(1);
+    if (token.empty() || (token.size() > 1 && token.front() == '0')) return false;
+    return std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+void skipScalar(auto& source, ondemand::json_type type) {
+    switch (type) {
+        case ondemand::json_type::string:
+            read<std::string>(source);
+            break;
+        case ondemand::json_type::number:
+            read<double>(source);
+            break;
+        case ondemand::json_type::boolean:
+            read<bool>(source);
+            break;
+        default:
+            read<std::optional<bool>>(source);
+            break;
+    }
+}
+
+void skipAny(auto& source, int depth) {
+    if (depth > maximumDepth) Failure::raise(Failure::Reason::syntax);
+    const auto type = checked(source.type());
+    if (type == ondemand::json_type::array) {
+        auto array = checked(source.get_array());
+        for (auto element : array) skip(checked(std::move(element)), depth + 1);
+    } else if (type == ondemand::json_type::object) {
+        auto object = checked(source.get_object());
+        for (auto member : object) {
+            auto field = checked(std::move(member));
+            checkedString(checked(field.unescaped_key()));
+            skip(field.value(), depth + 1);
+        }
+    } else {
+        skipScalar(source, type);
+    }
+}
+
+}  // namespace
+
+void requireType(simdjson::simdjson_result<ondemand::json_type> type, ondemand::json_type expected) {
+    if (checked(std::move(type)) != expected) Failure::raise(Failure::Reason::unexpected);
+}
+
+std::string_view checkedString(std::string_view text) {
+    for (auto at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
+        if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) {
+            Failure::raise(Failure::Reason::syntax);
+        }
+    }
+    return text;
+}
+
+std::int64_t integer(std::string_view token, simdjson::simdjson_result<double> number) {
+    while (!token.empty() && isNumberEnd(token.back())) token.remove_suffix(1);
+    const double value = checked(std::move(number));  // checks the form of the whole token
+    if (isPlainInteger(token)) {
+        std::int64_t exact = 0;
+        if (std::from_chars(token.data(), token.data() + token.size(), exact).ec == std::errc{}) return exact;
+    } else if (std::trunc(value) == value && std::fabs(value) < 0x1p63) {
+        return static_cast<std::int64_t>(value);
+    }
+    Failure::raise(Failure::Reason::unexpected);
+}
+
+void skip(ondemand::value value, int depth) { skipAny(value, depth); }
+
+void report(const Failure& failure, const std::string& what) {
+    const auto place = failure.path.empty() ? std::string() : " (Feld „" + failure.path + "“)";
+    switch (failure.reason) {
+        case Failure::Reason::missing:
+            throw MeetingError::invalidData(what + " ist unvollständig: Das Feld „" + failure.path +
+                                            "“ fehlt.");
+        case Failure::Reason::unexpected:
+            throw MeetingError::invalidData(what + " enthält einen unzulässigen Wert" + place + ".");
+        case Failure::Reason::syntax:
+            break;
+    }
+    throw MeetingError::invalidData(what + " ist kein gültiges JSON" + place + ".");
+}
+
+}  // namespace reading
+
+bool isValid(std::string_view text) {
+    try {
+        return reading::withDocument(text, [](auto& document) {
+            reading::skipAny(document, 1);
+            return true;
+        });
+    } catch (const reading::Failure&) {
+        return false;
+    }
+}
+
+}  // namespace meetingcore::json

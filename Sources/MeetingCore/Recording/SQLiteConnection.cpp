@@ -1,0 +1,76 @@
+#include "MeetingCore/Recording/SQLiteConnection.h"
+
+#include "MeetingCore/Platform/MeetingError.h"
+
+namespace meetingcore {
+
+namespace {
+
+[[noreturn]] void failWithMessage(sqlite3* db) { throw MeetingError::database(sqlite3_errmsg(db)); }
+
+}  // namespace
+
+SQLiteStatement::SQLiteStatement(sqlite3* db, const char* sql, Values values) : db_(db) {
+    sqlite3_stmt* prepared = nullptr;
+    if (sqlite3_prepare_v2(db, sql, -1, &prepared, nullptr) != SQLITE_OK) failWithMessage(db);
+    statement_.reset(prepared);
+    int index = 0;
+    for (const auto value : values) {
+        // An empty view may have no address, which SQLite would bind as NULL.
+        const char* const bytes = value.empty() ? "" : value.data();
+        const auto result =
+            sqlite3_bind_text64(prepared, ++index, bytes, value.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        if (result != SQLITE_OK) failWithMessage(db);
+    }
+}
+
+bool SQLiteStatement::step() {
+    const auto result = sqlite3_step(statement_.get());
+    if (result == SQLITE_ROW) return true;
+    if (result == SQLITE_DONE) return false;
+    failWithMessage(db_);
+}
+
+std::string SQLiteStatement::text(int column) const {
+    const auto* const bytes = sqlite3_column_text(statement_.get(), column);
+    if (bytes == nullptr) return {};
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+    return {reinterpret_cast<const char*>(bytes), size};
+}
+
+std::int64_t SQLiteStatement::integer(int column) const {
+    return sqlite3_column_int64(statement_.get(), column);
+}
+
+bool SQLiteStatement::isNull(int column) const {
+    return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
+}
+
+SQLiteConnection::SQLiteConnection(const std::filesystem::path& file) {
+    constexpr int busyMilliseconds = 5000;
+    sqlite3* opened = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+    const auto result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
+    db_.reset(opened);
+    if (opened == nullptr) throw MeetingError::database("SQLite konnte nicht geöffnet werden.");
+    if (result != SQLITE_OK) failWithMessage(opened);
+    sqlite3_busy_timeout(opened, busyMilliseconds);
+}
+
+void SQLiteConnection::execute(const char* sql) {
+    if (sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) failWithMessage(db_.get());
+}
+
+std::int64_t SQLiteConnection::update(const char* sql, SQLiteStatement::Values values) {
+    SQLiteStatement statement(db_.get(), sql, values);
+    if (statement.step()) throw MeetingError::database("Unerwartete Ergebniszeile der Datenbank.");
+    return sqlite3_changes(db_.get());
+}
+
+std::optional<std::string> SQLiteConnection::textValue(const char* sql, SQLiteStatement::Values values) {
+    SQLiteStatement statement(db_.get(), sql, values);
+    if (!statement.step() || statement.isNull(0)) return std::nullopt;
+    return statement.text(0);
+}
+
+}  // namespace meetingcore

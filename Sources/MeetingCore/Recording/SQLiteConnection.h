@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <sqlite3.h>
+
+namespace meetingcore {
+
+/// One prepared statement. Every parameter is bound as text, numbers as their decimal text: the affinity of the
+/// REAL and INTEGER columns makes SQLite store and compare them as numbers.
+class SQLiteStatement {
+public:
+    using Values = std::initializer_list<std::string_view>;
+
+    SQLiteStatement(sqlite3* db, const char* sql, Values values);
+
+    /// True while there is a row.
+    bool step();
+
+    std::string text(int column) const;
+    std::int64_t integer(int column) const;
+    bool isNull(int column) const;
+
+private:
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+
+    sqlite3* db_;
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+};
+
+/// An open SQLite database in full-mutex mode with a busy timeout of 5 s. Failures throw MeetingError
+/// (database) with SQLite's own message.
+class SQLiteConnection {
+public:
+    explicit SQLiteConnection(const std::filesystem::path& file);
+
+    /// Runs a script of any number of statements.
+    void execute(const char* sql);
+
+    /// Runs one statement that returns no rows; returns the number of rows that it changed.
+    std::int64_t update(const char* sql, SQLiteStatement::Values values);
+
+    /// The first column of the first row as text; nothing without a row or where the column is NULL.
+    std::optional<std::string> textValue(const char* sql, SQLiteStatement::Values values);
+
+    SQLiteStatement prepare(const char* sql, SQLiteStatement::Values values) {
+        return {db_.get(), sql, values};
+    }
+
+    /// Runs `body` between BEGIN IMMEDIATE and COMMIT. Taking the write lock at once keeps two processes from
+    /// reading the same state and both acting on it. Any exception rolls back and goes on to the caller.
+    template <class Body>
+    void transaction(const Body& body) {
+        execute("BEGIN IMMEDIATE");
+        try {
+            body();
+            execute("COMMIT");
+        } catch (...) {
+            // Where SQLite has rolled back by itself this fails, and the first error is the one to report.
+            sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+            throw;
+        }
+    }
+
+private:
+    struct Close {
+        void operator()(sqlite3* db) const { sqlite3_close(db); }
+    };
+
+    std::unique_ptr<sqlite3, Close> db_;
+};
+
+}  // namespace meetingcore

@@ -1,0 +1,280 @@
+#include "MeetingCore/Recording/SQLiteJobStore.h"
+
+#include <cmath>
+
+#include <sys/stat.h>
+
+#include "MeetingCore/Platform/FileDescriptor.h"
+#include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Platform/NumberText.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/SQLiteConnection.h"
+
+namespace meetingcore {
+
+namespace {
+
+constexpr const char* schema = R"(CREATE TABLE IF NOT EXISTS chunks (
+  id TEXT PRIMARY KEY NOT NULL, payload TEXT NOT NULL
+);
+CREATE TABLE IF NOT EXISTS jobs (
+  id TEXT PRIMARY KEY NOT NULL, session_id TEXT NOT NULL,
+  kind TEXT NOT NULL, payload TEXT NOT NULL,
+  status TEXT NOT NULL DEFAULT 'pending'
+    CHECK(status IN ('pending','running','completed','failed')),
+  attempts INTEGER NOT NULL DEFAULT 0,
+  lease_token TEXT, lease_until REAL, result TEXT, last_error TEXT,
+  created_at REAL NOT NULL
+);
+CREATE INDEX IF NOT EXISTS job_status_idx ON jobs(status, created_at);
+CREATE TABLE IF NOT EXISTS result_history (
+  revision INTEGER PRIMARY KEY AUTOINCREMENT, job_id TEXT NOT NULL,
+  session_id TEXT NOT NULL, result TEXT NOT NULL, created_at REAL NOT NULL
+);
+CREATE INDEX IF NOT EXISTS history_job_idx ON result_history(job_id,revision);
+PRAGMA user_version=2;)";
+
+constexpr std::size_t maximumErrorCharacters = 2000;
+
+std::string seconds(Date date) { return number::plain(date.secondsSince1970()); }
+
+bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && leaseSeconds > 0; }
+
+void requireLeaseHeld(std::int64_t changedRows) {
+    if (changedRows != 1) throw MeetingError::database("Veraltete oder unbekannte Worker-Lease.");
+}
+
+}  // namespace
+
+SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& files) {
+    const auto folder = file.parent_path();
+    createDirectories(files, folder);
+    // SQLite gives its journal files the permissions that the database has when they appear. A file that exists
+    // is not opened here: closing it would drop the locks that another connection of this process holds on it.
+    FileDescriptor::open(file, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    auto db = std::make_unique<SQLiteConnection>(file);
+    db->execute("PRAGMA journal_mode=WAL;");
+    db->execute("PRAGMA synchronous=FULL;");
+    db->execute("PRAGMA foreign_keys=ON;");
+    db->execute(schema);
+    restrictToOwner(file);
+    // SQLite goes on when its own flush of the folder fails, and the new database would be gone after a power
+    // cut.
+    files.flushDirectory(folder.empty() ? std::filesystem::path(".") : folder);
+    db_ = std::move(db);
+}
+
+SQLiteJobStore::~SQLiteJobStore() = default;
+
+void SQLiteJobStore::close() {
+    const std::scoped_lock guard(lock_);
+    db_.reset();
+}
+
+SQLiteConnection& SQLiteJobStore::open() {
+    if (db_ == nullptr) throw MeetingError::database("SQLite ist geschlossen.");
+    return *db_;
+}
+
+void SQLiteJobStore::registerChunk(const AudioChunk& chunk) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    db.transaction([&] {
+        const auto id = chunk.id.string();
+        if (const auto payload = db.textValue("SELECT payload FROM chunks WHERE id=?", {id})) {
+            if (json::decode<AudioChunk>(*payload, "Ein registrierter Audioabschnitt") == chunk) return;
+            throw MeetingError::database("Abschnitts-ID wurde mit anderen Metadaten wiederverwendet.");
+        }
+        db.update("INSERT INTO chunks(id,payload) VALUES(?,?)", {id, json::encode(chunk)});
+    });
+}
+
+void SQLiteJobStore::enqueue(const WorkItem& item) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    if (item.id.empty() || item.kind.empty() || !json::isValid(item.payloadJSON)) {
+        throw MeetingError::invalidData("Auftrag benötigt ID, Typ und gültige JSON-Eingabe.");
+    }
+    const auto session = item.sessionID.string();
+    db.transaction([&] {
+        const auto payload = db.textValue("SELECT payload FROM jobs WHERE id=?", {item.id});
+        if (!payload) {
+            db.update("INSERT INTO jobs(id,session_id,kind,payload,created_at) VALUES(?,?,?,?,?)",
+                      {item.id, session, item.kind, item.payloadJSON, seconds(Date::now())});
+            return;
+        }
+        const bool same = *payload == item.payloadJSON &&
+                          db.textValue("SELECT session_id FROM jobs WHERE id=?", {item.id}) == session &&
+                          db.textValue("SELECT kind FROM jobs WHERE id=?", {item.id}) == item.kind;
+        if (!same) throw MeetingError::database("Auftrags-ID existiert mit einem anderen Inhalt.");
+    });
+}
+
+std::optional<JobLease> SQLiteJobStore::claimNext(Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Die Lease-Dauer muss positiv sein.");
+    auto& db = open();
+    std::optional<JobLease> lease;
+    db.transaction([&] {
+        {
+            auto row = db.prepare(
+                "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' ORDER BY "
+                "created_at,id "
+                "LIMIT 1",
+                {});
+            if (!row.step()) return;
+            const auto session = UUID::parse(row.text(1));
+            if (!session) throw MeetingError::database("Ungültige Sitzung im Auftrag.");
+            lease =
+                JobLease{{row.text(0), *session, row.text(2), row.text(3)}, UUID::random(), row.integer(4) + 1};
+        }
+        const auto changed = db.update(
+            "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
+            "status='pending'",
+            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
+             lease->item.id});
+        if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
+    });
+    return lease;
+}
+
+void SQLiteJobStore::finish(const JobLease& lease, const std::string& resultJSON, Date now) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    if (!json::isValid(resultJSON))
+        throw MeetingError::invalidData("Das Arbeitsergebnis ist kein gültiges JSON.");
+    requireLeaseHeld(db.update(
+        "UPDATE jobs SET status='completed',result=?,lease_token=NULL,lease_until=NULL,last_error=NULL "
+        "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
+        {resultJSON, lease.item.id, lease.token.string(), seconds(now)}));
+}
+
+void SQLiteJobStore::renew(const JobLease& lease, Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Ungültige Lease-Dauer.");
+    requireLeaseHeld(db.update(
+        "UPDATE jobs SET lease_until=? WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
+        {seconds(now.advanced(leaseSeconds)), lease.item.id, lease.token.string(), seconds(now)}));
+}
+
+void SQLiteJobStore::fail(const JobLease& lease, const std::string& message, Date now) {
+    const std::scoped_lock guard(lock_);
+    requireLeaseHeld(open().update(
+        "UPDATE jobs SET status='failed',last_error=?,lease_token=NULL,lease_until=NULL "
+        "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
+        {text::prefix(message, maximumErrorCharacters), lease.item.id, lease.token.string(), seconds(now)}));
+}
+
+std::int64_t SQLiteJobStore::recoverExpired(Date now) {
+    const std::scoped_lock guard(lock_);
+    return open().update(
+        "UPDATE jobs SET status='pending',lease_token=NULL,lease_until=NULL,last_error='Worker-Lease "
+        "abgelaufen' "
+        "WHERE status='running' AND lease_until<?",
+        {seconds(now)});
+}
+
+void SQLiteJobStore::retryFailed(const std::string& id) {
+    const std::scoped_lock guard(lock_);
+    const auto changed =
+        open().update("UPDATE jobs SET status='pending',last_error=NULL WHERE id=? AND status='failed'", {id});
+    if (changed != 1) throw MeetingError::database("Kein fehlgeschlagener Auftrag mit dieser ID.");
+}
+
+void SQLiteJobStore::retrySession(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    open().update("UPDATE jobs SET status='pending',last_error=NULL WHERE session_id=? AND status='failed'",
+                  {session.string()});
+}
+
+void SQLiteJobStore::restartSession(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    const auto id = session.string();
+    db.transaction([&] {
+        if (db.textValue("SELECT COUNT(*) FROM jobs WHERE session_id=? AND status='running'", {id}) != "0") {
+            throw MeetingError::database(
+                "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.");
+        }
+        db.update(
+            "INSERT INTO result_history(job_id,session_id,result,created_at) SELECT id,session_id,result,? "
+            "FROM jobs "
+            "WHERE session_id=? AND status='completed' AND result IS NOT NULL",
+            {seconds(Date::now()), id});
+        db.update(
+            "UPDATE jobs SET status='pending',result=NULL,last_error=NULL,lease_token=NULL,lease_until=NULL "
+            "WHERE session_id=?",
+            {id});
+    });
+}
+
+void SQLiteJobStore::retireAudio(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    const auto id = session.string();
+    db.transaction([&] {
+        db.update(
+            "UPDATE jobs SET status='failed',lease_token=NULL,lease_until=NULL,last_error='Audio bewusst "
+            "entfernt' "
+            "WHERE session_id=? AND status!='completed'",
+            {id});
+        db.update("DELETE FROM chunks WHERE json_extract(payload,'$.sessionID')=?", {id});
+    });
+}
+
+void SQLiteJobStore::forgetSession(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    const auto id = session.string();
+    db.transaction([&] {
+        db.update("DELETE FROM result_history WHERE session_id=?", {id});
+        db.update("DELETE FROM jobs WHERE session_id=?", {id});
+        db.update("DELETE FROM chunks WHERE json_extract(payload,'$.sessionID')=?", {id});
+    });
+}
+
+std::map<std::string, std::int64_t> SQLiteJobStore::jobStats(const std::optional<UUID>& session) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    auto row = session ? db.prepare("SELECT status,COUNT(*) FROM jobs WHERE session_id=? GROUP BY status",
+                                    {session->string()})
+                       : db.prepare("SELECT status,COUNT(*) FROM jobs GROUP BY status", {});
+    std::map<std::string, std::int64_t> counts;
+    while (row.step()) counts[row.text(0)] = row.integer(1);
+    return counts;
+}
+
+std::optional<std::string> SQLiteJobStore::result(const std::string& id) {
+    const std::scoped_lock guard(lock_);
+    return open().textValue("SELECT result FROM jobs WHERE id=? AND status='completed'", {id});
+}
+
+std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
+  (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1))
+  FROM jobs WHERE session_id=? AND kind='transcribe' AND
+  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id))
+  ORDER BY created_at,id)",
+                              {session.string()});
+    std::vector<std::string> results;
+    while (row.step()) {
+        if (!row.isNull(0)) results.push_back(row.text(0));
+    }
+    return results;
+}
+
+std::int64_t SQLiteJobStore::jobCount() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("SELECT COUNT(*) FROM jobs", {});
+    return row.step() ? row.integer(0) : 0;
+}
+
+std::int64_t SQLiteJobStore::registeredChunkCount() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("SELECT COUNT(*) FROM chunks", {});
+    return row.step() ? row.integer(0) : 0;
+}
+
+}  // namespace meetingcore

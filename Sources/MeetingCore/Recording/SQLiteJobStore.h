@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Recording/Models.h"
+
+namespace meetingcore {
+
+class SQLiteConnection;
+
+/// A job as its creator describes it.
+struct WorkItem {
+    std::string id;
+    UUID sessionID;
+    std::string kind;  ///< the store itself knows only "transcribe"
+    std::string payloadJSON;
+
+    bool operator==(const WorkItem&) const = default;
+};
+
+template <>
+inline constexpr auto json::fields<WorkItem> = json::record(json::field("id", &WorkItem::id),
+                                                            json::field("sessionID", &WorkItem::sessionID),
+                                                            json::field("kind", &WorkItem::kind),
+                                                            json::field("payloadJSON", &WorkItem::payloadJSON));
+
+/// A worker's right to one job until the lease ends.
+struct JobLease {
+    WorkItem item;
+    UUID token;                ///< fresh for every claim
+    std::int64_t attempt = 0;  ///< counts from 1, this claim included
+};
+
+/// The durable work queue of a meeting library, one SQLite file: registered chunks, jobs under leases, and
+/// earlier results.
+///
+/// Every operation is synchronous and atomic; when it returns, its effect is on stable storage (WAL journal,
+/// synchronous=FULL). One lock serialises the operations of an object, immediate transactions and a busy
+/// timeout of 5 s those of several processes on one file. Failures are MeetingError: `invalidData` for bad
+/// arguments, else `database`, with SQLite's own message where the store has none. Times come from the caller.
+class SQLiteJobStore {
+public:
+    /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
+    /// return.
+    explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
+    ~SQLiteJobStore();
+    SQLiteJobStore(const SQLiteJobStore&) = delete;
+    SQLiteJobStore& operator=(const SQLiteJobStore&) = delete;
+
+    /// Registers a committed chunk. The same chunk again is no error, the same id with other metadata is.
+    void registerChunk(const AudioChunk& chunk);
+
+    /// Adds a pending job. The same job again is no error, the same id with another content is.
+    void enqueue(const WorkItem& item);
+
+    /// Takes the oldest pending job, ties broken by id; nothing where none is pending. Expired leases are left
+    /// alone.
+    std::optional<JobLease> claimNext(Date now, double leaseSeconds);
+
+    /// Completes a leased job with its result, which must be JSON.
+    void finish(const JobLease& lease, const std::string& resultJSON, Date now);
+
+    /// Lets the lease end `leaseSeconds` after now. A lease that has expired cannot be renewed.
+    void renew(const JobLease& lease, Date now, double leaseSeconds);
+
+    /// Ends a leased job as failed with the first 2000 characters of the message.
+    void fail(const JobLease& lease, const std::string& message, Date now);
+
+    /// Makes jobs whose lease ended before now pending again; returns their number.
+    std::int64_t recoverExpired(Date now);
+
+    void retryFailed(const std::string& id);
+    void retrySession(const UUID& session);
+
+    /// Archives the session's results and makes all its jobs pending. Refused while one of them is running.
+    void restartSession(const UUID& session);
+
+    /// Fails the session's unfinished jobs and forgets its chunks, since their audio was removed on purpose.
+    void retireAudio(const UUID& session);
+
+    /// Deletes the session's jobs, results and chunks.
+    void forgetSession(const UUID& session);
+
+    /// Number of jobs by status word ("pending", "running", "completed", "failed"), for one session or all.
+    std::map<std::string, std::int64_t> jobStats(const std::optional<UUID>& session = std::nullopt);
+
+    /// The result of a completed job.
+    std::optional<std::string> result(const std::string& id);
+
+    /// For each transcription job of the session, oldest first: its result, else the last archived one.
+    std::vector<std::string> completedResults(const UUID& session);
+
+    std::int64_t jobCount();
+    std::int64_t registeredChunkCount();
+
+    /// Closes the database early; every later operation fails.
+    void close();
+
+private:
+    SQLiteConnection& open();
+
+    std::mutex lock_;
+    std::unique_ptr<SQLiteConnection> db_;
+};
+
+}  // namespace meetingcore

@@ -1,0 +1,37 @@
+#include "MeetingCore/Summary/WorkerLock.h"
+
+#include <sys/file.h>
+
+#include "MeetingCore/Platform/MeetingError.h"
+
+namespace meetingcore {
+
+namespace {
+
+struct Wording {
+    const char* fileName;
+    const char* messageWhenTaken;
+};
+
+Wording wording(WorkerLock::Purpose purpose) {
+    if (purpose == WorkerLock::Purpose::inference) {
+        return {"inference.lock", "Eine lokale KI-Verarbeitung läuft bereits für diese Bibliothek."};
+    }
+    return {"application.lock",
+            "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte diese zuerst "
+            "beenden."};
+}
+
+}  // namespace
+
+WorkerLock::WorkerLock(const std::filesystem::path& root, Purpose purpose)
+    : descriptor_(FileDescriptor::open(root / wording(purpose).fileName, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR)) {
+    if (!descriptor_) throw MeetingError::storage("KI-Sperrdatei nicht verfügbar.");
+    if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw MeetingError::storage(wording(purpose).messageWhenTaken);
+    }
+}
+
+WorkerLock::~WorkerLock() { ::flock(descriptor_.get(), LOCK_UN); }
+
+}  // namespace meetingcore

@@ -1,0 +1,183 @@
+#include "MeetingCore/Transcript/InferenceData.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <unordered_set>
+
+#include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Transcript/TurnIndex.h"
+
+namespace meetingcore {
+
+template SpeechResult json::decode(std::string_view, const std::string&);
+template DiarizationResult json::decode(std::string_view, const std::string&);
+template TranscriptEdits json::decode(std::string_view, const std::string&);
+
+namespace {
+
+constexpr std::size_t maximumItems = 20'000;
+constexpr std::size_t maximumSegmentCharacters = 20'000;
+constexpr double secondsBeforeWindow = 0.1;
+constexpr double secondsAfterWindow = 0.5;
+
+bool haveDistinctIDs(std::span<const TranscriptSegment> segments) {
+    std::unordered_set<UUID> ids;
+    ids.reserve(segments.size());
+    return std::all_of(segments.begin(), segments.end(),
+                       [&](const auto& segment) { return ids.insert(segment.id).second; });
+}
+
+bool fits(const TranscriptSegment& segment, const TranscriptionWindow& window) {
+    return segment.source == window.source && !segment.text.empty() &&
+           !text::exceeds(segment.text, maximumSegmentCharacters) && std::isfinite(segment.startSeconds) &&
+           std::isfinite(segment.endSeconds) &&
+           segment.startSeconds >= window.startSeconds() - secondsBeforeWindow &&
+           segment.endSeconds <= window.endSeconds() + secondsAfterWindow &&
+           segment.endSeconds >= segment.startSeconds;
+}
+
+void validateTurns(const DiarizationResult& diarization) {
+    const bool valid =
+        std::all_of(diarization.turns.begin(), diarization.turns.end(), [](const SpeakerTurn& turn) {
+            return !turn.speakerID.empty() && std::isfinite(turn.startSeconds) &&
+                   std::isfinite(turn.endSeconds) && turn.startSeconds >= 0 &&
+                   turn.endSeconds >= turn.startSeconds;
+        });
+    if (!valid) throw MeetingError::invalidData("Ungültige Sprecherzeitmarken.");
+}
+
+std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& folder,
+                                                 FileManager& files) {
+    auto diarization = TranscriptStorage::readOptional<DiarizationResult>(folder / "diarization.json", files);
+    if (!diarization) return std::nullopt;
+    if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
+        throw MeetingError::invalidData("Falsche Diarisierungssitzung.");
+    }
+    validateTurns(*diarization);
+    return diarization;
+}
+
+/// Appends every result's segments to the document and notes whether one has version 2.
+void loadResults(TranscriptDocument& document, const std::vector<std::string>& results) {
+    for (const auto& result : results) {
+        auto speech = json::decode<SpeechResult>(result, "Das Ergebnis eines Transkriptionsauftrags");
+        if (speech.version != 1 && speech.version != 2) {
+            throw MeetingError::invalidData("Unbekannte Transkriptversion.");
+        }
+        if (speech.version == 2) document.requiresMicrophoneDiarization = true;
+        std::move(speech.segments.begin(), speech.segments.end(), std::back_inserter(document.rawSegments));
+    }
+    if (!haveDistinctIDs(document.rawSegments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
+    std::stable_sort(document.rawSegments.begin(), document.rawSegments.end(),
+                     [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
+}
+
+}  // namespace
+
+void SpeechResult::validate(const TranscriptionWindow& window) const {
+    const bool valid = windowID == window.id() && segments.size() <= maximumItems &&
+                       words.size() <= maximumItems && haveDistinctIDs(segments) &&
+                       std::all_of(segments.begin(), segments.end(),
+                                   [&](const TranscriptSegment& segment) { return fits(segment, window); });
+    if (!valid) throw MeetingError::invalidData("Ungültige Zeitmarken oder Textsegmente vom Sprachmodell.");
+}
+
+bool TranscriptDocument::diarizationPending() const {
+    if (diarization && !diarization->finished) return true;
+    if (requiresMicrophoneDiarization && (!diarization || diarization->version != 2)) return true;
+    const bool meetingSpeech = std::any_of(rawSegments.begin(), rawSegments.end(), [](const auto& segment) {
+        return segment.source == AudioSource::meeting;
+    });
+    return meetingSpeech && !diarization;
+}
+
+bool TranscriptDocument::microphoneDiarized() const {
+    return requiresMicrophoneDiarization || (diarization && diarization->version == 2);
+}
+
+std::string TranscriptDocument::speakerLabel(const TranscriptSegment& segment) const {
+    if (!segment.speakerID) {
+        if (segment.source == AudioSource::meeting) return "Meeting-Ton";
+        return microphoneDiarized() ? "Mikrofon · unklar" : "Ich · Mikrofon";
+    }
+    if (edits.speakerGeneration && diarization && edits.speakerGeneration == diarization->generation) {
+        const auto name = edits.speakerNames.find(*segment.speakerID);
+        if (name != edits.speakerNames.end()) return name->second;
+    }
+    return defaultSpeakerLabel(*segment.speakerID);
+}
+
+std::string TranscriptDocument::defaultSpeakerLabel(const std::string& speakerID) {
+    constexpr std::string_view microphonePrefix = "mic:";
+    if (speakerID.starts_with(microphonePrefix)) {
+        auto digits = std::string_view(speakerID).substr(microphonePrefix.size());
+        if (digits.starts_with('+') && !digits.starts_with("+-")) digits.remove_prefix(1);
+        std::int64_t number = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        if (error == std::errc{} && end == digits.data() + digits.size()) {
+            return "Sprecher " + std::to_string(number) + " · Mikrofon";
+        }
+    }
+    return "Sprecher " + speakerID;
+}
+
+std::vector<TranscriptSegment> TranscriptDocument::merge(std::span<const TranscriptSegment> rawSegments,
+                                                         const std::optional<DiarizationResult>& diarization,
+                                                         const TranscriptEdits& edits) {
+    const auto turns =
+        diarization ? std::span<const SpeakerTurn>(diarization->turns) : std::span<const SpeakerTurn>();
+    const TurnIndex microphone(turns, AudioSource::microphone);
+    const TurnIndex meeting(turns, AudioSource::meeting);
+    std::vector<TranscriptSegment> merged(rawSegments.begin(), rawSegments.end());
+    for (auto& segment : merged) {
+        const double midpoint = (segment.startSeconds + segment.endSeconds) * 0.5;
+        const auto& index = segment.source == AudioSource::microphone ? microphone : meeting;
+        const auto* const turn = index.onlyTurnAt(midpoint);
+        segment.speakerID = turn == nullptr ? std::nullopt : std::optional(turn->speakerID);
+        if (edits.correctedText.empty()) continue;
+        const auto correction = edits.correctedText.find(segment.id.string());
+        if (correction != edits.correctedText.end()) segment.text = correction->second;
+    }
+    return merged;
+}
+
+namespace TranscriptStorage {
+
+std::filesystem::path sessionDirectory(const std::filesystem::path& root, const UUID& session) {
+    return root / "Meetings" / session.string();
+}
+
+TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
+                        FileManager& files) {
+    TranscriptDocument document;
+    loadResults(document, database.completedResults(session));
+    const auto folder = sessionDirectory(root, session);
+    document.diarization = loadDiarization(session, folder, files);
+    document.edits =
+        readOptional<TranscriptEdits>(folder / "transcript-edits.json", files).value_or(TranscriptEdits{});
+    document.segments = TranscriptDocument::merge(document.rawSegments, document.diarization, document.edits);
+    return document;
+}
+
+bool hasUnfinishedDiarization(const std::filesystem::path& root, FileManager& files) {
+    const auto meetings = root / "Meetings";
+    if (!pathExists(meetings)) return false;
+    const auto names = files.list(meetings);
+    return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+        const auto diarization = readOptional<DiarizationResult>(meetings / name / "diarization.json", files);
+        return diarization && !diarization->finished;
+    });
+}
+
+std::optional<std::string> readBytes(const std::filesystem::path& file, FileManager& files) {
+    if (!pathExists(file)) return std::nullopt;
+    // One byte more than allowed tells a file that is too large, also one that grows meanwhile.
+    auto bytes = files.read(file, 0, maximumFileBytes + 1);
+    if (bytes.size() > maximumFileBytes) throw MeetingError::invalidData("Ergebnisdatei ist zu groß.");
+    return bytes;
+}
+
+}  // namespace TranscriptStorage
+}  // namespace meetingcore
