@@ -160,7 +160,8 @@ bool pathExists(const fs::path& path) {
 }
 
 void createDirectories(FileManager& files, const fs::path& path) {
-    if (path.empty() || fs::is_directory(path)) return;
+    std::error_code undecided;
+    if (path.empty() || fs::is_directory(path, undecided)) return;
     if (pathExists(path)) {
         throw MeetingError::storage(quotedName(path) + " kann nicht angelegt werden: Der Name ist schon vergeben.");
     }
