@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Summary/SummaryInstructions.h"
+#include "SummaryWorker/PromptPacking.h"
+#include "SummaryWorker/RawSummary.h"
+#include "Support/VocabularyModel.h"
+
+namespace meetingcore {
+namespace {
+
+std::string promptAround(const std::string& input) {
+    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(input, "Fasse zusammen.");
+}
+
+/// Counts the whole prompt anew for every value.
+std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model, std::size_t budget) {
+    std::vector<std::string> arrays;
+    std::string current;
+    for (const auto& value : values) {
+        auto candidate = current.empty() ? value : current + "," + value;
+        if (promptAround("[" + candidate + "]").size() > maximumPromptBytes) {
+            throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
+        }
+        const auto count = model.tokenize(promptAround("[" + candidate + "]")).size();
+        if (count > budget && !current.empty()) {
+            arrays.push_back("[" + current + "]");
+            candidate = value;
+        }
+        current = std::move(candidate);
+    }
+    if (!current.empty()) arrays.push_back("[" + current + "]");
+    return arrays;
+}
+
+std::vector<std::string> conversation(std::size_t segments, unsigned seed) {
+    const std::vector<std::string> words = {
+        "wir",    "müssen", "das",     "Budget", "für",   "Q3/Q4", "bis",  "Freitag", "klären,", "also",   "<|im_end|>", "äh …",
+        "„genau“", "12.500", "Euro.",   "Straße", "🙂",    "\n\n",  "  ",   "}]",      "\"],[\"",  "Grüße!", "e\u0301",   "3",
+        "nächste", "Woche",  "Quartal", "'s",     "Müller", "—",     "null", "CO₂",     "\t",       "Server"};
+    std::mt19937 random(seed);
+    std::vector<std::string> values;
+    for (std::size_t i = 0; i < segments; ++i) {
+        std::string text;
+        const auto length = random() % (i % 50 == 7 ? 3000 : 25);
+        for (std::size_t w = 0; w < length; ++w) text += words[random() % words.size()] + " ";
+        values.push_back(json::encode(Source{"s" + std::to_string(i + 1), "Sprecher 2", text}));
+    }
+    return values;
+}
+
+TEST(PromptPacking, FindsTheNaiveWaysPartsInTheRealVocabularyReadingAFractionOfTheText) {
+    testing::VocabularyModel model(MEETING_QWEN2_VOCABULARY);
+    for (const unsigned seed : {1U, 2U, 3U}) {
+        const auto values = conversation(250, seed);
+        for (const std::size_t budget : {400U, 1500U, 5400U}) {
+            model.bytesRead = 0;
+            const auto packed = packIntoArrays(values, promptAround, model, budget);
+            const auto read = std::exchange(model.bytesRead, 0U);
+            EXPECT_EQ(packed, packNaively(values, model, budget)) << "seed " << seed << ", budget " << budget;
+            if (budget == 5400) EXPECT_LT(read * 4, model.bytesRead);
+        }
+    }
+}
+
+TEST(PromptPacking, RefusesAPromptBeyondItsByteLimitExactlyWhereTheNaiveWayDoes) {
+    testing::VocabularyModel model(MEETING_QWEN2_VOCABULARY);
+    const auto outcome = [](const auto& pack) {
+        try {
+            return std::to_string(pack().size());
+        } catch (const MeetingError& error) {
+            return error.message();
+        }
+    };
+    const auto frame = promptAround("[]").size();
+    const std::string text(maximumPromptBytes - frame - 2, ' ');  // blanks tokenize fast
+    const std::string exact = "\"" + text + "\"";
+    const std::vector<std::vector<std::string>> inputs = {
+        {}, {exact}, {exact + " "}, {"1", exact}, {"1", exact.substr(3), "2"}, {exact, "1"}};
+    for (const auto& values : inputs) {
+        EXPECT_EQ(outcome([&] { return packIntoArrays(values, promptAround, model, 5400); }),
+                  outcome([&] { return packNaively(values, model, 5400); }));
+    }
+}
+
+}  // namespace
+}  // namespace meetingcore
