@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace meetingcore::testing {
+
+/// An empty folder of a test's own under the system's temporary folder, with permissions 0700. It goes with
+/// everything in it when the object does; folders that a test made unwritable are opened up again first.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string pattern =
+            (std::filesystem::canonical(std::filesystem::temp_directory_path()) / "meetingcore-XXXXXX")
+                .string();
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), pattern);
+        }
+        path_ = pattern;
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        allowRemoval(path_);
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    /// Absolute, without symbolic links.
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    static void allowRemoval(const std::filesystem::path& folder) {
+        namespace fs = std::filesystem;
+        std::error_code ignored;
+        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+        for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end;
+             entry.increment(ignored)) {
+            if (std::error_code unknown; entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
+                allowRemoval(entry->path());
+            }
+        }
+    }
+
+    std::filesystem::path path_;
+};
+
+}  // namespace meetingcore::testing
