@@ -206,14 +206,25 @@ TEST(SummaryTask, WritesNoSummaryOfATranscriptThatChangedMeanwhile) {
     EXPECT_THAT(pipeline.states, ElementsAre("summarizing"));
 }
 
-/// Every source is a part of its own, and results merge in pairs.
+/// A meeting whose segments each fill more than half of a prompt, so that each is a part of its own. A token is a byte.
 struct MergeCase {
-    explicit MergeCase(std::size_t parts) : meeting(texts(parts)), pipeline(meeting) {
+    explicit MergeCase(std::size_t parts)
+        : meeting(std::vector<std::string>(parts, std::string(room() * 6 / 10, 'x'))), pipeline(meeting) {
         pipeline.model.bytesPerToken = 1;
     }
-    static std::vector<std::string> texts(std::size_t parts) {
-        return std::vector<std::string>(parts, std::string(1400, 'x'));
+
+    /// What a prompt holds beside its frame.
+    static std::size_t room() {
+        static const std::size_t bytes = [] {
+            TestMeeting meeting({"x"});
+            Pipeline pipeline(meeting);
+            pipeline.model.say(answerWith(""));
+            pipeline.summarize();
+            return promptTokenBudget - pipeline.model.prompts[0].size();
+        }();
+        return bytes;
     }
+
     TestMeeting meeting;
     Pipeline pipeline;
 };
@@ -226,7 +237,7 @@ TEST(SummaryTask, MergesPartsInOrderUntilOneResultRemains) {
         const auto at = std::min(prompt.find("\"id\":\"s"), prompt.find("\"ids\":[\"s"));
         const auto number = prompt.substr(prompt.find("\"s", at) + 1);
         ++answered;
-        return answerWith(point(std::string(answered <= 5 ? 700 : 10, 'y'), number.substr(0, number.find('"'))));
+        return answerWith(point(std::string(answered <= 5 ? MergeCase::room() * 4 / 10 : 10, 'y'), number.substr(0, number.find('"'))));
     };
     merge.pipeline.summarize();
     const auto& prompts = merge.pipeline.model.prompts;
@@ -243,7 +254,7 @@ TEST(SummaryTask, SaysWhenResultsCannotBeCondensedAndKeepsThem) {
     MergeCase merge(2);
     std::size_t answered = 0;
     merge.pipeline.model.otherwise = [&](const std::string&) {
-        return answerWith(point(std::string(1900, 'y'), "s" + std::to_string(++answered)));
+        return answerWith(point(std::string(MergeCase::room() * 6 / 10, 'y'), "s" + std::to_string(++answered)));
     };
     EXPECT_EQ(messageOf([&] { merge.pipeline.summarize(); }),
               "Zusammenfassung lässt sich nicht weiter verdichten; geprüfte Teilergebnisse bleiben gespeichert.");
@@ -295,7 +306,9 @@ TEST(SummaryTask, LeavesTheOldSummaryWhereTheDiskIsFullAtAnyStep) {
         EXPECT_THAT(message, HasSubstr("kein Platz mehr"));
         EXPECT_THAT(pipeline.states, Not(::testing::Contains("summaryFinished")));
         const auto content = TranscriptStorage::readBytes(meeting.folder() / "summary.json");
-        if (content != "old") EXPECT_NO_THROW(json::decode<SummaryArtifact>(*content, "")) << "a whole new one";
+        if (content != "old") {
+            EXPECT_NO_THROW(json::decode<SummaryArtifact>(*content, "")) << "a whole new one";
+        }
         for (const auto& name : FileManager::system().list(meeting.folder())) EXPECT_THAT(name, Not(EndsWith(".tmp")));
     }
     EXPECT_GE(step, 6) << "folder, its flush, and file, rename and flush of cache and summary";
