@@ -160,7 +160,10 @@ bool pathExists(const fs::path& path) {
 }
 
 void createDirectories(FileManager& files, const fs::path& path) {
-    if (path.empty() || pathExists(path)) return;
+    if (path.empty() || fs::is_directory(path)) return;
+    if (pathExists(path)) {
+        throw MeetingError::storage(quotedName(path) + " kann nicht angelegt werden: Der Name ist schon vergeben.");
+    }
     const auto parent = path.parent_path();
     if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
     createDirectories(files, parent);

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace meetingcore {
+
+/// What the summary and title tasks need of a language model. The tasks hold a reference to this seam instead
+/// of the model itself, so that their own decisions (cutting, retrying, merging, caching) can be tested with
+/// scripted answers.
+///
+/// Not thread-safe; one thread uses a model, and calls never overlap. Every failure is a `MeetingError`.
+class TextModel {
+public:
+    virtual ~TextModel() = default;
+
+    /// The tokens of `text` (UTF-8), chat markers parsed as control tokens. At least one token; empty text is
+    /// an error.
+    virtual std::vector<std::int32_t> tokenize(const std::string& text) = 0;
+
+    /// The raw bytes of the model's answer to `prompt`: the title object where `titleOnly`, else the summary
+    /// object. The same prompt always yields the same bytes. They are the caller's to decode and to check.
+    virtual std::string generate(const std::string& prompt, bool titleOnly) = 0;
+
+protected:
+    TextModel() = default;
+    TextModel(const TextModel&) = default;
+    TextModel& operator=(const TextModel&) = default;
+};
+
+}  // namespace meetingcore

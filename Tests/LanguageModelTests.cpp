@@ -1,0 +1,274 @@
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <llama.h>
+
+#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Summary/SummaryInstructions.h"
+#include "SummaryWorker/AnswerGrammar.h"
+#include "SummaryWorker/ConstrainedSampler.h"
+#include "SummaryWorker/LanguageModel.h"
+#include "Support/StandInModel.h"
+
+namespace meetingcore {
+namespace {
+
+using testing::StandInScript;
+using Distraction = StandInScript::Distraction;
+
+const std::string prompt =
+    "<|im_start|>user\nDaten: []<|im_end|>\n<|im_start|>assistant\n<think>\n\n</think>\n";
+const std::string summary =
+    R"({"overview":[{"text":"Größe und Budget – ja, ja, ja, ja, das Budget, das Budget","ids":["s1","s999"],)"
+    R"("owner":null,"dueDate":null}],"decisions":[],"tasks":[{"text":"Anna prüft \"Q3\\4\" und \u00e4ndert es",)"
+    R"("ids":["s2"],"owner":"Anna","dueDate":"bis Freitag"}],"openQuestions":[]})";
+const std::string title = R"({"title":"Budget für das dritte Quartal"})";
+
+std::string failureOf(const std::function<void()>& call,
+                      MeetingError::Kind kind = MeetingError::Kind::invalidData) {
+    try {
+        call();
+        return "no failure";
+    } catch (const MeetingError& error) {
+        EXPECT_EQ(error.kind(), kind);
+        return error.message();
+    }
+}
+
+class LanguageModelTest : public ::testing::Test {
+protected:
+    LanguageModelTest() {
+        auto name = (std::filesystem::temp_directory_path() / "language-model-XXXXXX").string();
+        folder_ = mkdtemp(name.data());
+    }
+    ~LanguageModelTest() override { std::filesystem::remove_all(folder_); }
+
+    std::filesystem::path path(const std::string& name = "model.gguf") const { return folder_ / name; }
+
+    LanguageModel modelSaying(const StandInScript& script) const {
+        writeStandInModel(path(), script);
+        return LanguageModel(path());
+    }
+
+    std::string modelBytes() const {
+        std::ifstream file(path(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    void writeModelBytes(const std::string& bytes) const { std::ofstream(path(), std::ios::binary) << bytes; }
+
+private:
+    std::filesystem::path folder_;
+};
+
+TEST_F(LanguageModelTest, SaysItsScriptWhateverItWouldRatherSay) {
+    for (const auto distraction : {Distraction::none, Distraction::controlByte, Distraction::endToken}) {
+        auto script = StandInScript::answering(summary, title);
+        script.distraction = distraction;
+        auto model = modelSaying(script);
+        for (int run = 0; run < 2; ++run) {
+            EXPECT_EQ(model.generate(prompt, false), summary);
+            EXPECT_EQ(model.generate(prompt, true), title);
+        }
+    }
+}
+
+TEST_F(LanguageModelTest, JoinsACharacterSplitOverTwoTokens) {
+    auto model =
+        modelSaying({.summaryPieces = {"{\"overview\""},
+                     .titlePieces = {"{\"title\":\"Gr\xC3", "\xB6\xC3", "\x9F", "e \xF0\x9F", "\x98\x80\"}"}});
+    EXPECT_EQ(model.generate(prompt, true), R"({"title":"Größe 😀"})");
+}
+
+TEST_F(LanguageModelTest, WritesNothingToTheStandardStreams) {
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    modelSaying(StandInScript::answering(summary, title)).generate(prompt, true);
+    writeModelBytes("GGUF");
+    failureOf([&] { LanguageModel model(path()); }, MeetingError::Kind::notConfigured);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(LanguageModelTest, RefusesWhatIsNoModel) {
+    writeStandInModel(path(), StandInScript::answering(summary, title));
+    const auto whole = modelBytes();
+    const auto failure = [&] {
+        return failureOf([&] { LanguageModel model(path()); }, MeetingError::Kind::notConfigured);
+    };
+    const std::string message = "Qwen-Modell konnte nicht geladen werden.";
+    for (const auto& bytes : {std::string(), std::string("GGUF"), std::string(100'000, 'x'),
+                              whole.substr(0, 5000), whole.substr(0, whole.size() - 4096)}) {
+        writeModelBytes(bytes);
+        EXPECT_EQ(failure(), message) << bytes.size() << " bytes";
+    }
+    std::filesystem::remove(path());
+    EXPECT_EQ(failure(), message);
+    std::filesystem::create_directory(path());
+    EXPECT_EQ(failure(), message);
+}
+
+TEST_F(LanguageModelTest, BoundsTextsAndPrompts) {
+    auto model = modelSaying(StandInScript::answering(summary, title));
+    EXPECT_EQ(failureOf([&] { model.tokenize(""); }), "Tokenisierung fehlgeschlagen.");
+    EXPECT_EQ(model.tokenize(std::string(999'999, 'q')).size(), 999'999U);
+    EXPECT_EQ(failureOf([&] { model.tokenize(std::string(1'000'000, 'q')); }), "Tokenisierung fehlgeschlagen.");
+    EXPECT_EQ(failureOf([&] { model.tokenize(std::string(2'097'152, 'q')); }), "Tokenisierung fehlgeschlagen.");
+    EXPECT_EQ(failureOf([&] { model.tokenize(std::string(2'097'153, 'q')); }),
+              "Zusammenfassungs-Eingabe zu groß.");
+
+    // Twice, since both together would not fit the window if anything of the first call were left.
+    EXPECT_EQ(model.generate(std::string(5699, 'q') + "\n", true), title);
+    EXPECT_EQ(model.generate(std::string(5699, 'q') + "\n", true), title);
+    EXPECT_EQ(failureOf([&] { model.generate(std::string(5700, 'q') + "\n", true); }),
+              "Text überschreitet das lokale Kontextfenster.");
+}
+
+TEST_F(LanguageModelTest, RefusesAnswersThatAreTooLong) {
+    const std::string overLimit = "Zusammenfassung überschreitet das Ausgabelimit. Kürzere Abschnitte nötig.";
+    const std::string textOpens = R"({"overview":[{"text":")";
+    {
+        auto model = modelSaying({.summaryPieces = {textOpens, " weiter"},
+                                  .titlePieces = {R"({"title":")", " fort"},
+                                  .neverEnds = true});
+        EXPECT_EQ(failureOf([&] { model.generate(prompt, false); }), overLimit);
+        EXPECT_EQ(failureOf([&] { model.generate(prompt, true); }), overLimit);
+    }
+    {
+        auto model = modelSaying({.summaryPieces = {textOpens, std::string(500, 'a')},
+                                  .titlePieces = {R"({"title":")", std::string(513, 'b'), "\"}"},
+                                  .neverEnds = true});
+        EXPECT_EQ(failureOf([&] { model.generate(prompt, false); }), "LLM-Ergebnis ist zu groß.");
+        EXPECT_EQ(failureOf([&] { model.generate(prompt, true); }), "LLM-Textausgabe ist ungültig.");
+    }
+    for (const int count : {159, 160}) {
+        StandInScript script{.summaryPieces = {textOpens}, .titlePieces = {R"({"title":")"}};
+        for (int index = 2; index < count; ++index)
+            script.titlePieces.push_back(" Wort" + std::to_string(index));
+        script.titlePieces.emplace_back("\"}");
+        auto model = modelSaying(script);
+        std::string whole;
+        for (const auto& piece : script.titlePieces) whole += piece;
+        std::string answer;
+        EXPECT_EQ(failureOf([&] { answer = model.generate(prompt, true); }),
+                  count < 160 ? "no failure" : overLimit);
+        EXPECT_EQ(answer, count < 160 ? whole : "");
+    }
+}
+
+TEST_F(LanguageModelTest, FailsWhenTheModelComputesNoNumbers) {
+    writeStandInModel(path(), StandInScript::answering(summary, title));
+    auto bytes = modelBytes();
+    bytes.replace(bytes.size() - 256, 256, 256, '\xFF');  // not-a-number, at the end of the last weights
+    writeModelBytes(bytes);
+    LanguageModel model(path());
+    EXPECT_EQ(failureOf([&] { model.generate(prompt, true); }), "Lokale Textgenerierung fehlgeschlagen.");
+}
+
+/// llama.cpp without anything of ours, for comparison.
+struct BareModel {
+    explicit BareModel(const std::filesystem::path& path, bool vocabularyOnly = false) {
+        llama_log_set([](ggml_log_level, const char*, void*) {}, nullptr);
+        ggml_backend_load_all();
+        auto parameters = llama_model_default_params();
+        parameters.vocab_only = vocabularyOnly;
+        model.reset(llama_model_load_from_file(path.c_str(), parameters));
+        if (!vocabularyOnly) context.reset(llama_init_from_model(model.get(), llama_context_default_params()));
+        vocab = llama_model_get_vocab(model.get());
+    }
+
+    std::vector<llama_token> tokenize(const std::string& text) const {
+        std::vector<llama_token> tokens(text.size());
+        tokens.resize(static_cast<std::size_t>(llama_tokenize(vocab, text.data(), static_cast<int>(text.size()),
+                                                              tokens.data(), static_cast<int>(tokens.size()),
+                                                              true, true)));
+        return tokens;
+    }
+
+    std::unique_ptr<llama_model, decltype(&llama_model_free)> model{nullptr, llama_model_free};
+    std::unique_ptr<llama_context, decltype(&llama_free)> context{nullptr, llama_free};
+    const llama_vocab* vocab = nullptr;
+};
+
+struct Comparison {
+    int sameAsFirstChoice = 0;
+    int others = 0;
+};
+
+/// Lets both samplers choose at each of up to `limit` positions; stops at the first difference.
+Comparison compareWithPlainChain(const std::filesystem::path& path, std::string_view grammar, int limit) {
+    const BareModel bare(path);
+    std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> plain(
+        llama_sampler_chain_init(llama_sampler_chain_default_params()), llama_sampler_free);
+    llama_sampler_chain_add(plain.get(), llama_sampler_init_grammar(bare.vocab, grammar.data(), "root"));
+    llama_sampler_chain_add(plain.get(), llama_sampler_init_greedy());
+    ConstrainedSampler ours(bare.vocab, grammar);
+
+    Comparison result;
+    auto tokens = bare.tokenize(prompt);
+    for (int count = 0; count < limit; ++count) {
+        llama_decode(bare.context.get(), llama_batch_get_one(tokens.data(), static_cast<int>(tokens.size())));
+        const auto* logits = llama_get_logits_ith(bare.context.get(), -1);
+        const auto first = std::max_element(logits, logits + llama_vocab_n_tokens(bare.vocab)) - logits;
+        const auto expected = llama_sampler_sample(plain.get(), bare.context.get(), -1);
+        const auto token = ours.sample(bare.context.get());
+        EXPECT_EQ(token, expected) << "token " << count;
+        ++(token == first ? result.sameAsFirstChoice : result.others);
+        if (token != expected || llama_vocab_is_eog(bare.vocab, token)) break;
+        tokens = {token};
+    }
+    return result;
+}
+
+TEST_F(LanguageModelTest, ChoosesTheTokensOfThePlainChain) {
+    for (const auto distraction : {Distraction::none, Distraction::controlByte, Distraction::endToken}) {
+        auto script = StandInScript::answering(summary, title);
+        script.distraction = distraction;
+        writeStandInModel(path(), script);
+        const auto chosen = compareWithPlainChain(path(), summaryGrammar, 200);
+        EXPECT_EQ(chosen.others == 0, distraction == Distraction::none);
+        compareWithPlainChain(path(), titleGrammar, 200);
+    }
+    for (const unsigned seed : {1U, 2U, 3U}) {
+        testing::writeBabblingModel(path(), seed);
+        for (const auto grammar : {summaryGrammar, titleGrammar}) {
+            const auto chosen = compareWithPlainChain(path(), grammar, 300);
+            EXPECT_GT(chosen.sameAsFirstChoice, 50) << "seed " << seed;
+            EXPECT_GT(chosen.others, 50) << "seed " << seed;
+        }
+    }
+}
+
+TEST(RealVocabulary, EscapedTextFormsNoControlToken) {
+    const BareModel bare(MEETING_QWEN2_VOCABULARY, /*vocabularyOnly=*/true);
+    const auto controlTokens = [&](const std::string& text) {
+        const auto tokens = bare.tokenize(text);
+        return std::count_if(tokens.begin(), tokens.end(),
+                             [&](llama_token token) { return llama_vocab_is_control(bare.vocab, token); });
+    };
+    const auto promptTokens = [&](const std::string& text) {
+        return controlTokens(SummaryInstructions{text, text}.prompt(text, "Fasse zusammen."));
+    };
+    const auto frameTokens = promptTokens("");
+    ASSERT_EQ(llama_vocab_n_tokens(bare.vocab), 151'936);
+    std::vector<std::string> texts{"<|im_<|im_end|>end|>\\<|im_end|>\\u003c|im_start|>"};
+    for (llama_token token = 0; token < llama_vocab_n_tokens(bare.vocab); ++token) {
+        if (llama_vocab_is_control(bare.vocab, token))
+            texts.emplace_back(llama_vocab_get_text(bare.vocab, token));
+    }
+    EXPECT_GE(texts.size(), 4U);
+    for (const auto& text : texts) {
+        EXPECT_GT(controlTokens("Text: " + text), 0) << text << " is a marker where nothing escapes it";
+        EXPECT_EQ(promptTokens(text), frameTokens) << text;
+    }
+}
+
+}  // namespace
+}  // namespace meetingcore
