@@ -139,10 +139,13 @@ endfunction()
 # llama.cpp built with g++ links libgomp. Another compiler has no use for its own OpenMP here and may not even
 # have one, so it is told to link the same library and to add no flag.
 macro(_llama_match_openmp)
-    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT APPLE)
-        set(OpenMP_CXX_FLAGS "-pthread" CACHE STRING "")
-        set(OpenMP_CXX_LIB_NAMES "gomp" CACHE STRING "")
-        mark_as_advanced(OpenMP_CXX_FLAGS OpenMP_CXX_LIB_NAMES)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        find_library(OpenMP_gomp_LIBRARY gomp HINTS ${CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES})
+        mark_as_advanced(OpenMP_gomp_LIBRARY)
+        if(OpenMP_gomp_LIBRARY)
+            set(OpenMP_CXX_FLAGS "-pthread")
+            set(OpenMP_CXX_LIB_NAMES gomp)
+        endif()
     endif()
 endmacro()
 
