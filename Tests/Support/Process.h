@@ -1,0 +1,80 @@
+#pragma once
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "MeetingCore/Platform/FileDescriptor.h"
+
+namespace meetingcore::testing {
+
+/// How a program ended and what it wrote, byte for byte.
+struct ProcessResult {
+    int status = 0;  ///< exit status, or the negated number of the signal that ended it
+    std::string out;
+    std::string err;
+};
+
+/// A started program whose standard output is read through a pipe while it runs. Its standard error goes to an
+/// unnamed file, so that however much it writes there, it never waits for us. Its standard input is empty.
+///
+/// Used by one thread. Throws `std::system_error` where the system fails us.
+class ChildProcess {
+public:
+    using Environment = std::map<std::string, std::string>;
+
+    /// Starts `program` (a path, not searched for). `environment` is added to our own; SIGPIPE has its default
+    /// action in the child, whatever we do with it.
+    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 const Environment& environment = {});
+
+    /// Kills the program if `wait` was not called.
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    pid_t id() const { return pid_; }
+
+    /// Waits for the next line of the standard output and returns it without its line feed; nothing at the end.
+    /// What follows the last line feed counts as a line too.
+    std::optional<std::string> nextLine();
+
+    /// Closes our end of the pipe: from now on the program's writes fail.
+    void closeOutput() { output_.close(); }
+
+    void kill(int signal = SIGKILL);
+
+    /// Reads the output to its end, waits for the program and returns all that it wrote until then.
+    ProcessResult wait();
+
+private:
+    bool readMore();
+    int reap();
+
+    struct CloseFile {
+        void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
+    };
+
+    FileDescriptor output_;
+    std::unique_ptr<std::FILE, CloseFile> errors_;
+    std::string received_;
+    std::size_t nextLine_ = 0;  ///< where in `received_` the next line begins
+    pid_t pid_ = -1;            ///< -1 once reaped
+};
+
+/// Runs a program to its end; `onLine` gets each line of its standard output as it comes, without the line
+/// feed.
+ProcessResult runProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                         const ChildProcess::Environment& environment = {},
+                         const std::function<void(std::string_view line)>& onLine = {});
+
+}  // namespace meetingcore::testing
