@@ -1,4 +1,4 @@
-#include "MeetingCore/Platform/Digest.h"
+#include "EveryHeader.h"
 
 int main() {
     // The test vector "abc" of FIPS 180-4.
