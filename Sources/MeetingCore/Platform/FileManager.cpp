@@ -169,7 +169,11 @@ void createDirectories(FileManager& files, const fs::path& path) {
     const auto parent = path.parent_path();
     if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
     createDirectories(files, parent);
-    files.createDirectory(path);
+    try {
+        files.createDirectory(path);
+    } catch (const MeetingError&) {
+        if (!fs::is_directory(path, undecided)) throw;  // else another process was faster
+    }
     files.flushDirectory(parent.empty() ? fs::path(".") : parent);
 }
 
