@@ -27,7 +27,8 @@ struct Comparison {
 };
 
 /// Runs both in turn, so that a machine that slows down slows both. Each returns its seconds.
-inline Comparison interleaved(int rounds, const std::function<double()>& ours, const std::function<double()>& baseline) {
+inline Comparison interleaved(int rounds, const std::function<double()>& ours,
+                              const std::function<double()>& baseline) {
     std::vector<double> oursSeconds;
     std::vector<double> baselineSeconds;
     std::vector<double> ratios;
