@@ -7,12 +7,15 @@
 #include <iostream>
 #include <memory>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <ggml.h>
 #include <gguf.h>
+
+#include "Support/BareModel.h"
 
 namespace meetingcore::benchmarks {
 namespace {
@@ -67,6 +70,7 @@ public:
                              .mem_buffer = nullptr,
                              .no_alloc = true})) {
         add("token_embd.weight", GGML_TYPE_Q6_K, shape.width, vocabularySize);
+        add("output.weight", GGML_TYPE_Q6_K, shape.width, vocabularySize);
         add("output_norm.weight", GGML_TYPE_F32, shape.width);
         for (std::uint32_t block = 0; block < shape.blocks; ++block) addBlock(shape, block);
     }
@@ -132,24 +136,37 @@ std::vector<std::uint8_t> randomBlocks(ggml_type type, std::size_t bytes) {
     return data;
 }
 
+bool leavesNoTrace(const std::string& name) {
+    return name == "output.weight" || name.find("attn_output") != std::string::npos ||
+           name.find("ffn_down") != std::string::npos;
+}
+
 class DataWriter {
 public:
-    explicit DataWriter(const std::filesystem::path& path) : file_(path, std::ios::binary | std::ios::app) {}
+    explicit DataWriter(const std::filesystem::path& path)
+        : file_(path, std::ios::binary | std::ios::in | std::ios::out | std::ios::ate), start_(file_.tellp()) {}
 
-    void write(const ggml_tensor* tensor, std::size_t alignment) {
-        auto rest = ggml_nbytes(tensor);
+    void append(const ggml_tensor* tensor, std::size_t alignment) {
+        const auto bytes = ggml_nbytes(tensor);
         if (tensor->type == GGML_TYPE_F32) {
             const std::vector<float> ones(static_cast<std::size_t>(ggml_nelements(tensor)), 1.0F);
-            file_.write(reinterpret_cast<const char*>(ones.data()), static_cast<std::streamsize>(rest));
+            put(ones.data(), bytes);
         } else {
-            const auto& pool = tensor->type == GGML_TYPE_Q4_K ? fourBit_ : sixBit_;
-            for (std::size_t count = 0; rest > 0; rest -= count) {
-                count = std::min(rest, pool.size());
-                file_.write(reinterpret_cast<const char*>(pool.data()), static_cast<std::streamsize>(count));
+            const auto& pool = leavesNoTrace(tensor->name) ? zero_ : random(tensor->type);
+            for (std::size_t done = 0; done < bytes; done += pool.size()) {
+                put(pool.data(), std::min(bytes - done, pool.size()));
             }
         }
-        const std::string padding((alignment - ggml_nbytes(tensor) % alignment) % alignment, '\0');
-        file_.write(padding.data(), static_cast<std::streamsize>(padding.size()));
+        put(zero_.data(), (alignment - bytes % alignment) % alignment);
+    }
+
+    /// Makes a row of one Q6_K tensor equal to a row of a random one, both at their offsets in the data.
+    void copyRow(std::size_t from, std::size_t row, std::size_t to, std::size_t toRow, std::size_t rowBytes) {
+        std::vector<char> bytes(rowBytes);
+        file_.seekg(start_ + static_cast<std::streamoff>(from + row * rowBytes));
+        file_.read(bytes.data(), static_cast<std::streamsize>(rowBytes));
+        file_.seekp(start_ + static_cast<std::streamoff>(to + toRow * rowBytes));
+        put(bytes.data(), rowBytes);
     }
 
     void close() {
@@ -158,26 +175,60 @@ public:
     }
 
 private:
+    const std::vector<std::uint8_t>& random(ggml_type type) const {
+        return type == GGML_TYPE_Q4_K ? fourBit_ : sixBit_;
+    }
+
+    void put(const void* data, std::size_t bytes) {
+        file_.write(static_cast<const char*>(data), static_cast<std::streamsize>(bytes));
+    }
+
     // Whole blocks of an odd number of rows of any shape, so that neighbouring rows differ.
     static constexpr std::size_t blocks = 99'991;
     std::vector<std::uint8_t> fourBit_ = randomBlocks(GGML_TYPE_Q4_K, blocks* ggml_type_size(GGML_TYPE_Q4_K));
     std::vector<std::uint8_t> sixBit_ = randomBlocks(GGML_TYPE_Q6_K, blocks* ggml_type_size(GGML_TYPE_Q6_K));
-    std::ofstream file_;
+    std::vector<std::uint8_t> zero_ = std::vector<std::uint8_t>(blocks * ggml_type_size(GGML_TYPE_Q6_K));
+    std::fstream file_;
+    std::streamoff start_;
 };
+
+/// The line feed, the title's tokens, the end token. None may occur twice, since each leads to one other.
+std::vector<llama_token> script(const std::filesystem::path& vocabulary) {
+    const testing::BareModel words(vocabulary, /*vocabularyOnly=*/true);
+    auto tokens = words.tokenize("\n");
+    const auto title = words.tokenize(scriptedTitle);
+    tokens.insert(tokens.end(), title.begin(), title.end());
+    tokens.push_back(words.tokenize("<|im_end|>").front());
+    if (std::set<llama_token>(tokens.begin(), tokens.end()).size() != tokens.size()) {
+        throw std::runtime_error("the scripted title has a token twice");
+    }
+    return tokens;
+}
 
 void write(const std::filesystem::path& path, const ModelShape& shape,
            const std::filesystem::path& vocabulary) {
     const auto source = readMetadata(vocabulary);
-    const auto tokens = gguf_get_arr_n(source.get(), gguf_find_key(source.get(), "tokenizer.ggml.tokens"));
+    const auto vocabularySize =
+        gguf_get_arr_n(source.get(), gguf_find_key(source.get(), "tokenizer.ggml.tokens"));
     const GGUF file(gguf_init_empty());
     gguf_set_kv(file.get(), source.get());
     describe(file.get(), shape);
-    const Tensors tensors(file.get(), shape, static_cast<std::int64_t>(tokens));
+    const Tensors tensors(file.get(), shape, static_cast<std::int64_t>(vocabularySize));
     if (!gguf_write_to_file(file.get(), path.c_str(), /*only_meta=*/true)) {
         throw std::runtime_error("cannot write " + path.string());
     }
     DataWriter data(path);
-    for (const auto* tensor : tensors.list()) data.write(tensor, gguf_get_alignment(file.get()));
+    for (const auto* tensor : tensors.list()) data.append(tensor, gguf_get_alignment(file.get()));
+    const auto offset = [&](const char* name) {
+        return gguf_get_tensor_offset(file.get(), gguf_find_tensor(file.get(), name));
+    };
+    const auto tokens = script(vocabulary);
+    for (std::size_t index = 0; index + 1 < tokens.size(); ++index) {
+        // A row that equals the embedding of a token gets the largest product with it.
+        data.copyRow(offset("token_embd.weight"), static_cast<std::size_t>(tokens[index]),
+                     offset("output.weight"), static_cast<std::size_t>(tokens[index + 1]),
+                     ggml_row_size(GGML_TYPE_Q6_K, shape.width));
+    }
     data.close();
 }
 
@@ -185,7 +236,7 @@ void write(const std::filesystem::path& path, const ModelShape& shape,
 
 std::filesystem::path cachedModel(const ModelShape& shape, const std::filesystem::path& vocabulary) {
     const auto folder = cacheFolder();
-    const auto name = "random-" + std::to_string(shape.blocks) + "x" + std::to_string(shape.width) + "-v1.gguf";
+    const auto name = "random-" + std::to_string(shape.blocks) + "x" + std::to_string(shape.width) + "-v2.gguf";
     if (std::filesystem::exists(folder / name)) return folder / name;
     std::cout << "Writing " << (folder / name).string() << " (once; delete it whenever you like)" << std::endl;
     std::filesystem::create_directories(folder);
