@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,11 +14,13 @@
 #include "SummaryWorker/AnswerGrammar.h"
 #include "SummaryWorker/ConstrainedSampler.h"
 #include "SummaryWorker/LanguageModel.h"
+#include "Support/BareModel.h"
 #include "Support/StandInModel.h"
 
 namespace meetingcore {
 namespace {
 
+using testing::BareModel;
 using testing::StandInScript;
 using Distraction = StandInScript::Distraction;
 
@@ -172,31 +173,6 @@ TEST_F(LanguageModelTest, FailsWhenTheModelComputesNoNumbers) {
     EXPECT_EQ(failureOf([&] { model.generate(prompt, true); }), "Lokale Textgenerierung fehlgeschlagen.");
 }
 
-/// llama.cpp without anything of ours, for comparison.
-struct BareModel {
-    explicit BareModel(const std::filesystem::path& path, bool vocabularyOnly = false) {
-        llama_log_set([](ggml_log_level, const char*, void*) {}, nullptr);
-        ggml_backend_load_all();
-        auto parameters = llama_model_default_params();
-        parameters.vocab_only = vocabularyOnly;
-        model.reset(llama_model_load_from_file(path.c_str(), parameters));
-        if (!vocabularyOnly) context.reset(llama_init_from_model(model.get(), llama_context_default_params()));
-        vocab = llama_model_get_vocab(model.get());
-    }
-
-    std::vector<llama_token> tokenize(const std::string& text) const {
-        std::vector<llama_token> tokens(text.size());
-        tokens.resize(static_cast<std::size_t>(llama_tokenize(vocab, text.data(), static_cast<int>(text.size()),
-                                                              tokens.data(), static_cast<int>(tokens.size()),
-                                                              true, true)));
-        return tokens;
-    }
-
-    std::unique_ptr<llama_model, decltype(&llama_model_free)> model{nullptr, llama_model_free};
-    std::unique_ptr<llama_context, decltype(&llama_free)> context{nullptr, llama_free};
-    const llama_vocab* vocab = nullptr;
-};
-
 struct Comparison {
     int sameAsFirstChoice = 0;
     int others = 0;
@@ -205,16 +181,13 @@ struct Comparison {
 /// Lets both samplers choose at each of up to `limit` positions; stops at the first difference.
 Comparison compareWithPlainChain(const std::filesystem::path& path, std::string_view grammar, int limit) {
     const BareModel bare(path);
-    std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> plain(
-        llama_sampler_chain_init(llama_sampler_chain_default_params()), llama_sampler_free);
-    llama_sampler_chain_add(plain.get(), llama_sampler_init_grammar(bare.vocab, grammar.data(), "root"));
-    llama_sampler_chain_add(plain.get(), llama_sampler_init_greedy());
+    const auto plain = testing::plainChain(bare.vocab, grammar.data());
     ConstrainedSampler ours(bare.vocab, grammar);
 
     Comparison result;
     auto tokens = bare.tokenize(prompt);
     for (int count = 0; count < limit; ++count) {
-        llama_decode(bare.context.get(), llama_batch_get_one(tokens.data(), static_cast<int>(tokens.size())));
+        bare.decode(tokens);
         const auto* logits = llama_get_logits_ith(bare.context.get(), -1);
         const auto first = std::max_element(logits, logits + llama_vocab_n_tokens(bare.vocab)) - logits;
         const auto expected = llama_sampler_sample(plain.get(), bare.context.get(), -1);

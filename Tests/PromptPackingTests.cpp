@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <random>
+
+#include <gtest/gtest.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
@@ -12,11 +12,13 @@ namespace meetingcore {
 namespace {
 
 std::string promptAround(const std::string& input) {
-    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(input, "Fasse zusammen.");
+    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(
+        input, "Fasse zusammen.");
 }
 
 /// Counts the whole prompt anew for every value.
-std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model, std::size_t budget) {
+std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model,
+                                     std::size_t budget) {
     std::vector<std::string> arrays;
     std::string current;
     for (const auto& value : values) {
@@ -37,9 +39,10 @@ std::vector<std::string> packNaively(const std::vector<std::string>& values, Tex
 
 std::vector<std::string> conversation(std::size_t segments, unsigned seed) {
     const std::vector<std::string> words = {
-        "wir",    "müssen", "das",     "Budget", "für",   "Q3/Q4", "bis",  "Freitag", "klären,", "also",   "<|im_end|>", "äh …",
-        "„genau“", "12.500", "Euro.",   "Straße", "🙂",    "\n\n",  "  ",   "}]",      "\"],[\"",  "Grüße!", "e\u0301",   "3",
-        "nächste", "Woche",  "Quartal", "'s",     "Müller", "—",     "null", "CO₂",     "\t",       "Server"};
+        "wir",  "müssen",     "das",     "Budget",  "für",     "Q3/Q4", "bis",     "Freitag", "klären,",
+        "also", "<|im_end|>", "äh …",    "„genau“", "12.500",  "Euro.", "Straße",  "🙂",    "\n\n",
+        "  ",   "}]",         "\"],[\"", "Grüße!",  "e\u0301", "3",     "nächste", "Woche",   "Quartal",
+        "'s",   "Müller",     "—",       "null",    "CO₂",     "\t",    "Server"};
     std::mt19937 random(seed);
     std::vector<std::string> values;
     for (std::size_t i = 0; i < segments; ++i) {

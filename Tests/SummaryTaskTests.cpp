@@ -1,10 +1,10 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <deque>
 #include <fstream>
 #include <functional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -58,7 +58,8 @@ std::string answerWith(const std::string& overview) {
 
 std::string point(const std::string& text, const std::string& id, const std::string& owner = "null",
                   const std::string& dueDate = "null") {
-    return R"({"text":")" + text + R"(","ids":[")" + id + R"("],"owner":)" + owner + R"(,"dueDate":)" + dueDate + "}";
+    return R"({"text":")" + text + R"(","ids":[")" + id + R"("],"owner":)" + owner + R"(,"dueDate":)" +
+           dueDate + "}";
 }
 
 struct Pipeline {
@@ -85,7 +86,9 @@ struct Pipeline {
     std::optional<SummaryArtifact> summary() const {
         return TranscriptStorage::readOptional<SummaryArtifact>(meeting.folder() / "summary.json");
     }
-    std::size_t cacheSize() const { return FileManager::system().list(meeting.folder() / "summary-parts").size(); }
+    std::size_t cacheSize() const {
+        return FileManager::system().list(meeting.folder() / "summary-parts").size();
+    }
 
     TestMeeting& meeting;
     TranscriptDocument document;
@@ -125,9 +128,10 @@ TEST(SummaryTask, WritesCheckedPointsWithTheTranscriptsOwnWording) {
     EXPECT_EQ(points[1].owner, std::nullopt) << "the cited segment does not name her";
     EXPECT_THAT(pipeline.states, ElementsAre("summarizing", "summaryFinished"));
     EXPECT_EQ(pipeline.cacheSize(), 1U);
-    EXPECT_THAT(pipeline.model.prompts[0],
-                AllOf(HasSubstr(R"([{"id":"s1","speaker":"Ich · Mikrofon","text":"Anna \u003cliefert\u003e das)"),
-                      Not(HasSubstr("<liefert>")), EndsWith("<think>\n\n</think>\n")));
+    EXPECT_THAT(
+        pipeline.model.prompts[0],
+        AllOf(HasSubstr(R"([{"id":"s1","speaker":"Ich · Mikrofon","text":"Anna \u003cliefert\u003e das)"),
+              Not(HasSubstr("<liefert>")), EndsWith("<think>\n\n</think>\n")));
 }
 
 TEST(SummaryTask, TakesCheckedPartsFromTheCacheUntilAnythingTheyDependOnChanges) {
@@ -157,10 +161,15 @@ TEST(SummaryTask, TakesCheckedPartsFromTheCacheUntilAnythingTheyDependOnChanges)
 TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     TestMeeting meeting({"Guten Morgen."});
     const std::string good = answerWith(point("Gruß", "s1"));
-    const std::vector<std::string> refused = {
-        "", "kein JSON", R"({"overview":[]})", answerWith(point("Gruß", "s999")), answerWith(point("Gruß", "s01")),
-        answerWith(point(" ", "s1")), answerWith(R"({"text":"Gruß","ids":[]})"),
-        answerWith(R"({"text":"Gruß","ids":["s1","s1"]})"), "\xff"};
+    const std::vector<std::string> refused = {"",
+                                              "kein JSON",
+                                              R"({"overview":[]})",
+                                              answerWith(point("Gruß", "s999")),
+                                              answerWith(point("Gruß", "s01")),
+                                              answerWith(point(" ", "s1")),
+                                              answerWith(R"({"text":"Gruß","ids":[]})"),
+                                              answerWith(R"({"text":"Gruß","ids":["s1","s1"]})"),
+                                              "\xff"};
     for (const auto& answer : refused) {
         Pipeline pipeline(meeting);
         std::filesystem::remove_all(meeting.folder() / "summary-parts");
@@ -168,7 +177,8 @@ TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
         pipeline.model.say(good);
         pipeline.summarize();
         ASSERT_THAT(pipeline.model.prompts, SizeIs(2)) << answer;
-        EXPECT_THAT(pipeline.model.prompts[1], HasSubstr("}]\nDie vorige Antwort hatte einen ungültigen Beleg."));
+        EXPECT_THAT(pipeline.model.prompts[1],
+                    HasSubstr("}]\nDie vorige Antwort hatte einen ungültigen Beleg."));
         EXPECT_THAT(pipeline.model.prompts[1], HasSubstr("lasse ihn weg.\n<|im_end|>"));
         EXPECT_THAT(pipeline.states, ElementsAre("summarizing", "summaryFinished"));
     }
@@ -186,7 +196,8 @@ TEST(SummaryTask, EndsWithTheSecondAttemptsErrorAndLeavesTheOldSummary) {
 
     Pipeline overlong(meeting);
     overlong.model.answers.emplace_back([](const std::string&) -> std::string {
-        throw MeetingError::invalidData("Zusammenfassung überschreitet das Ausgabelimit. Kürzere Abschnitte nötig.");
+        throw MeetingError::invalidData(
+            "Zusammenfassung überschreitet das Ausgabelimit. Kürzere Abschnitte nötig.");
     });
     EXPECT_EQ(messageOf([&] { overlong.summarize(); }),
               "Zusammenfassung überschreitet das Ausgabelimit. Kürzere Abschnitte nötig.");
@@ -206,7 +217,8 @@ TEST(SummaryTask, WritesNoSummaryOfATranscriptThatChangedMeanwhile) {
     EXPECT_THAT(pipeline.states, ElementsAre("summarizing"));
 }
 
-/// A meeting whose segments each fill more than half of a prompt, so that each is a part of its own. A token is a byte.
+/// A meeting whose segments each fill more than half of a prompt, so that each is a part of its own. A token is
+/// a byte.
 struct MergeCase {
     explicit MergeCase(std::size_t parts)
         : meeting(std::vector<std::string>(parts, std::string(room() * 6 / 10, 'x'))), pipeline(meeting) {
@@ -237,7 +249,8 @@ TEST(SummaryTask, MergesPartsInOrderUntilOneResultRemains) {
         const auto at = std::min(prompt.find("\"id\":\"s"), prompt.find("\"ids\":[\"s"));
         const auto number = prompt.substr(prompt.find("\"s", at) + 1);
         ++answered;
-        return answerWith(point(std::string(answered <= 5 ? MergeCase::room() * 4 / 10 : 10, 'y'), number.substr(0, number.find('"'))));
+        return answerWith(point(std::string(answered <= 5 ? MergeCase::room() * 4 / 10 : 10, 'y'),
+                                number.substr(0, number.find('"'))));
     };
     merge.pipeline.summarize();
     const auto& prompts = merge.pipeline.model.prompts;
@@ -254,10 +267,12 @@ TEST(SummaryTask, SaysWhenResultsCannotBeCondensedAndKeepsThem) {
     MergeCase merge(2);
     std::size_t answered = 0;
     merge.pipeline.model.otherwise = [&](const std::string&) {
-        return answerWith(point(std::string(MergeCase::room() * 6 / 10, 'y'), "s" + std::to_string(++answered)));
+        return answerWith(
+            point(std::string(MergeCase::room() * 6 / 10, 'y'), "s" + std::to_string(++answered)));
     };
-    EXPECT_EQ(messageOf([&] { merge.pipeline.summarize(); }),
-              "Zusammenfassung lässt sich nicht weiter verdichten; geprüfte Teilergebnisse bleiben gespeichert.");
+    EXPECT_EQ(
+        messageOf([&] { merge.pipeline.summarize(); }),
+        "Zusammenfassung lässt sich nicht weiter verdichten; geprüfte Teilergebnisse bleiben gespeichert.");
     EXPECT_EQ(merge.pipeline.cacheSize(), 2U);
 }
 
@@ -309,7 +324,8 @@ TEST(SummaryTask, LeavesTheOldSummaryWhereTheDiskIsFullAtAnyStep) {
         if (content != "old") {
             EXPECT_NO_THROW(json::decode<SummaryArtifact>(*content, "")) << "a whole new one";
         }
-        for (const auto& name : FileManager::system().list(meeting.folder())) EXPECT_THAT(name, Not(EndsWith(".tmp")));
+        for (const auto& name : FileManager::system().list(meeting.folder()))
+            EXPECT_THAT(name, Not(EndsWith(".tmp")));
     }
     EXPECT_GE(step, 6) << "folder, its flush, and file, rename and flush of cache and summary";
 }
@@ -343,7 +359,8 @@ TEST(TitleTask, WritesTheTrimmedTitleOfAPromptThatFits) {
     const auto& prompt = pipeline.model.prompts[0];
     EXPECT_LE(pipeline.model.tokenize(prompt).size(), 5400U);
     EXPECT_EQ(std::string::npos, prompt.find("text\":\"<")) << "transcript text forms no chat marker";
-    EXPECT_THAT(prompt, HasSubstr(R"(Gesprächsauszüge: [{"speaker":"Ich · Mikrofon","text":"\u003c|im_end|\u003exxx)"));
+    EXPECT_THAT(prompt,
+                HasSubstr(R"(Gesprächsauszüge: [{"speaker":"Ich · Mikrofon","text":"\u003c|im_end|\u003exxx)"));
 }
 
 TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {

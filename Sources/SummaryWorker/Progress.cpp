@@ -1,9 +1,9 @@
 #include "SummaryWorker/Progress.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <map>
+
+#include <unistd.h>
 
 #include "MeetingCore/Platform/JSON.h"
 #include "MeetingCore/Platform/Text.h"

@@ -11,7 +11,8 @@ namespace {
 
 class Packer {
 public:
-    Packer(std::span<const std::string> values, const PromptBuilder& prompt, TextModel& model, std::size_t budget)
+    Packer(std::span<const std::string> values, const PromptBuilder& prompt, TextModel& model,
+           std::size_t budget)
         : values_(values), prompt_(prompt), model_(model), budget_(static_cast<std::ptrdiff_t>(budget)) {
         frameBytes_ = prompt_("[]").size();
         estimates_.push_back(0);
@@ -20,7 +21,8 @@ public:
             const auto escaped = ChatFrame::escaped(value) + ",";
             if (escaped.size() > maximumPromptBytes) failForSize();
             bytes_.push_back(bytes_.back() + escaped.size());
-            estimates_.push_back(estimates_.back() + static_cast<std::ptrdiff_t>(model_.tokenize(escaped).size()));
+            estimates_.push_back(estimates_.back() +
+                                 static_cast<std::ptrdiff_t>(model_.tokenize(escaped).size()));
         }
         if (!values_.empty()) offset_ = static_cast<std::ptrdiff_t>(model_.tokenize(prompt_("[]")).size());
     }
@@ -36,8 +38,8 @@ public:
     }
 
 private:
-    /// The end of the array that starts at `begin`: narrows the gap between the longest array known to fit and the
-    /// shortest known not to, trying first where the estimates put the border.
+    /// The end of the array that starts at `begin`: narrows the gap between the longest array known to fit and
+    /// the shortest known not to, trying first where the estimates put the border.
     std::size_t endOfArray(std::size_t begin) {
         auto fits = begin + 1;
         auto fails = values_.size() + 1;
@@ -78,7 +80,9 @@ private:
         return text + "]";
     }
 
-    [[noreturn]] static void failForSize() { throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß."); }
+    [[noreturn]] static void failForSize() {
+        throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
+    }
 
     std::span<const std::string> values_;
     const PromptBuilder& prompt_;

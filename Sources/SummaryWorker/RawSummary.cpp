@@ -15,9 +15,11 @@ namespace {
 std::string sourceID(std::size_t position) { return "s" + std::to_string(position + 1); }
 
 /// The trimmed value if the passage, both lower-cased, contains it.
-std::optional<std::string> ifNamed(const std::optional<std::string>& value, const std::string& lowercasedPassage) {
+std::optional<std::string> ifNamed(const std::optional<std::string>& value,
+                                   const std::string& lowercasedPassage) {
     const auto trimmed = text::trimmed(value ? std::string_view(*value) : std::string_view());
-    if (trimmed.empty() || lowercasedPassage.find(text::lowercased(trimmed)) == std::string::npos) return std::nullopt;
+    if (trimmed.empty() || lowercasedPassage.find(text::lowercased(trimmed)) == std::string::npos)
+        return std::nullopt;
     return std::string(trimmed);
 }
 

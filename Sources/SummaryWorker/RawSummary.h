@@ -21,9 +21,10 @@ struct RawBullet {
 };
 
 template <>
-inline constexpr auto json::fields<RawBullet> =
-    json::record(json::field("text", &RawBullet::text), json::field("ids", &RawBullet::ids),
-                 json::field("owner", &RawBullet::owner), json::field("dueDate", &RawBullet::dueDate));
+inline constexpr auto json::fields<RawBullet> = json::record(json::field("text", &RawBullet::text),
+                                                             json::field("ids", &RawBullet::ids),
+                                                             json::field("owner", &RawBullet::owner),
+                                                             json::field("dueDate", &RawBullet::dueDate));
 
 /// The model's answer, and the form in which partial results are cached and merged.
 struct RawSummary {
@@ -39,9 +40,9 @@ struct RawSummary {
 };
 
 template <>
-inline constexpr auto json::fields<RawSummary> =
-    json::record(json::field("overview", &RawSummary::overview), json::field("decisions", &RawSummary::decisions),
-                 json::field("tasks", &RawSummary::tasks), json::field("openQuestions", &RawSummary::openQuestions));
+inline constexpr auto json::fields<RawSummary> = json::record(
+    json::field("overview", &RawSummary::overview), json::field("decisions", &RawSummary::decisions),
+    json::field("tasks", &RawSummary::tasks), json::field("openQuestions", &RawSummary::openQuestions));
 
 /// One transcript segment as the model sees it.
 struct Source {
@@ -51,8 +52,9 @@ struct Source {
 };
 
 template <>
-inline constexpr auto json::fields<Source> = json::record(
-    json::field("id", &Source::id), json::field("speaker", &Source::speaker), json::field("text", &Source::text));
+inline constexpr auto json::fields<Source> = json::record(json::field("id", &Source::id),
+                                                          json::field("speaker", &Source::speaker),
+                                                          json::field("text", &Source::text));
 
 /// Leads from source numbers back to the segments of one document, which it refers to.
 class SourceTable {
@@ -62,9 +64,9 @@ public:
     /// The sources in document order.
     std::vector<Source> sources() const;
 
-    /// The answer with segment identifiers and quotes from the transcript, checked against it. An owner or due date that
-    /// the cited segments do not contain is left out: the model cannot put in a name or a date. Throws MeetingError
-    /// (invalidData) for unknown sources and whatever the evidence rules refuse.
+    /// The answer with segment identifiers and quotes from the transcript, checked against it. An owner or due
+    /// date that the cited segments do not contain is left out: the model cannot put in a name or a date.
+    /// Throws MeetingError (invalidData) for unknown sources and whatever the evidence rules refuse.
     EvidenceSummary checked(const RawSummary& raw) const;
 
 private:

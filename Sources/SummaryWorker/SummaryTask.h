@@ -12,16 +12,16 @@ namespace meetingcore {
 
 /// Turns a meeting's transcript into a summary whose every point cites its segments.
 ///
-/// A transcript too long for one prompt is summarized in parts, which are merged in passes until one result remains.
-/// Checked partial results are kept in the meeting's folder "summary-parts" under a name that depends on everything they
-/// were made from, so that a run that failed goes on where it stopped. "summary.json" is written last, and only if the
-/// transcript is still the one that the run started with.
+/// A transcript too long for one prompt is summarized in parts, which are merged in passes until one result
+/// remains. Checked partial results are kept in the meeting's folder "summary-parts" under a name that depends
+/// on everything they were made from, so that a run that failed goes on where it stopped. "summary.json" is
+/// written last, and only if the transcript is still the one that the run started with.
 class SummaryTask {
 public:
     explicit SummaryTask(const MeetingRun& run);
 
-    /// Writes "summary.json" and reports "summaryFinished"; durable on return. Throws MeetingError; an older summary
-    /// then stays as it was.
+    /// Writes "summary.json" and reports "summaryFinished"; durable on return. Throws MeetingError; an older
+    /// summary then stays as it was.
     void run();
 
 private:

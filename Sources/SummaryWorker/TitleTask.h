@@ -15,8 +15,8 @@ struct TitleSource {
 };
 
 template <>
-inline constexpr auto json::fields<TitleSource> =
-    json::record(json::field("speaker", &TitleSource::speaker), json::field("text", &TitleSource::text));
+inline constexpr auto json::fields<TitleSource> = json::record(json::field("speaker", &TitleSource::speaker),
+                                                               json::field("text", &TitleSource::text));
 
 /// The title prompt around the excerpts, in which no excerpt can form a chat marker.
 std::string titlePrompt(std::span<const TitleSource> sources);
@@ -24,8 +24,9 @@ std::string titlePrompt(std::span<const TitleSource> sources);
 /// Up to 32 excerpts spread evenly over the document, its first and last segment included.
 std::vector<TitleSource> titleSources(const TranscriptDocument& document);
 
-/// Lets the model propose a short German title from excerpts of the transcript, writes it as "automatic-title.json" and
-/// reports "titleFinished". Durable on return. Throws MeetingError; an older title then stays as it was.
+/// Lets the model propose a short German title from excerpts of the transcript, writes it as
+/// "automatic-title.json" and reports "titleFinished". Durable on return. Throws MeetingError; an older title
+/// then stays as it was.
 void runTitleTask(const MeetingRun& run);
 
 }  // namespace meetingcore

@@ -1,12 +1,12 @@
 #include "SummaryWorker/Worker.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -40,7 +40,8 @@ fs::path resolved(const fs::path& path) {
 }
 
 UUID requestedSession(std::span<const std::string> arguments) {
-    if (argument(arguments, "--protocol") != "1") throw MeetingError::invalidData("Ungültiges Summary-Protokoll.");
+    if (argument(arguments, "--protocol") != "1")
+        throw MeetingError::invalidData("Ungültiges Summary-Protokoll.");
     const auto session = UUID::parse(argument(arguments, "--session"));
     if (!session) throw MeetingError::invalidData("Ungültiges Summary-Protokoll.");
     return *session;
@@ -81,8 +82,9 @@ void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     const auto file = catalog.verify("summary", models);
     LanguageModel model(file.path().string());
     file.requireUnchanged();
-    const MeetingRun task{session,    root,  folder, database, document, fingerprint,
-                          unfinished, model, [](std::string_view state) { progress(state); }};
+    const MeetingRun task{session,    root,     folder,
+                          database,   document, fingerprint,
+                          unfinished, model,    [](std::string_view state) { progress(state); }};
     const bool titleOnly = std::find(arguments.begin(), arguments.end(), "--title-only") != arguments.end();
     if (titleOnly) {
         runTitleTask(task);
@@ -91,8 +93,8 @@ void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     }
 }
 
-/// Opens /dev/null under a standard descriptor that the starter closed. Otherwise the next file opened, the database
-/// say, would get that number, and progress lines would be written into it.
+/// Opens /dev/null under a standard descriptor that the starter closed. Otherwise the next file opened, the
+/// database say, would get that number, and progress lines would be written into it.
 void occupyStandardDescriptors() {
     int descriptor = STDIN_FILENO;
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDWR);

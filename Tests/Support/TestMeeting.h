@@ -9,8 +9,8 @@
 
 namespace meetingcore::testing {
 
-/// A data folder with one meeting whose transcription is done: job results in a real job store, made as a speech engine
-/// makes them. Segment n says texts[n] and lasts two seconds.
+/// A data folder with one meeting whose transcription is done: job results in a real job store, made as a
+/// speech engine makes them. Segment n says texts[n] and lasts two seconds.
 struct TestMeeting {
     explicit TestMeeting(const std::vector<std::string>& texts, AudioSource source = AudioSource::microphone) {
         std::vector<TranscriptSegment> segments;

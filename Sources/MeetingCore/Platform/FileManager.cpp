@@ -163,12 +163,17 @@ void createDirectories(FileManager& files, const fs::path& path) {
     std::error_code undecided;
     if (path.empty() || fs::is_directory(path, undecided)) return;
     if (pathExists(path)) {
-        throw MeetingError::storage(quotedName(path) + " kann nicht angelegt werden: Der Name ist schon vergeben.");
+        throw MeetingError::storage(quotedName(path) +
+                                    " kann nicht angelegt werden: Der Name ist schon vergeben.");
     }
     const auto parent = path.parent_path();
     if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
     createDirectories(files, parent);
-    files.createDirectory(path);
+    try {
+        files.createDirectory(path);
+    } catch (const MeetingError&) {
+        if (!fs::is_directory(path, undecided)) throw;  // else another process was faster
+    }
     files.flushDirectory(parent.empty() ? fs::path(".") : parent);
 }
 

@@ -10,7 +10,7 @@ namespace meetingcore::number {
 namespace {
 
 constexpr double largestPositional = 9007199254740992.0;  // 2^53
-constexpr double smallestPositional = 1e-4;
+constexpr int smallestPositionalExponent = -4;
 
 /// Turns `d.ddde±x` into the same digits without exponent.
 void appendPositional(std::string& out, std::string_view digits, int exponent) {
@@ -38,27 +38,33 @@ void append(std::string& out, Float value) {
         out += std::signbit(value) ? "-0" : "0";
         return;
     }
+    if (!std::isfinite(value)) {
+        out += std::isnan(value) ? "nan" : value < 0 ? "-inf" : "inf";
+        return;
+    }
     const auto end =
         std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::scientific).ptr;
     std::string_view text(buffer.data(), static_cast<std::size_t>(end - buffer.data()));
-    if (magnitude < smallestPositional || magnitude > largestPositional) {
+    const auto mark = text.find('e');
+    int exponent = 0;
+    std::from_chars(text.data() + mark + 2, text.data() + text.size(), exponent);
+    if (text[mark + 1] == '-') exponent = -exponent;
+    // The small bound is on the digits, not on the magnitude: the float nearest to 0.0001 is a little below it.
+    if (exponent < smallestPositionalExponent || magnitude > largestPositional) {
         out += text;
         return;
     }
+    text = text.substr(0, mark);
     if (text.front() == '-') {
         out += '-';
         text.remove_prefix(1);
     }
-    const auto mark = text.find('e');
-    int exponent = 0;
-    const bool negative = text[mark + 1] == '-';
-    std::from_chars(text.data() + mark + 2, text.data() + text.size(), exponent);
     std::array<char, 32> digits{};
     std::size_t count = 0;
-    for (const char c : text.substr(0, mark)) {
+    for (const char c : text) {
         if (c != '.') digits[count++] = c;
     }
-    appendPositional(out, {digits.data(), count}, negative ? -exponent : exponent);
+    appendPositional(out, {digits.data(), count}, exponent);
 }
 
 }  // namespace
@@ -70,7 +76,7 @@ void appendJSON(std::string& out, float value) { append(out, value); }
 std::string plain(double value) {
     std::string text;
     append(text, value);
-    if (text.find_first_of(".e") == std::string::npos) text += ".0";
+    if (text.find_first_of(".en") == std::string::npos) text += ".0";
     return text;
 }
 

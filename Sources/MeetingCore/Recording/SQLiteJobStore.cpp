@@ -91,11 +91,11 @@ void SQLiteJobStore::registerChunk(const AudioChunk& chunk) {
 
 void SQLiteJobStore::enqueue(const WorkItem& item) {
     const std::scoped_lock guard(lock_);
-    auto& db = open();
     if (item.id.empty() || item.kind.empty() || !json::isValid(item.payloadJSON)) {
         throw MeetingError::invalidData("Auftrag benötigt ID, Typ und gültige JSON-Eingabe.");
     }
     const auto session = item.sessionID.string();
+    auto& db = open();
     db.transaction([&] {
         const auto payload = db.textValue("SELECT payload FROM jobs WHERE id=?", {item.id});
         if (!payload) {
@@ -140,10 +140,9 @@ std::optional<JobLease> SQLiteJobStore::claimNext(Date now, double leaseSeconds)
 
 void SQLiteJobStore::finish(const JobLease& lease, const std::string& resultJSON, Date now) {
     const std::scoped_lock guard(lock_);
-    auto& db = open();
     if (!json::isValid(resultJSON))
         throw MeetingError::invalidData("Das Arbeitsergebnis ist kein gültiges JSON.");
-    requireLeaseHeld(db.update(
+    requireLeaseHeld(open().update(
         "UPDATE jobs SET status='completed',result=?,lease_token=NULL,lease_until=NULL,last_error=NULL "
         "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
         {resultJSON, lease.item.id, lease.token.string(), seconds(now)}));
@@ -151,9 +150,8 @@ void SQLiteJobStore::finish(const JobLease& lease, const std::string& resultJSON
 
 void SQLiteJobStore::renew(const JobLease& lease, Date now, double leaseSeconds) {
     const std::scoped_lock guard(lock_);
-    auto& db = open();
     if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Ungültige Lease-Dauer.");
-    requireLeaseHeld(db.update(
+    requireLeaseHeld(open().update(
         "UPDATE jobs SET lease_until=? WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
         {seconds(now.advanced(leaseSeconds)), lease.item.id, lease.token.string(), seconds(now)}));
 }

@@ -52,7 +52,8 @@ void validateBullet(const EvidenceBullet& bullet, const TextByID& texts) {
     requireSources(bullet, texts);
     const auto passage = normalizedPassage(bullet, texts);
     const auto occurs = [&](const std::string& part) {
-        return passage.find(text::normalized(part)) != std::string::npos;
+        const auto words = text::normalized(part);
+        return !words.empty() && passage.find(words) != std::string::npos;
     };
     if (!occurs(bullet.quote)) {
         throw MeetingError::invalidData("Eine Quellenstelle stimmt nicht mit dem Transkript überein.");

@@ -55,7 +55,8 @@ VerifiedModel::Identity VerifiedModel::identityOf(int descriptor) {
 }
 
 void VerifiedModel::requireUnchanged() const {
-    if (identityOf(FileDescriptor::open(path_, O_RDONLY).get()) != identity_) {
+    // Without O_NONBLOCK a pipe under the file's name would hold the opener forever.
+    if (identityOf(FileDescriptor::open(path_, O_RDONLY | O_NONBLOCK).get()) != identity_) {
         throw MeetingError::invalidData("Die Modelldatei " + path_.filename().string() +
                                         " wurde während der Prüfung ausgetauscht. Bitte erneut starten.");
     }

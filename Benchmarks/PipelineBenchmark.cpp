@@ -1,0 +1,168 @@
+#include <algorithm>
+#include <stdexcept>
+
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Comparison.h"
+#include "GeneratedMeeting.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
+#include "SummaryWorker/PromptPacking.h"
+#include "SummaryWorker/SummaryTask.h"
+#include "Support/VocabularyModel.h"
+
+namespace {
+
+using namespace meetingcore;
+using benchmarks::GeneratedMeeting;
+using benchmarks::secondsOf;
+
+/// The real vocabulary with an answer that names the first source of its prompt.
+class CitingModel final : public TextModel {
+public:
+    std::vector<std::int32_t> tokenize(const std::string& text) override { return vocabulary_.tokenize(text); }
+
+    std::string generate(const std::string& prompt, bool) override {
+        ++calls;
+        const auto first =
+            prompt.find("\"s", std::min(prompt.find("[{\"id\":\"s"), prompt.find("\"ids\":[\"s")) + 2);
+        const auto id = prompt.substr(first, prompt.find('"', first + 1) - first + 1);
+        const auto point =
+            R"({"text":"Das Budget wurde besprochen.","ids":[)" + id + R"(],"owner":null,"dueDate":null})";
+        return R"({"overview":[)" + point + R"(],"decisions":[)" + point + R"(],"tasks":[)" + point +
+               R"(],"openQuestions":[]})";
+    }
+
+    std::size_t& bytesRead() { return vocabulary_.bytesRead; }
+
+    std::size_t calls = 0;
+
+private:
+    testing::VocabularyModel vocabulary_{MEETING_QWEN2_VOCABULARY};
+};
+
+std::string promptAround(const std::string& input) {
+    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(
+        input, "Fasse zusammen.");
+}
+
+std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model,
+                                     std::size_t budget) {
+    std::vector<std::string> arrays;
+    std::string current;
+    for (const auto& value : values) {
+        auto candidate = current.empty() ? value : current + "," + value;
+        if (!current.empty() && model.tokenize(promptAround("[" + candidate + "]")).size() > budget) {
+            arrays.push_back("[" + current + "]");
+            candidate = value;
+        }
+        current = std::move(candidate);
+    }
+    arrays.push_back("[" + current + "]");
+    return arrays;
+}
+
+void cutting(benchmark::State& state) {
+    const auto segments = static_cast<std::size_t>(state.range(0));
+    const GeneratedMeeting meeting(segments, segments / 50, 0);
+    SQLiteJobStore database(meeting.database());
+    const auto document = TranscriptStorage::load(meeting.session, meeting.root(), database);
+    std::vector<std::string> values;
+    for (const auto& source : SourceTable(document).sources()) values.push_back(json::encode(source));
+    CitingModel model;
+    for ([[maybe_unused]] auto iteration : state) {
+        std::vector<std::string> ours;
+        std::vector<std::string> naive;
+        const auto seconds =
+            secondsOf([&] { ours = packIntoArrays(values, promptAround, model, promptTokenBudget); });
+        const auto oursRead = std::exchange(model.bytesRead(), 0U);
+        const auto naiveSeconds = secondsOf([&] { naive = packNaively(values, model, promptTokenBudget); });
+        if (ours != naive) throw std::runtime_error("the parts differ");
+        std::size_t bytes = 0;
+        for (const auto& value : values) bytes += value.size();
+        state.SetIterationTime(seconds);
+        state.counters["naive_s"] = naiveSeconds;
+        state.counters["naive/ours"] = naiveSeconds / seconds;
+        state.counters["read/transcript"] = static_cast<double>(oursRead) / static_cast<double>(bytes);
+        state.counters["naive_read/transcript"] =
+            static_cast<double>(model.bytesRead()) / static_cast<double>(bytes);
+        state.counters["parts"] = static_cast<double>(ours.size());
+    }
+}
+
+void summarize(const GeneratedMeeting& meeting, CitingModel& model) {
+    SQLiteJobStore database(meeting.database());
+    const auto document = TranscriptStorage::load(meeting.session, meeting.root(), database);
+    const MeetingRun run{meeting.session,
+                         meeting.root(),
+                         meeting.folder(),
+                         database,
+                         document,
+                         SummaryArtifact::fingerprint(document),
+                         0,
+                         model,
+                         [](std::string_view) {}};
+    SummaryTask(run).run();
+}
+
+/// A run whose parts all lie in the cache, beside one read of the transcript by the tokenizer, the least it
+/// takes.
+void cachedRun(benchmark::State& state) {
+    const GeneratedMeeting meeting(20'000, 1'440, 2'000);
+    CitingModel model;
+    summarize(meeting, model);
+    const auto callsForAll = model.calls;
+    SQLiteJobStore database(meeting.database());
+    const auto document = TranscriptStorage::load(meeting.session, meeting.root(), database);
+    const auto sources = SourceTable(document).sources();
+    for ([[maybe_unused]] auto iteration : state) {
+        const auto result = benchmarks::interleaved(
+            3, [&] { return secondsOf([&] { summarize(meeting, model); }); },
+            [&] {
+                return secondsOf([&] {
+                    for (const auto& source : sources) model.tokenize(json::encode(source));
+                });
+            });
+        if (model.calls != callsForAll) throw std::runtime_error("the cache was missed");
+        state.SetIterationTime(result.ours);
+        state.counters["one_tokenizing_s"] = result.baseline;
+        state.counters["ours/one_tokenizing"] = result.ratio;
+        state.counters["model_calls_cached"] = static_cast<double>(callsForAll);
+    }
+    state.SetLabel("20,000 segments: load, cut, check, write");
+}
+
+/// Peak memory of a process that summarizes, beside one that only loads the vocabulary.
+void memory(benchmark::State& state) {
+    const GeneratedMeeting meeting(100'000, 1'440, 50'000);
+    const auto peakOf = [](const std::function<void(CitingModel&)>& work) {
+        const auto child = ::fork();
+        if (child == 0) {
+            CitingModel model;
+            work(model);
+            ::_exit(0);
+        }
+        int status = 0;
+        struct rusage usage {};
+        if (::wait4(child, &status, 0, &usage) != child || status != 0)
+            throw std::runtime_error("the child failed");
+        return static_cast<double>(usage.ru_maxrss) / 1024;
+    };
+    for ([[maybe_unused]] auto iteration : state) {
+        const auto vocabulary = peakOf([](CitingModel&) {});
+        double peak = 0;
+        state.SetIterationTime(
+            secondsOf([&] { peak = peakOf([&](CitingModel& model) { summarize(meeting, model); }); }));
+        state.counters["beside_model_MiB"] = peak - vocabulary;
+        state.counters["vocabulary_MiB"] = vocabulary;
+    }
+    state.SetLabel("100,000 segments, 50,000 turns, whole run");
+}
+
+BENCHMARK(memory)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(cutting)->Arg(500)->Arg(2'000)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(cachedRun)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
+
+}  // namespace
