@@ -60,12 +60,15 @@ T read(Source& source) {
     return Read<T>::from(source);
 }
 
+/// The text lies in the parser's buffer.
+std::string_view readText(auto& source) {
+    requireType(source.type(), ondemand::json_type::string);
+    return checkedString(checked(source.get_string()));
+}
+
 template <>
 struct Read<std::string> {
-    static std::string from(auto& source) {
-        requireType(source.type(), ondemand::json_type::string);
-        return std::string(checkedString(checked(source.get_string())));
-    }
+    static std::string from(auto& source) { return std::string(readText(source)); }
 };
 
 template <>
@@ -105,7 +108,7 @@ struct Read<std::int64_t> {
 template <>
 struct Read<UUID> {
     static UUID from(auto& source) {
-        const auto id = UUID::parse(Read<std::string>::from(source));
+        const auto id = UUID::parse(readText(source));
         if (!id) Failure::raise(Failure::Reason::unexpected);
         return *id;
     }
@@ -119,7 +122,7 @@ struct Read<Date> {
 template <Named T>
 struct Read<T> {
     static T from(auto& source) {
-        const auto text = Read<std::string>::from(source);
+        const auto text = readText(source);
         const auto found = std::find(names<T>.begin(), names<T>.end(), text);
         if (found == names<T>.end()) Failure::raise(Failure::Reason::unexpected);
         return static_cast<T>(found - names<T>.begin());

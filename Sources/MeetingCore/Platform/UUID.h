@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace meetingcore {
 
@@ -29,6 +30,14 @@ public:
 
     const std::array<std::uint8_t, 16>& bytes() const noexcept { return bytes_; }
 
+    /// The bytes as two numbers in the machine's order, for hashing and for sorting where any order will do.
+    std::pair<std::uint64_t, std::uint64_t> words() const noexcept {
+        std::pair<std::uint64_t, std::uint64_t> words;
+        std::memcpy(&words.first, bytes_.data(), 8);
+        std::memcpy(&words.second, bytes_.data() + 8, 8);
+        return words;
+    }
+
     auto operator<=>(const UUID&) const = default;
 
 private:
@@ -40,10 +49,7 @@ private:
 template <>
 struct std::hash<meetingcore::UUID> {
     std::size_t operator()(const meetingcore::UUID& id) const noexcept {
-        std::uint64_t high = 0;
-        std::uint64_t low = 0;
-        std::memcpy(&high, id.bytes().data(), 8);
-        std::memcpy(&low, id.bytes().data() + 8, 8);
+        const auto [high, low] = id.words();
         return static_cast<std::size_t>((high ^ low) * 0x9E3779B97F4A7C15ULL);
     }
 };

@@ -56,6 +56,8 @@ SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& f
     db->execute("PRAGMA journal_mode=WAL;");
     db->execute("PRAGMA synchronous=FULL;");
     db->execute("PRAGMA foreign_keys=ON;");
+    // Sorting results must not spill what was said in a meeting into the system's folder for temporary files.
+    db->execute("PRAGMA temp_store=MEMORY;");
     db->execute(schema);
     restrictToOwner(file);
     // SQLite goes on when its own flush of the folder fails, and the new database would be gone after a power

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <unordered_set>
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
@@ -23,10 +22,11 @@ constexpr double secondsBeforeWindow = 0.1;
 constexpr double secondsAfterWindow = 0.5;
 
 bool haveDistinctIDs(std::span<const TranscriptSegment> segments) {
-    std::unordered_set<UUID> ids;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> ids;
     ids.reserve(segments.size());
-    return std::all_of(segments.begin(), segments.end(),
-                       [&](const auto& segment) { return ids.insert(segment.id).second; });
+    for (const auto& segment : segments) ids.push_back(segment.id.words());
+    std::sort(ids.begin(), ids.end());
+    return std::adjacent_find(ids.begin(), ids.end()) == ids.end();
 }
 
 bool fits(const TranscriptSegment& segment, const TranscriptionWindow& window) {
@@ -59,19 +59,40 @@ std::optional<DiarizationResult> loadDiarization(const UUID& session, const std:
     return diarization;
 }
 
-/// Appends every result's segments to the document and notes whether one has version 2.
-void loadResults(TranscriptDocument& document, const std::vector<std::string>& results) {
-    for (const auto& result : results) {
-        auto speech = json::decode<SpeechResult>(result, "Das Ergebnis eines Transkriptionsauftrags");
-        if (speech.version != 1 && speech.version != 2) {
-            throw MeetingError::invalidData("Unbekannte Transkriptversion.");
-        }
-        if (speech.version == 2) document.requiresMicrophoneDiarization = true;
-        std::move(speech.segments.begin(), speech.segments.end(), std::back_inserter(document.rawSegments));
+/// Stable, and moves each segment once: what is sorted are their numbers.
+void sortByStart(std::vector<TranscriptSegment>& segments) {
+    std::vector<std::pair<double, std::size_t>> order;
+    order.reserve(segments.size());
+    for (std::size_t i = 0; i < segments.size(); ++i) order.emplace_back(segments[i].startSeconds, i);
+    if (std::is_sorted(order.begin(), order.end())) return;
+    std::sort(order.begin(), order.end());
+    std::vector<TranscriptSegment> sorted;
+    sorted.reserve(segments.size());
+    for (const auto& [start, i] : order) sorted.push_back(std::move(segments[i]));
+    segments = std::move(sorted);
+}
+
+SpeechResult decodeResult(const std::string& text) {
+    auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags");
+    if (result.version != 1 && result.version != 2)
+        throw MeetingError::invalidData("Unbekannte Transkriptversion.");
+    return result;
+}
+
+/// Sets the document's raw segments and notes whether a result has version 2.
+void loadResults(TranscriptDocument& document, const std::vector<std::string>& texts) {
+    std::vector<std::vector<TranscriptSegment>> parts;
+    std::size_t count = 0;
+    for (const auto& text : texts) {
+        auto result = decodeResult(text);
+        if (result.version == 2) document.requiresMicrophoneDiarization = true;
+        count += result.segments.size();
+        parts.push_back(std::move(result.segments));
     }
+    document.rawSegments.reserve(count);
+    for (auto& part : parts) std::move(part.begin(), part.end(), std::back_inserter(document.rawSegments));
     if (!haveDistinctIDs(document.rawSegments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
-    std::stable_sort(document.rawSegments.begin(), document.rawSegments.end(),
-                     [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
+    sortByStart(document.rawSegments);
 }
 
 }  // namespace
