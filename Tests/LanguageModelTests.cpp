@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,19 @@ TEST_F(LanguageModelTest, RefusesWhatIsNoModel) {
     EXPECT_EQ(failure(), message);
     std::filesystem::create_directory(path());
     EXPECT_EQ(failure(), message);
+}
+
+TEST_F(LanguageModelTest, ReportsADamagedFileThatEndsTheProcess) {
+    writeStandInModel(path(), StandInScript::answering(summary, title));
+    auto bytes = modelBytes();
+    bytes.replace(bytes.find("<0x41>"), 6, "<0x42>");  // llama.cpp takes two equal tokens for a bug of its own
+    writeModelBytes(bytes);
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto load = [&] {
+        LanguageModel::onFatalFailure([](const std::string& message) { std::cerr << "failed: " << message; });
+        LanguageModel model(path());
+    };
+    EXPECT_EXIT(load(), ::testing::ExitedWithCode(1), "^failed: Qwen-Modell konnte nicht geladen werden.$");
 }
 
 TEST_F(LanguageModelTest, BoundsTextsAndPrompts) {
