@@ -15,9 +15,9 @@
 #include "SummaryWorker/LanguageModel.h"
 #include "Support/BareModel.h"
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using benchmarks::Comparison;
 using benchmarks::interleaved;
 using benchmarks::ModelShape;
@@ -30,8 +30,9 @@ constexpr int rounds = 3;
 void report(benchmark::State& state, const Comparison& result, const std::string& what) {
     state.SetIterationTime(result.ours);
     std::array<char, 100> numbers{};
-    std::snprintf(numbers.data(), numbers.size(), ": %.4g s, ratio %.4f, medians of %d side by side",
-                  result.baseline, result.ratio, rounds);
+    static_cast<void>(std::snprintf(numbers.data(), numbers.size(),
+                                    ": %.4g s, ratio %.4f, medians of %d side by side", result.baseline,
+                                    result.ratio, rounds));
     state.SetLabel(what + numbers.data());
 }
 
@@ -143,3 +144,4 @@ BENCHMARK(generation)
     ->Unit(benchmark::kSecond);
 
 }  // namespace
+}  // namespace meetingcore

@@ -66,7 +66,7 @@ class Tensors {
 public:
     Tensors(gguf_context* file, const ModelShape& shape, std::int64_t vocabularySize)
         : file_(file),
-          memory_(ggml_init({.mem_size = (shape.blocks + 1U) * 16U * ggml_tensor_overhead(),
+          memory_(ggml_init({.mem_size = ggml_tensor_overhead() * 16 * (shape.blocks + 1),
                              .mem_buffer = nullptr,
                              .no_alloc = true})) {
         add("token_embd.weight", GGML_TYPE_Q6_K, shape.width, vocabularySize);

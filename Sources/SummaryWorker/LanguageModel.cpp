@@ -27,7 +27,17 @@ constexpr std::size_t maxTextBytes = 2'097'152;
 constexpr std::int32_t maxTextTokens = 999'999;
 constexpr std::size_t pieceBytes = 512;
 
+constexpr const char* loadFailure = "Qwen-Modell konnte nicht geladen werden.";
+constexpr const char* generationFailure = "Lokale Textgenerierung fehlgeschlagen.";
+
 static_assert(maxPromptTokens + maxSummaryTokens < contextTokens);
+
+/// Process-wide, as is llama.cpp's own setting behind it.
+struct FatalFailure {
+    void (*report)(const std::string& message) = nullptr;
+    const char* message = loadFailure;
+};
+FatalFailure fatalFailure;
 
 /// The C interface of llama.cpp reports most failures by value but lets C++ exceptions through as well.
 template <typename Call>
@@ -58,6 +68,14 @@ std::int32_t tokenizeInto(const llama_vocab* vocab, const std::string& text,
 
 }  // namespace
 
+void LanguageModel::onFatalFailure(void (*report)(const std::string& message)) {
+    fatalFailure.report = report;
+    ggml_set_abort_callback([](const char*) {
+        fatalFailure.report(fatalFailure.message);
+        std::_Exit(1);
+    });
+}
+
 LanguageModel::Backend::Backend() {
     llama_log_set([](ggml_log_level, const char*, void*) {}, nullptr);
     ggml_backend_load_all();
@@ -71,10 +89,11 @@ void LanguageModel::FreeModel::operator()(llama_model* model) const { llama_mode
 void LanguageModel::FreeContext::operator()(llama_context* context) const { llama_free(context); }
 
 LanguageModel::LanguageModel(const std::filesystem::path& path) {
+    fatalFailure.message = loadFailure;
     auto modelParameters = llama_model_default_params();
     modelParameters.n_gpu_layers = 0;
     model_.reset(llama_model_load_from_file(path.c_str(), modelParameters));
-    if (!model_) throw MeetingError::notConfigured("Qwen-Modell konnte nicht geladen werden.");
+    if (!model_) throw MeetingError::notConfigured(loadFailure);
 
     vocab_ = llama_model_get_vocab(model_.get());
     if (!vocab_) std::abort();
@@ -87,6 +106,7 @@ LanguageModel::LanguageModel(const std::filesystem::path& path) {
     contextParameters.n_threads_batch = threadCount;
     context_.reset(llama_init_from_model(model_.get(), contextParameters));
     if (!context_) throw MeetingError::invalidData("LLM-Kontext konnte nicht erstellt werden.");
+    fatalFailure.message = generationFailure;
 }
 
 std::vector<std::int32_t> LanguageModel::tokenize(const std::string& text) {
@@ -129,7 +149,7 @@ std::string LanguageModel::writeAnswer(ConstrainedSampler& sampler, int tokenLim
         if (llama_vocab_is_eog(vocab_, token)) return answer;
         appendPiece(token, answer);
         if (answer.size() >= answerByteLimit) throw MeetingError::invalidData("LLM-Ergebnis ist zu groß.");
-        decode(context_.get(), &token, 1, "Lokale Textgenerierung fehlgeschlagen.");
+        decode(context_.get(), &token, 1, generationFailure);
         if (count >= tokenLimit) {
             throw MeetingError::invalidData(
                 "Zusammenfassung überschreitet das Ausgabelimit. Kürzere Abschnitte nötig.");

@@ -26,6 +26,11 @@ class ConstrainedSampler;
 /// streams.
 class LanguageModel final : public TextModel {
 public:
+    /// llama.cpp ends the process where it meets what it did not expect, such as a model file that was damaged
+    /// after its check. Instead of an abort with a trace on standard error, `report` is then called with the
+    /// German message, on any thread, and the process ends with status 1. One setting for the process.
+    static void onFatalFailure(void (*report)(const std::string& message));
+
     /// Loads `path`. Throws `MeetingError.notConfigured` when the file is missing or no usable model, and
     /// `invalidData` when the model's context cannot be created (for want of memory, say).
     explicit LanguageModel(const std::filesystem::path& path);

@@ -13,7 +13,10 @@ namespace meetingcore {
 /// Not thread-safe; one thread uses a model, and calls never overlap. Every failure is a `MeetingError`.
 class TextModel {
 public:
+    TextModel() = default;
     virtual ~TextModel() = default;
+    TextModel(const TextModel&) = delete;
+    TextModel& operator=(const TextModel&) = delete;
 
     /// The tokens of `text` (UTF-8), chat markers parsed as control tokens. At least one token; empty text is
     /// an error.
@@ -22,11 +25,6 @@ public:
     /// The raw bytes of the model's answer to `prompt`: the title object where `titleOnly`, else the summary
     /// object. The same prompt always yields the same bytes. They are the caller's to decode and to check.
     virtual std::string generate(const std::string& prompt, bool titleOnly) = 0;
-
-protected:
-    TextModel() = default;
-    TextModel(const TextModel&) = default;
-    TextModel& operator=(const TextModel&) = default;
 };
 
 }  // namespace meetingcore

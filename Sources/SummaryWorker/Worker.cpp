@@ -111,6 +111,7 @@ int fail(const std::string& message) {
 int runSummaryWorker(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     occupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
+    LanguageModel::onFatalFailure([](const std::string& message) { progress("failed", message); });
     try {
         run(arguments, catalog);
         return 0;

@@ -41,11 +41,11 @@ public:
         end_ = add("<|im_end|>", control);
         add("<think>", userDefined);
         add("</think>", userDefined);
-        firstByte_ = texts_.size();
         for (unsigned value = 0; value < 256; ++value) {
             std::array<char, 8> text{};
-            std::snprintf(text.data(), text.size(), "<0x%02X>", value);
-            add(text.data(), byte);
+            static_cast<void>(std::snprintf(text.data(), text.size(), "<0x%02X>", value));
+            const auto token = add(text.data(), byte);
+            if (value == 0) firstByte_ = token;
         }
         // Without these every letter would fall back to its byte, a path on which llama.cpp takes quadratic
         // time.
@@ -60,7 +60,7 @@ public:
         return texts_.size() - 1;
     }
 
-    bool knows(const std::string& text) const { return known_.count(text) > 0; }
+    bool knows(const std::string& text) const { return known_.contains(text); }
     std::size_t size() const { return texts_.size(); }
     std::size_t end() const { return end_; }
     std::size_t byteToken(unsigned char value) const { return firstByte_ + value; }
@@ -97,15 +97,13 @@ public:
     ModelFile(const Vocabulary& vocabulary, std::int64_t width)
         : width_(width),
           vocabularySize_(static_cast<std::int64_t>(vocabulary.size())),
-          file_(gguf_init_empty()) {
+          file_(gguf_init_empty()),
+          memory_(ggml_init(
+              {.mem_size = bytesFor(width, vocabularySize_), .mem_buffer = nullptr, .no_alloc = false})),
+          embedding_(add("token_embd.weight", width_, vocabularySize_)),
+          output_(add("output.weight", width_, vocabularySize_)) {
         writeShape();
         vocabulary.writeTo(file_.get());
-        const auto elements = 2 * width_ * vocabularySize_ + width_ * (4 * headSize + 3 * feedForwardSize + 3);
-        memory_.reset(ggml_init({.mem_size = static_cast<std::size_t>(elements) * sizeof(float) + 64 * 1024,
-                                 .mem_buffer = nullptr,
-                                 .no_alloc = false}));
-        embedding_ = add("token_embd.weight", width_, vocabularySize_);
-        output_ = add("output.weight", width_, vocabularySize_);
         for (const auto* norm : {"output_norm.weight", "blk.0.attn_norm.weight", "blk.0.ffn_norm.weight"}) {
             std::ranges::fill(values(add(norm, width_)), 1.0F);
         }
@@ -141,6 +139,11 @@ private:
         void operator()(gguf_context* file) const { gguf_free(file); }
         void operator()(ggml_context* memory) const { ggml_free(memory); }
     };
+
+    static std::size_t bytesFor(std::int64_t width, std::int64_t vocabularySize) {
+        const auto elements = 2 * width * vocabularySize + width * (4 * headSize + 3 * feedForwardSize + 3);
+        return static_cast<std::size_t>(elements) * sizeof(float) + std::size_t{64} * 1024;
+    }
 
     void writeShape() {
         auto* file = file_.get();
@@ -180,8 +183,8 @@ private:
     std::int64_t vocabularySize_;
     std::unique_ptr<gguf_context, Free> file_;
     std::unique_ptr<ggml_context, Free> memory_;
-    ggml_tensor* embedding_ = nullptr;
-    ggml_tensor* output_ = nullptr;
+    ggml_tensor* embedding_;
+    ggml_tensor* output_;
     std::vector<ggml_tensor*> blocks_;
 };
 
@@ -213,7 +216,7 @@ std::vector<std::string> cutIntoPieces(const std::string& text, std::set<std::st
     std::vector<std::string> pieces;
     const Vocabulary vocabulary;
     const auto taken = [&](const std::string& piece) {
-        return vocabulary.knows(piece) || used.count(piece) > 0;
+        return vocabulary.knows(piece) || used.contains(piece);
     };
     // The first piece names the first key, which tells a summary from a title.
     auto earliestCut = std::min(text.find(':'), text.size());

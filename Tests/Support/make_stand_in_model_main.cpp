@@ -13,7 +13,9 @@
 
 namespace {
 
-using namespace meetingcore;
+using meetingcore::LocalModel;
+using meetingcore::ModelCatalog;
+using meetingcore::testing::StandInScript;
 
 std::string readFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -24,14 +26,15 @@ std::string readFile(const std::filesystem::path& path) {
 
 void run(const std::filesystem::path& summary, const std::filesystem::path& title,
          const std::filesystem::path& model, const std::filesystem::path& catalog) {
-    writeStandInModel(model, testing::StandInScript::answering(readFile(summary), readFile(title)));
+    writeStandInModel(model, StandInScript::answering(readFile(summary), readFile(title)));
     const auto bytes = readFile(model);
     const std::vector<LocalModel> models{{.id = "summary",
                                           .filename = model.filename().string(),
                                           .bytes = static_cast<std::int64_t>(bytes.size()),
                                           .sha256 = ModelCatalog::fingerprint(bytes)}};
     std::ofstream list(catalog, std::ios::binary | std::ios::trunc);
-    if (!(list << json::encode(models)).flush()) throw std::runtime_error("cannot write " + catalog.string());
+    if (!(list << meetingcore::json::encode(models)).flush())
+        throw std::runtime_error("cannot write " + catalog.string());
 }
 
 }  // namespace
