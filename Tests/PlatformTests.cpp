@@ -1,0 +1,629 @@
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <random>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unicode/ubrk.h>
+#include <unicode/ustring.h>
+
+#include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Platform/NumberText.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/Models.h"
+#include "Support/ChildProcess.h"
+#include "Support/Failure.h"
+#include "Support/TemporaryFolder.h"
+
+namespace meetingcore {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using testing::failureOf;
+using ::testing::HasSubstr;
+using testing::TemporaryFolder;
+
+struct Item {
+    std::string text;
+    std::optional<double> weight;
+    bool operator==(const Item&) const = default;
+};
+
+struct Sample {
+    std::int64_t count = 0;
+    double number = 0;
+    float level = 0;
+    bool flag = false;
+    UUID id;
+    Date date;
+    AudioSource source = AudioSource::microphone;
+    std::optional<std::string> note;
+    std::vector<Item> items;
+    std::map<std::string, std::int64_t> counts;
+    bool operator==(const Sample&) const = default;
+};
+
+struct Unsorted {
+    bool umlaut = false, aa = false, a2 = false, b = false, a10 = false, a = false, capital = false;
+};
+
+}  // namespace
+
+template <>
+inline constexpr auto json::fields<Item> = json::record(json::field("text", &Item::text),
+                                                        json::field("weight", &Item::weight));
+
+template <>
+inline constexpr auto json::fields<Sample> =
+    json::record(json::field("count", &Sample::count), json::field("number", &Sample::number),
+                 json::field("level", &Sample::level), json::field("flag", &Sample::flag),
+                 json::field("id", &Sample::id), json::field("date", &Sample::date),
+                 json::field("source", &Sample::source), json::field("note", &Sample::note),
+                 json::field("items", &Sample::items), json::field("counts", &Sample::counts));
+
+template <>
+inline constexpr auto json::fields<Unsorted> = json::record(
+    json::field("ä", &Unsorted::umlaut), json::field("aa", &Unsorted::aa), json::field("a2", &Unsorted::a2),
+    json::field("b", &Unsorted::b), json::field("a10", &Unsorted::a10), json::field("a", &Unsorted::a),
+    json::field("B", &Unsorted::capital));
+
+namespace {
+
+Sample sample() {
+    return {-3,
+            0.1,
+            0.99F,
+            true,
+            UUID::parse("aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee").value(),
+            Date::since1970(1'700'000'000.25),
+            AudioSource::meeting,
+            "Q3/Q4 \"😀\"",
+            {{"eins", 2.0}, {"zwei\n", std::nullopt}},
+            {{"b", 1}, {"B", 2}}};
+}
+
+const std::string sampleText =
+    R"({"count":-3,"number":0.1,"level":0.99,"flag":true,"id":"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE",)"
+    R"("date":721692800.25,"source":"meeting","note":"Q3\/Q4 \"😀\"",)"
+    R"("items":[{"text":"eins","weight":2},{"text":"zwei\n"}],"counts":{"B":2,"b":1}})";
+
+TEST(JSONWriter, WritesEveryTypeCompactInDeclaredOrderWithoutAbsentOptionals) {
+    EXPECT_EQ(json::encode(sample()), sampleText);
+    EXPECT_EQ(json::decode<Sample>(sampleText, "x"), sample());
+    auto without = sample();
+    without.note = std::nullopt;
+    EXPECT_THAT(json::encode(without), ::testing::Not(HasSubstr("note")));
+    EXPECT_EQ(json::decode<Sample>(json::encode(without), "x"), without);
+}
+
+TEST(JSONWriter, SortsKeysByBytes) {
+    EXPECT_EQ(json::encode(Unsorted{}, json::Keys::sorted),
+              R"({"B":false,"a":false,"a10":false,"a2":false,"aa":false,"b":false,"ä":false})");
+}
+
+TEST(JSONWriter, EscapesExactlyWhatThePlatformEscapes) {
+    EXPECT_EQ(json::encode(std::string("\"\\/\b\f\n\r\t\x01\x1f\0|"
+                                       "\x7fü\u2028<>'😀",
+                                       24)),
+              "\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u0001\\u001f\\u0000|\x7fü\u2028<>'😀\"");
+}
+
+TEST(JSONWriter, WritesNumbersInTheirShortestForm) {
+    const std::vector<std::pair<double, std::string>> doubles = {
+        {12.0, "12"},
+        {0.0, "0"},
+        {-0.0, "-0"},
+        {0.1, "0.1"},
+        {-721692800.25, "-721692800.25"},
+        {0.0001, "0.0001"},
+        {std::nextafter(0.0001, 0), "9.999999999999999e-05"},
+        {0.00001, "1e-05"},
+        {1.5e-7, "1.5e-07"},
+        {-1.5e-7, "-1.5e-07"},
+        {1e15, "1000000000000000"},
+        {9007199254740991.0, "9007199254740991"},
+        {9007199254740992.0, "9007199254740992"},
+        {-9007199254740994.0, "-9.007199254740994e+15"},
+        {1e16, "1e+16"},
+        {1e300, "1e+300"},
+        {5e-324, "5e-324"},
+    };
+    for (const auto& [value, text] : doubles) EXPECT_EQ(json::encode(value), text);
+    const std::vector<std::pair<float, std::string>> floats = {
+        {2.1F, "2.1"}, {1, "1"}, {3, "3"}, {0.99F, "0.99"}, {0.0001F, "0.0001"}, {0.00001F, "1e-05"}};
+    for (const auto& [value, text] : floats) EXPECT_EQ(json::encode(value), text);
+    EXPECT_EQ(json::encode(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808");
+    for (const double value : {HUGE_VAL, -HUGE_VAL, std::nan("")}) {
+        EXPECT_EQ(failureOf([&] {
+                      json::encode(Item{"", value});
+                  }),
+                  "Eine Zahl ist nicht endlich und kann nicht gespeichert werden.");
+    }
+}
+
+TEST(JSONWriter, EveryDoubleReadsBackToTheSameBits) {
+    std::mt19937_64 random(7);
+    for (int i = 0; i < 20'000; ++i) {
+        // Half of them any bits at all, half in the range of times.
+        const auto bits = random();
+        double value = 0;
+        std::memcpy(&value, &bits, sizeof value);
+        if (i % 2 == 0) value = std::ldexp(static_cast<double>(bits >> 11U), -38);
+        if (!std::isfinite(value)) continue;
+        ASSERT_EQ(json::decode<double>(json::encode(value), "x"), value) << json::encode(value);
+    }
+}
+
+TEST(NumberText, KeepsTheFractionOfIntegralValues) {
+    const std::vector<std::pair<double, std::string>> cases = {
+        {60.0, "60.0"},   {1700000000.123456, "1700000000.123456"},   {1e16, "1e+16"},  {-0.0, "-0.0"},
+        {1e-05, "1e-05"}, {9007199254740992.0, "9007199254740992.0"}, {HUGE_VAL, "inf"}};
+    for (const auto& [value, text] : cases) EXPECT_EQ(number::plain(value), text);
+}
+
+using namespace std::string_literals;
+
+const std::vector<std::string> refusedTexts = {"",
+                                               " ",
+                                               "01",
+                                               "-01",
+                                               "00",
+                                               "1.",
+                                               ".5",
+                                               "+1",
+                                               "-",
+                                               "1e",
+                                               "1e+",
+                                               "NaN",
+                                               "Infinity",
+                                               "-Infinity",
+                                               "1e400",
+                                               "-1e400",
+                                               "0x10",
+                                               "nul",
+                                               "nulll",
+                                               "tru",
+                                               "truex",
+                                               "falsey",
+                                               "None",
+                                               "'a'",
+                                               "\"abc",
+                                               "abc\"",
+                                               "\"\\x\"",
+                                               "\"\\\"",
+                                               "\"\\u12G4\"",
+                                               "\"\\u12\"",
+                                               "\"\\ud800\"",
+                                               "\"\\udc00\"",
+                                               "\"\\ud800\\u0041\"",
+                                               "\"\\ud800x\"",
+                                               "\"\x01\"",
+                                               "\"a\nb\"",
+                                               "\"\t\"",
+                                               "\"\0\""s,
+                                               "\"\xff\"",
+                                               "\"\xc0\xaf\"",
+                                               "\"\xed\xa0\x80\"",
+                                               "\"\xc3\"",
+                                               "\"\xf4\x90\x80\x80\"",
+                                               "// c\n1",
+                                               "1 // c",
+                                               "/* c */ 1",
+                                               "{a:1}",
+                                               "{'a':1}",
+                                               "{\"a\":1,}",
+                                               "{\"a\"}",
+                                               "{\"a\":}",
+                                               "{\"a\" 1}",
+                                               "{,}",
+                                               "{\"a\":1 \"b\":2}",
+                                               "{1:2}",
+                                               "{\"\\ud800\":1}",
+                                               "[1,]",
+                                               "[,1]",
+                                               "[1 2]",
+                                               "[",
+                                               "]",
+                                               "{",
+                                               "}",
+                                               "[1}",
+                                               "[1]]",
+                                               "[[1]",
+                                               "1 2",
+                                               "{} {}",
+                                               "{\"a\":1}x",
+                                               "\"a\" \"b\"",
+                                               "true false",
+                                               ",",
+                                               ":",
+                                               "\0"s,
+                                               "1\0"s,
+                                               "1\x0b",
+                                               "1\u00A0",
+                                               "\xEF\xBB\xBF",
+                                               "\xEF\xBB\xBF\xEF\xBB\xBF"
+                                               "1",
+                                               "\xFE\xFF",
+                                               "\\u0031"};
+
+const std::vector<std::string> acceptedTexts = {"3",
+                                                "-0",
+                                                "0",
+                                                "1E+2",
+                                                "1e-2",
+                                                "0.5",
+                                                "\"x\"",
+                                                "\"\"",
+                                                "true",
+                                                "false",
+                                                "null",
+                                                " 3 ",
+                                                "\t\r\n[ ]\n",
+                                                "{}",
+                                                "[[],{}]",
+                                                "{\"a\":{\"b\":[null,{\"c\":\"d\"}]}}",
+                                                "{\"a\":1,\"a\":2}",
+                                                "\"\\ud83d\\ude00\"",
+                                                "\"\x7f\"",
+                                                "\"\\u0000\"",
+                                                "\"\\/\\b\\f\"",
+                                                "\"\u2028\"",
+                                                "9223372036854775808",
+                                                "123456789012345678901234567890",
+                                                "\"\xed\x9f\xbf\"",
+                                                "{\"\\u0061\":1}"};
+
+TEST(JSONReader, IsAsStrictAsThePlatformsDecoder) {
+    const auto surrounded = [](const std::string& value) {
+        return "{\"unknown\":" + value + ",\"text\":\"t\"}";
+    };
+    for (const auto& text : refusedTexts) {
+        EXPECT_FALSE(json::isValid(text)) << text;
+        EXPECT_FALSE(json::isValid("[" + text + ",1]")) << text;
+        EXPECT_THAT(failureOf([&] { json::decode<Item>(surrounded(text), "Die Datei"); }),
+                    HasSubstr("Die Datei ist kein gültiges JSON"))
+            << text;
+    }
+    for (const auto& text : acceptedTexts) {
+        EXPECT_TRUE(json::isValid(text)) << text;
+        EXPECT_TRUE(json::isValid("\xEF\xBB\xBF" + text)) << text;
+        EXPECT_EQ(json::decode<Item>(surrounded(text), "x").text, "t") << text;
+    }
+}
+
+template <class T>
+std::optional<T> decoded(const std::string& text) {
+    try {
+        const auto value = json::decode<T>(" " + text + "\n", "x");
+        EXPECT_EQ(json::decode<std::vector<T>>("[" + text + " ]", "x").at(0), value);
+        return value;
+    } catch (const MeetingError&) {
+        EXPECT_THROW(json::decode<std::vector<T>>("[" + text + "]", "x"), MeetingError) << text;
+        return std::nullopt;
+    }
+}
+
+TEST(JSONReader, AcceptsOnlyValuesOfTheFieldsType) {
+    const std::vector<std::pair<std::string, std::optional<std::int64_t>>> integers = {
+        {"1.0", 1},
+        {"1e2", 100},
+        {"-0", 0},
+        {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+        {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+        {"1.5", {}},
+        {"1e-1", {}},
+        {"\"1\"", {}},
+        {"9223372036854775808", {}},
+        {"1e19", {}},
+        {"01", {}},
+        {"1.", {}},
+        {"true", {}},
+        {"null", {}},
+        {"[1]", {}},
+    };
+    for (const auto& [text, value] : integers) EXPECT_EQ(decoded<std::int64_t>(text), value) << text;
+    const std::vector<std::pair<std::string, std::optional<bool>>> booleans = {
+        {"true", true}, {"false", false}, {"1", {}}, {"0", {}}, {"\"true\"", {}}, {"null", {}}, {"truth", {}}};
+    for (const auto& [text, value] : booleans) EXPECT_EQ(decoded<bool>(text), value) << text;
+    const auto id = sample().id;
+    const std::vector<std::pair<std::string, std::optional<UUID>>> ids = {
+        {"aaaaaaaa-BBBB-4ccc-8ddd-eeeeeeeeeeee", id},      {"{AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE}", {}},
+        {" AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", {}},     {"AAAAAAAABBBB4CCC8DDDEEEEEEEEEEEE", {}},
+        {"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEE", {}},       {"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEG", {}},
+        {"AAAAAAAAB-BBB-4CCC-8DDD-EEEEEEEEEEEE", {}},      {"", {}},
+        {"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEE\\u0000", {}}};
+    for (const auto& [text, value] : ids) EXPECT_EQ(decoded<UUID>("\"" + text + "\""), value) << text;
+    EXPECT_EQ(decoded<AudioSource>("\"meeting\""), AudioSource::meeting);
+    EXPECT_EQ(decoded<AudioSource>("\"Meeting\""), std::nullopt);
+    EXPECT_EQ(decoded<double>("\"1\""), std::nullopt);
+    EXPECT_EQ(decoded<double>("1e400"), std::nullopt);
+    EXPECT_EQ(decoded<float>("1e39"), std::nullopt);
+    EXPECT_EQ(decoded<std::string>("3"), std::nullopt);
+    EXPECT_EQ(decoded<std::string>(R"("\ud83d\ude00\u00e4\/")"), "😀ä/");
+}
+
+TEST(JSONReader, NamesTheFieldInGerman) {
+    const auto failure = [](const std::string& text) {
+        return failureOf([&] { json::decode<Sample>(text, "„datei.json“"); });
+    };
+    EXPECT_EQ(failure("{}"), "„datei.json“ ist unvollständig: Das Feld „count“ fehlt.");
+    EXPECT_EQ(failure(R"({"items":[{"text":"a"},{"weight":1}]})"),
+              "„datei.json“ ist unvollständig: Das Feld „items[1].text“ fehlt.");
+    EXPECT_EQ(failure(R"({"items":[{"text":3}]})"),
+              "„datei.json“ enthält einen unzulässigen Wert (Feld „items[0].text“).");
+    EXPECT_EQ(failure(R"({"count":null})"), "„datei.json“ enthält einen unzulässigen Wert (Feld „count“).");
+    EXPECT_EQ(failure(R"({"counts":{"mic:1":"x"}})"),
+              "„datei.json“ enthält einen unzulässigen Wert (Feld „counts.mic:1“).");
+    EXPECT_EQ(failure(R"({"number":1e400})"), "„datei.json“ ist kein gültiges JSON (Feld „number“).");
+    EXPECT_EQ(failure("[]"), "„datei.json“ enthält einen unzulässigen Wert.");
+    EXPECT_EQ(failure(""), "„datei.json“ ist kein gültiges JSON.");
+}
+
+TEST(JSONReader, TakesNullAndEscapedKeysAsThePlatformDoes) {
+    EXPECT_EQ(json::decode<Item>(R"({"te\u0078t":"t","weight":null,"unknown":{"text":"u"}})", "x"),
+              (Item{"t", {}}));
+}
+
+TEST(JSONReader, BoundsTheNestingInsteadOfTheStack) {
+    const auto repeated = [](const std::string& piece, std::size_t count) {
+        std::string text;
+        for (std::size_t i = 0; i < count; ++i) text += piece;
+        return text;
+    };
+    const auto nested = [&](std::size_t count) { return repeated("[", count) + repeated("]", count); };
+    EXPECT_TRUE(json::isValid(nested(512)));
+    EXPECT_FALSE(json::isValid(nested(513)));
+    for (const auto& deep : {nested(100'000), repeated("[", 100'000),
+                             repeated("{\"a\":", 100'000) + "1" + repeated("}", 100'000)}) {
+        EXPECT_FALSE(json::isValid(deep));
+        for (const auto* const key : {"unknown", "text", "weight"}) {
+            const auto text = std::string("{\"") + key + "\":" + deep + ",\"text\":\"\"}";
+            EXPECT_THROW(json::decode<Item>(text, "x"), MeetingError);
+        }
+        EXPECT_THROW(json::decode<Sample>("{\"items\":" + deep + "}", "x"), MeetingError);
+    }
+}
+
+TEST(JSONReader, RefusesEveryCutAndSurvivesEveryFlippedBit) {
+    for (std::size_t length = 0; length < sampleText.size(); ++length) {
+        const auto cut = sampleText.substr(0, length);
+        EXPECT_THROW(json::decode<Sample>(cut, "x"), MeetingError) << cut;
+        EXPECT_FALSE(json::isValid(cut)) << cut;
+    }
+    std::size_t readable = 0;
+    for (std::size_t bit = 0; bit < sampleText.size() * 8; ++bit) {
+        auto flipped = sampleText;
+        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << (bit % 8)));
+        try {
+            const auto read = json::decode<Sample>(flipped, "x");
+            ++readable;
+            EXPECT_TRUE(json::isValid(flipped)) << flipped;
+            EXPECT_EQ(json::decode<Sample>(json::encode(read), "x"), read) << flipped;
+        } catch (const MeetingError& error) {
+            EXPECT_THAT(error.message(), HasSubstr("x ")) << flipped;
+        }
+    }
+    EXPECT_GT(readable, 100U);  // digits and letters of texts
+}
+
+TEST(Text, CountsGraphemeClusters) {
+    const std::vector<std::pair<std::string, std::size_t>> cases = {
+        {"", 0},
+        {"a\r\nb", 3},
+        {"a\n\rb", 4},
+        {"e\u0301", 1},
+        {"\u0301e", 2},
+        {"ä😀", 2},
+        {"👨‍👩‍👧‍👦", 1},
+        {"🇩🇪🇫🇷", 2},
+        {"👍🏽!", 2},
+        {"„Größe“ – 5 €", 13},
+        {"©\u200D™x", 3},
+        {"한국", 2},
+        {"\u1112\u1161\u11ab", 1},
+        {"a\u00ADb", 3},
+        {"\xff\xfe", 2},
+        {"a\xc3", 2},
+    };
+    for (const auto& [text, count] : cases) {
+        EXPECT_EQ(text::characterCount(text), count) << text;
+        for (std::size_t n = 0; n <= count + 1; ++n) {
+            EXPECT_EQ(text::exceeds(text, n), count > n) << text;
+            EXPECT_EQ(text::characterCount(text::prefix(text, n)), std::min(n, count)) << text;
+        }
+        EXPECT_EQ(text::prefix(text, count), text);
+    }
+    EXPECT_EQ(text::prefix("ab\u0301c", 2), "ab\u0301");
+    EXPECT_EQ(text::prefix("a\r\nb", 2), "a\r\n");
+}
+
+/// The clusters that ICU's own rules find, without our shortcuts.
+std::size_t characterCountByRules(const std::string& text) {
+    std::vector<UChar> units(text.size() + 1);
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
+                  static_cast<std::int32_t>(text.size()), &status);
+    const std::unique_ptr<UBreakIterator, void (*)(UBreakIterator*)> iterator(
+        ubrk_open(UBRK_CHARACTER, "", units.data(), length, &status), ubrk_close);
+    EXPECT_TRUE(U_SUCCESS(status));
+    std::size_t count = 0;
+    while (ubrk_next(iterator.get()) != UBRK_DONE) ++count;
+    return count;
+}
+
+TEST(Text, ShortcutsCountAsTheRulesDo) {
+    const std::vector<std::string> pieces = {"a",      "ü",      "\r",     "\n",     "\u0301", "\u200D",
+                                             "😀",      "🇩",      "\u200B", "–",      "€",      "©",
+                                             "\u1112", "\u1161", "\u0600", "\u0903", "\u00AD", "\u2028"};
+    std::mt19937 random(11);
+    for (int i = 0; i < 5000; ++i) {
+        std::string text;
+        for (auto length = random() % 12; length > 0; --length) text += pieces[random() % pieces.size()];
+        ASSERT_EQ(text::characterCount(text), characterCountByRules(text)) << json::encode(text);
+        const auto half = text::characterCount(text) / 2;
+        ASSERT_EQ(text::characterCount(text::prefix(text, half)), half) << json::encode(text);
+    }
+}
+
+TEST(Text, TrimsSplitsAndLowersByUnicode) {
+    EXPECT_EQ(text::trimmed(" \t\r\n\u00A0\u0085\u2028\u3000\u200Ba b\u200B\n"), "a b");
+    EXPECT_EQ(text::trimmed("\uFEFFa\u180E"), "\uFEFFa\u180E");
+    EXPECT_EQ(text::trimmed(" \u200B\n"), "");
+    EXPECT_THAT(text::words("\u3000a\u00A0b\u0085\u2028c\td\u200Be\uFEFF\u180E  "),
+                ElementsAre("a", "b", "c", "d\u200Be\uFEFF\u180E"));
+    EXPECT_THAT(text::words(" \n"), ElementsAre());
+    const std::vector<std::pair<std::string, std::string>> lower = {
+        {"ΣΑΣ", "σασ"}, {"İ", "i\u0307"}, {"ẞ", "ß"}, {"ÄÖÜß", "äöüß"}, {"Łódź", "łódź"}, {"A\xff", "a\xff"}};
+    for (const auto& [text, expected] : lower) EXPECT_EQ(text::lowercased(text), expected);
+    EXPECT_EQ(text::normalized(" Herr\n\n MÜLLER,\u00A0sagt "), "herr müller, sagt");
+    EXPECT_EQ(text::repaired("a\xff\xc3z"), "a\uFFFD\uFFFDz");
+    EXPECT_EQ(text::replacing("<<a<", "<", "<>"), "<><>a<>");
+}
+
+TEST(Text, FindsControlCharacters) {
+    for (const auto* const text : {"a\u200Db", "\u00AD", "\u200B", "a\tb", "\n", "\x7f", "\u0085", "\uFEFF"}) {
+        EXPECT_TRUE(text::containsControl(text)) << json::encode(std::string(text));
+    }
+    for (const auto* const text : {"", "Größe 5 €", "\u2028", "\u00A0", "e\u0301", "😀"}) {
+        EXPECT_FALSE(text::containsControl(text)) << text;
+    }
+}
+
+TEST(UUID, ReadsEitherCaseAndWritesUpperCase) {
+    EXPECT_EQ(UUID::parse("01234567-89ab-cDEF-8000-fedcba987654").value().string(),
+              "01234567-89AB-CDEF-8000-FEDCBA987654");
+    const auto id = UUID::random();
+    EXPECT_EQ(UUID::parse(id.string()), id);
+    EXPECT_EQ(id.string()[14], '4');
+    EXPECT_NE(id, UUID::random());
+}
+
+mode_t permissions(const fs::path& path) {
+    struct stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 07777U;
+}
+
+std::string contents(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class FileManagerTest : public ::testing::Test {
+protected:
+    fs::path path(const std::string& name) const { return folder_.path() / name; }
+
+    TemporaryFolder folder_;
+    FileManager& files_ = FileManager::system();
+};
+
+TEST_F(FileManagerTest, GivesFoldersAndFilesToTheOwnerAloneWhateverTheUmask) {
+    for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
+        const auto before = ::umask(mask);
+        const auto folder = path("umask " + std::to_string(mask)) / "inner";
+        createDirectories(files_, folder);
+        writeAtomically(files_, "{}", folder / "state.json");
+        ::umask(before);
+        EXPECT_EQ(permissions(folder.parent_path()), 0700U);
+        EXPECT_EQ(permissions(folder), 0700U);
+        EXPECT_EQ(permissions(folder / "state.json"), 0600U);
+        EXPECT_EQ(contents(folder / "state.json"), "{}");
+        EXPECT_THAT(files_.list(folder), ElementsAre("state.json"));
+    }
+}
+
+TEST_F(FileManagerTest, AtomicWriteReplacesAWiderFileByANarrowOne) {
+    std::ofstream(path("state.json")) << "old";
+    fs::permissions(path("state.json"), fs::perms(0644));
+    writeAtomically(files_, "new", path("state.json"));
+    EXPECT_EQ(contents(path("state.json")), "new");
+    EXPECT_EQ(permissions(path("state.json")), 0600U);
+}
+
+TEST_F(FileManagerTest, AtomicWriteThatFailsLeavesTheOldFileAndNothingElse) {
+    std::ofstream(path("state.json")) << "old";
+    testing::ChildProcess writer([&] {
+        // Stands for a full disk: the write stops in the middle of the data.
+        const rlimit limit{1000, 1000};
+        std::signal(SIGXFSZ, SIG_IGN);
+        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+        const auto failure =
+            failureOf([&] { writeAtomically(files_, std::string(5000, 'x'), path("state.json")); },
+                      MeetingError::Kind::storage);
+        return failure.find("kann nicht geschrieben werden: Die Datei ist zu groß") != std::string::npos ? 0
+                                                                                                         : 1;
+    });
+    EXPECT_EQ(writer.wait(), 0);
+    EXPECT_EQ(contents(path("state.json")), "old");
+
+    createDirectories(files_, path("taken") / "by a folder");
+    EXPECT_THAT(failureOf([&] { writeAtomically(files_, "x", path("taken")); }, MeetingError::Kind::storage),
+                HasSubstr("„taken“ kann nicht an ihren Platz gebracht werden: "));
+    EXPECT_THAT(files_.list(folder_.path()), ElementsAre("state.json", "taken"));
+    EXPECT_THAT(
+        failureOf([&] { writeAtomically(files_, "x", path("none") / "a"); }, MeetingError::Kind::storage),
+        HasSubstr("Datei konnte nicht angelegt werden: "));
+}
+
+TEST_F(FileManagerTest, ReadsPiecesOfRegularFilesOnly) {
+    std::ofstream(path("file")) << "0123456789";
+    EXPECT_EQ(files_.read(path("file"), 0, 100), "0123456789");
+    EXPECT_EQ(files_.read(path("file"), 3, 4), "3456");
+    EXPECT_EQ(files_.read(path("file"), 10, 4), "");
+    EXPECT_EQ(files_.read(path("file"), 99, 4), "");
+    ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+    for (const auto& name : {"pipe", "."}) {
+        EXPECT_THAT(failureOf([&] { files_.read(path(name), 0, 10); }, MeetingError::Kind::storage),
+                    HasSubstr("ist keine gewöhnliche Datei."));
+    }
+    EXPECT_EQ(failureOf([&] { files_.read(path("none"), 0, 10); }, MeetingError::Kind::storage),
+              "„none“ kann nicht geöffnet werden: Datei oder Ordner nicht vorhanden.");
+}
+
+TEST_F(FileManagerTest, CreatesOnlyUnderFreeNames) {
+    createDirectories(files_, path("a/b/c/"));
+    createDirectories(files_, path("a/b/c"));
+    EXPECT_EQ(permissions(path("a/b/c")), 0700U);
+    EXPECT_THAT(failureOf([&] { files_.createDirectory(path("a")); }, MeetingError::Kind::storage),
+                HasSubstr("Der Name ist schon vergeben."));
+    std::ofstream(path("file")) << "kept";
+    fs::create_symlink(path("elsewhere"), path("link"));
+    for (const auto* const name : {"file", "link", "a"}) {
+        EXPECT_EQ(failureOf([&] { files_.createFile(path(name)); }, MeetingError::Kind::storage),
+                  "Datei konnte nicht angelegt werden: " + std::string(name));
+    }
+    EXPECT_THAT(failureOf([&] { createDirectories(files_, path("file/sub")); }, MeetingError::Kind::storage),
+                HasSubstr("„file“ kann nicht angelegt werden: Der Name ist schon vergeben."));
+    EXPECT_EQ(contents(path("file")), "kept");
+    EXPECT_FALSE(fs::exists(path("elsewhere")));
+}
+
+TEST_F(FileManagerTest, TellsWhatStandsUnderANameWithoutFollowingLinks) {
+    std::ofstream(path("file")) << "12345";
+    fs::create_symlink("nowhere", path("link"));
+    createDirectories(files_, path("Ä"));
+    EXPECT_EQ(files_.status(path("file"))->kind, FileStatus::Kind::file);
+    EXPECT_EQ(files_.status(path("file"))->size, 5U);
+    EXPECT_EQ(files_.status(path("link"))->kind, FileStatus::Kind::symbolicLink);
+    EXPECT_EQ(files_.status(path("Ä"))->kind, FileStatus::Kind::directory);
+    EXPECT_EQ(files_.status(path("none")), std::nullopt);
+    EXPECT_EQ(files_.status(path("file/none")), std::nullopt);
+    EXPECT_FALSE(pathExists(path("link")));
+    EXPECT_THAT(files_.list(folder_.path()), ElementsAre("file", "link", "Ä"));
+    files_.move(path("file"), path("link"));
+    EXPECT_EQ(contents(path("link")), "12345");
+    files_.remove(path("link"));
+    files_.remove(path("Ä"));
+    EXPECT_TRUE(files_.list(folder_.path()).empty());
+    EXPECT_EQ(systemErrorText(9999), "Systemfehler 9999.");
+}
+
+}  // namespace
+}  // namespace meetingcore
