@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
