@@ -47,11 +47,11 @@ TEST_P(Sample, BecomesAFinishedTranscriptInTheOrderOfItsFile) {
     const auto document = installed();
     EXPECT_EQ(document.rawSegments, sample.segments);
     EXPECT_FALSE(document.diarizationPending());
-    for (const auto& [id, text] : document.edits.correctedText) {
-        const auto corrected = [&](const TranscriptSegment& s) {
-            return s.id.string() == id && s.text == text;
+    for (const auto& correction : document.edits.correctedText) {
+        const auto isApplied = [&](const TranscriptSegment& segment) {
+            return segment.id.string() == correction.first && segment.text == correction.second;
         };
-        EXPECT_TRUE(std::ranges::any_of(document.segments, corrected)) << id;
+        EXPECT_TRUE(std::ranges::any_of(document.segments, isApplied)) << correction.first;
     }
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <exception>
@@ -225,7 +226,7 @@ void run(const Options& options) {
 }  // namespace meetingcore::demo
 
 int main(int argumentCount, char** arguments) {
-    using namespace meetingcore;
+    namespace demo = meetingcore::demo;
     try {
         demo::run(demo::parse({arguments + 1, arguments + argumentCount}));
         return 0;
