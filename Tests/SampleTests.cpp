@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -90,6 +91,20 @@ TEST_P(Sample, IsSummarisedByTheDemo) {
     const auto again = testing::runProcess(MEETING_SummaryDemo_PATH, arguments, environment);
     EXPECT_EQ(again.status, 1);
     EXPECT_THAT(again.err, HasSubstr("ist nicht leer"));
+}
+
+TEST(Demo, EndsWithTheWorkersMessageWhereItFails) {
+    const testing::TemporaryFolder folder;
+    fs::copy(fs::path(MEETING_SAMPLES_FOLDER) / "kundenportal", folder.path(),
+             fs::copy_options::overwrite_existing);
+    std::ofstream(folder.path() / "summary-answer.json", std::ios::trunc)
+        << R"({"overview":[{"text":"Unbelegt.","ids":["s999"],"owner":null,"dueDate":null}],)"
+           R"("decisions":[],"tasks":[],"openQuestions":[]})";
+    const auto result = testing::runProcess(MEETING_SummaryDemo_PATH, {"--sample", folder.path().string()},
+                                            {{"MEETING_MODELS", folder.path().string()}});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out, ::testing::Not(HasSubstr("Unbelegt")));
+    EXPECT_THAT(result.err, HasSubstr("Zusammenfassung nennt eine unbekannte Quellen-ID."));
 }
 
 INSTANTIATE_TEST_SUITE_P(Samples, Sample, ::testing::ValuesIn(sampleNames()));
