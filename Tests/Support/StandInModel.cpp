@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <random>
@@ -15,6 +17,9 @@
 
 #include <ggml.h>
 #include <gguf.h>
+
+#include "MeetingCore/Platform/JSON.h"
+#include "MeetingCore/Summary/ModelCatalog.h"
 
 namespace meetingcore::testing {
 namespace {
@@ -291,6 +296,18 @@ void writeStandInModel(const std::filesystem::path& path, const StandInScript& s
         }
     }
     file.write(path);
+}
+
+void writeCatalog(const std::filesystem::path& catalog, const std::filesystem::path& model) {
+    std::ifstream file(model, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    if (!file) throw std::runtime_error("cannot read " + model.string());
+    const std::vector<LocalModel> models{{.id = "summary",
+                                          .filename = model.filename().string(),
+                                          .bytes = static_cast<std::int64_t>(bytes.size()),
+                                          .sha256 = ModelCatalog::fingerprint(bytes)}};
+    std::ofstream list(catalog, std::ios::binary | std::ios::trunc);
+    if (!(list << json::encode(models)).flush()) throw std::runtime_error("cannot write " + catalog.string());
 }
 
 void writeBabblingModel(const std::filesystem::path& path, unsigned seed) {

@@ -38,6 +38,10 @@ struct StandInScript {
 /// when the file cannot be written.
 void writeStandInModel(const std::filesystem::path& path, const StandInScript& script);
 
+/// Writes a catalog, in the form that SummaryWorkerFixture reads, whose only entry "summary" is this model file
+/// as it is now. Overwrites `catalog`. Throws `std::runtime_error` when a file cannot be read or written.
+void writeCatalog(const std::filesystem::path& catalog, const std::filesystem::path& model);
+
 /// Writes a model of the same vocabulary with pseudo-random weights: it talks nonsense that depends on all that
 /// was said before, so the grammar refuses its first choice again and again. `seed` decides the weights.
 void writeBabblingModel(const std::filesystem::path& path, unsigned seed);

@@ -5,17 +5,12 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "MeetingCore/Platform/JSON.h"
-#include "MeetingCore/Summary/ModelCatalog.h"
 #include "Support/StandInModel.h"
 
 namespace {
 
-using meetingcore::LocalModel;
-using meetingcore::ModelCatalog;
-using meetingcore::testing::StandInScript;
+namespace testing = meetingcore::testing;
 
 std::string readFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -26,15 +21,8 @@ std::string readFile(const std::filesystem::path& path) {
 
 void run(const std::filesystem::path& summary, const std::filesystem::path& title,
          const std::filesystem::path& model, const std::filesystem::path& catalog) {
-    writeStandInModel(model, StandInScript::answering(readFile(summary), readFile(title)));
-    const auto bytes = readFile(model);
-    const std::vector<LocalModel> models{{.id = "summary",
-                                          .filename = model.filename().string(),
-                                          .bytes = static_cast<std::int64_t>(bytes.size()),
-                                          .sha256 = ModelCatalog::fingerprint(bytes)}};
-    std::ofstream list(catalog, std::ios::binary | std::ios::trunc);
-    if (!(list << meetingcore::json::encode(models)).flush())
-        throw std::runtime_error("cannot write " + catalog.string());
+    writeStandInModel(model, testing::StandInScript::answering(readFile(summary), readFile(title)));
+    testing::writeCatalog(catalog, model);
 }
 
 }  // namespace
