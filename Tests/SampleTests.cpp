@@ -95,8 +95,7 @@ TEST_P(Sample, IsSummarisedByTheDemo) {
 
 TEST(Demo, EndsWithTheWorkersMessageWhereItFails) {
     const testing::TemporaryFolder folder;
-    fs::copy(fs::path(MEETING_SAMPLES_FOLDER) / "kundenportal", folder.path(),
-             fs::copy_options::overwrite_existing);
+    fs::copy(fs::path(MEETING_SAMPLES_FOLDER) / "kundenportal", folder.path(), fs::copy_options::recursive);
     std::ofstream(folder.path() / "summary-answer.json", std::ios::trunc)
         << R"({"overview":[{"text":"Unbelegt.","ids":["s999"],"owner":null,"dueDate":null}],)"
            R"("decisions":[],"tasks":[],"openQuestions":[]})";
