@@ -28,6 +28,7 @@ using ::testing::ElementsAre;
 using testing::failureOf;
 using ::testing::HasSubstr;
 using testing::TemporaryFolder;
+using namespace std::string_literals;
 
 struct Item {
     std::string text;
@@ -108,9 +109,8 @@ TEST(JSONWriter, SortsKeysByBytes) {
 }
 
 TEST(JSONWriter, EscapesExactlyWhatThePlatformEscapes) {
-    EXPECT_EQ(json::encode(std::string("\"\\/\b\f\n\r\t\x01\x1f\0|"
-                                       "\x7fü\u2028<>'😀",
-                                       24)),
+    EXPECT_EQ(json::encode("\"\\/\b\f\n\r\t\x01\x1f\0|"
+                           "\x7fü\u2028<>'😀"s),
               "\"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u0001\\u001f\\u0000|\x7fü\u2028<>'😀\"");
 }
 
@@ -166,8 +166,6 @@ TEST(NumberText, KeepsTheFractionOfIntegralValues) {
         {1e-05, "1e-05"}, {9007199254740992.0, "9007199254740992.0"}, {HUGE_VAL, "inf"}};
     for (const auto& [value, text] : cases) EXPECT_EQ(number::plain(value), text);
 }
-
-using namespace std::string_literals;
 
 const std::vector<std::string> refusedTexts = {"",
                                                " ",
@@ -424,7 +422,7 @@ TEST(Text, CountsGraphemeClusters) {
         {"🇩🇪🇫🇷", 2},
         {"👍🏽!", 2},
         {"„Größe“ – 5 €", 13},
-        {"©\u200D™x", 3},
+        {"©\u200D™x", 2},
         {"한국", 2},
         {"\u1112\u1161\u11ab", 1},
         {"a\u00ADb", 3},

@@ -1,9 +1,8 @@
 #include <fstream>
 
-#include <sys/stat.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/ModelCatalog.h"

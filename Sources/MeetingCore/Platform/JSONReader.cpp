@@ -17,7 +17,7 @@ bool isPlainInteger(std::string_view token) {
     return std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-void skipScalar(auto& source, ondemand::json_type type) {
+void skipScalar(ondemand::value& source, ondemand::json_type type) {
     switch (type) {
         case ondemand::json_type::string:
             read<std::string>(source);
@@ -31,24 +31,6 @@ void skipScalar(auto& source, ondemand::json_type type) {
         default:
             read<std::optional<bool>>(source);
             break;
-    }
-}
-
-void skipAny(auto& source, int depth) {
-    if (depth > maximumDepth) Failure::raise(Failure::Reason::syntax);
-    const auto type = checked(source.type());
-    if (type == ondemand::json_type::array) {
-        auto array = checked(source.get_array());
-        for (auto element : array) skip(checked(std::move(element)), depth + 1);
-    } else if (type == ondemand::json_type::object) {
-        auto object = checked(source.get_object());
-        for (auto member : object) {
-            auto field = checked(std::move(member));
-            checkedString(checked(field.unescaped_key()));
-            skip(field.value(), depth + 1);
-        }
-    } else {
-        skipScalar(source, type);
     }
 }
 
@@ -79,7 +61,26 @@ std::int64_t integer(std::string_view token, simdjson::simdjson_result<double> n
     Failure::raise(Failure::Reason::unexpected);
 }
 
-void skip(ondemand::value value, int depth) { skipAny(value, depth); }
+void skip(ondemand::value& value, int depth) {
+    if (depth > maximumDepth) Failure::raise(Failure::Reason::syntax);
+    const auto type = checked(value.type());
+    if (type == ondemand::json_type::array) {
+        auto array = checked(value.get_array());
+        for (auto result : array) {
+            auto element = checked(std::move(result));
+            skip(element, depth + 1);
+        }
+    } else if (type == ondemand::json_type::object) {
+        auto object = checked(value.get_object());
+        for (auto member : object) {
+            auto field = checked(std::move(member));
+            checkedString(checked(field.unescaped_key()));
+            skip(field.value(), depth + 1);
+        }
+    } else {
+        skipScalar(value, type);
+    }
+}
 
 void report(const Failure& failure, const std::string& what) {
     const auto place = failure.path.empty() ? std::string() : " (Feld „" + failure.path + "“)";
@@ -99,8 +100,8 @@ void report(const Failure& failure, const std::string& what) {
 
 bool isValid(std::string_view text) {
     try {
-        return reading::withDocument(text, [](auto& document) {
-            reading::skipAny(document, 1);
+        return reading::withValue(text, [](reading::ondemand::value& value) {
+            reading::skip(value, 1);
             return true;
         });
     } catch (const reading::Failure&) {

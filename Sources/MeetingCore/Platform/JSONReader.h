@@ -35,9 +35,8 @@ struct Failure {
 template <class T>
 T checked(simdjson::simdjson_result<T> result) {
     T value{};
-    const auto error = std::move(result).get(value);
-    if (error == simdjson::SUCCESS) return value;
-    Failure::raise(error == simdjson::INCORRECT_TYPE ? Failure::Reason::unexpected : Failure::Reason::syntax);
+    if (std::move(result).get(value) != simdjson::SUCCESS) Failure::raise(Failure::Reason::syntax);
+    return value;
 }
 
 /// Fails where a scalar of the wrong type stands; simdjson alone would report it as a bad number or literal.
@@ -49,31 +48,30 @@ std::string_view checkedString(std::string_view text);
 std::int64_t integer(std::string_view token, simdjson::simdjson_result<double> number);
 
 /// Walks a value that nobody asked for, so that its errors count as well.
-void skip(ondemand::value value, int depth);
+void skip(ondemand::value& value, int depth);
 
-// A template over the source, since a document and a value are different types with the same operations.
 template <class T>
 struct Read;
 
-template <class T, class Source>
-T read(Source& source) {
+template <class T>
+T read(ondemand::value& source) {
     return Read<T>::from(source);
 }
 
 /// The text lies in the parser's buffer.
-std::string_view readText(auto& source) {
+inline std::string_view readText(ondemand::value& source) {
     requireType(source.type(), ondemand::json_type::string);
     return checkedString(checked(source.get_string()));
 }
 
 template <>
 struct Read<std::string> {
-    static std::string from(auto& source) { return std::string(readText(source)); }
+    static std::string from(ondemand::value& source) { return std::string(readText(source)); }
 };
 
 template <>
 struct Read<bool> {
-    static bool from(auto& source) {
+    static bool from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::boolean);
         return checked(source.get_bool());
     }
@@ -81,7 +79,7 @@ struct Read<bool> {
 
 template <>
 struct Read<double> {
-    static double from(auto& source) {
+    static double from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::number);
         return checked(source.get_double());
     }
@@ -89,7 +87,7 @@ struct Read<double> {
 
 template <>
 struct Read<float> {
-    static float from(auto& source) {
+    static float from(ondemand::value& source) {
         const auto value = static_cast<float>(Read<double>::from(source));
         if (!std::isfinite(value)) Failure::raise(Failure::Reason::unexpected);
         return value;
@@ -98,7 +96,7 @@ struct Read<float> {
 
 template <>
 struct Read<std::int64_t> {
-    static std::int64_t from(auto& source) {
+    static std::int64_t from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::number);
         const std::string_view token = source.raw_json_token();
         return integer(token, source.get_double());
@@ -107,7 +105,7 @@ struct Read<std::int64_t> {
 
 template <>
 struct Read<UUID> {
-    static UUID from(auto& source) {
+    static UUID from(ondemand::value& source) {
         const auto id = UUID::parse(readText(source));
         if (!id) Failure::raise(Failure::Reason::unexpected);
         return *id;
@@ -116,12 +114,12 @@ struct Read<UUID> {
 
 template <>
 struct Read<Date> {
-    static Date from(auto& source) { return Date::sinceReferenceDate(Read<double>::from(source)); }
+    static Date from(ondemand::value& source) { return Date::sinceReferenceDate(Read<double>::from(source)); }
 };
 
 template <Named T>
 struct Read<T> {
-    static T from(auto& source) {
+    static T from(ondemand::value& source) {
         const auto text = readText(source);
         const auto found = std::find(names<T>.begin(), names<T>.end(), text);
         if (found == names<T>.end()) Failure::raise(Failure::Reason::unexpected);
@@ -131,7 +129,7 @@ struct Read<T> {
 
 template <class T>
 struct Read<std::optional<T>> {
-    static std::optional<T> from(auto& source) {
+    static std::optional<T> from(ondemand::value& source) {
         if (checked(source.type()) == ondemand::json_type::null) {
             if (!checked(source.is_null())) Failure::raise(Failure::Reason::syntax);
             return std::nullopt;
@@ -142,7 +140,7 @@ struct Read<std::optional<T>> {
 
 template <class T>
 struct Read<std::vector<T>> {
-    static std::vector<T> from(auto& source) {
+    static std::vector<T> from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::array);
         std::vector<T> values;
         auto array = checked(source.get_array());
@@ -161,7 +159,7 @@ struct Read<std::vector<T>> {
 
 template <class T>
 struct Read<std::map<std::string, T>> {
-    static std::map<std::string, T> from(auto& source) {
+    static std::map<std::string, T> from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::object);
         std::map<std::string, T> values;
         auto object = checked(source.get_object());
@@ -188,7 +186,7 @@ template <Record T>
 struct Read<T> {
     static constexpr std::size_t count = std::tuple_size_v<std::remove_cv_t<decltype(fields<T>)>>;
 
-    static T from(auto& source) {
+    static T from(ondemand::value& source) {
         requireType(source.type(), ondemand::json_type::object);
         T record{};
         std::array<bool, count> seen{};
@@ -249,20 +247,28 @@ private:
     }
 };
 
-/// Gives the parsed document to `use` and then checks that nothing follows the value. Throws Failure.
+/// Gives the text's one value to `use` and returns what that makes of it. Throws Failure where it is not one.
 template <class Use>
-auto withDocument(std::string_view text, const Use& use) {
+auto withValue(std::string_view text, const Use& use) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
-    const simdjson::padded_string padded(text);
+    // Read as an array's only element: simdjson checks the ends of bare literals and numbers less strictly.
+    std::string buffer;
+    buffer.reserve(text.size() + 2 + simdjson::SIMDJSON_PADDING);
+    buffer.append("[").append(text).append("]").append(simdjson::SIMDJSON_PADDING, ' ');
     ondemand::parser parser(std::numeric_limits<std::uint32_t>::max());
-    ondemand::document document;
-    if (parser.iterate(padded).get(document) != simdjson::SUCCESS) Failure::raise(Failure::Reason::syntax);
-    auto result = use(document);
+    auto document = checked(parser.iterate(buffer.data(), text.size() + 2, buffer.size()));
+    std::optional<decltype(use(std::declval<ondemand::value&>()))> result;
+    auto array = checked(document.get_array());
+    for (auto element : array) {
+        if (result) Failure::raise(Failure::Reason::syntax);
+        auto value = checked(std::move(element));
+        result = use(value);
+    }
     const char* rest = nullptr;
-    if (document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
+    if (!result || document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
         Failure::raise(Failure::Reason::syntax);
-    return result;
+    return *std::move(result);
 }
 
 [[noreturn]] void report(const Failure& failure, const std::string& what);
@@ -274,7 +280,8 @@ namespace meetingcore::json {
 template <class T>
 T decode(std::string_view text, const std::string& what) {
     try {
-        return reading::withDocument(text, [](auto& document) { return reading::read<T>(document); });
+        return reading::withValue(text,
+                                  [](reading::ondemand::value& value) { return reading::read<T>(value); });
     } catch (const reading::Failure& failure) {
         reading::report(failure, what);
     }
