@@ -160,16 +160,23 @@ bool pathExists(const fs::path& path) {
 }
 
 void createDirectories(FileManager& files, const fs::path& path) {
-    std::error_code undecided;
-    if (path.empty() || fs::is_directory(path, undecided)) return;
+    if (path.empty() || path == path.root_path()) return;
+    const auto parent = path.parent_path();
+    if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
+    const auto folder = parent.empty() ? fs::path(".") : parent;
+    if (std::error_code undecided; fs::is_directory(path, undecided)) {
+        try {
+            files.flushDirectory(folder);
+        } catch (const MeetingError&) {  // a folder above ours may be closed to us, and then was not our doing
+        }
+        return;
+    }
     if (pathExists(path)) {
         throw MeetingError::storage(quotedName(path) + " kann nicht angelegt werden: Der Name ist schon vergeben.");
     }
-    const auto parent = path.parent_path();
-    if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
     createDirectories(files, parent);
     files.createDirectory(path);
-    files.flushDirectory(parent.empty() ? fs::path(".") : parent);
+    files.flushDirectory(folder);
 }
 
 void restrictToOwner(const fs::path& file) {
