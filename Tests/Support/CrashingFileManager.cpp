@@ -80,13 +80,13 @@ CrashingFileManager::NodePtr CrashingFileManager::find(const fs::path& path) con
 }
 
 void CrashingFileManager::cutPowerAt(std::size_t change) {
-    repair();
     cutAt_ = change;
+    changes_ = 0;
 }
 
 void CrashingFileManager::failAt(std::size_t operation, int error, bool forGood) {
-    repair();
     failAt_ = operation;
+    operations_ = 0;
     error_ = error;
     forGood_ = forGood;
 }
@@ -94,7 +94,6 @@ void CrashingFileManager::failAt(std::size_t operation, int error, bool forGood)
 void CrashingFileManager::repair() {
     cutAt_.reset();
     failAt_.reset();
-    operations_ = changes_ = 0;
 }
 
 void CrashingFileManager::countOperation(bool change) {
@@ -331,7 +330,7 @@ CrashReport forEachFailure(const CrashTest& test, const CrashTest::Step& resume)
                 const auto arm = [&](CrashingFileManager& files) { files.failAt(stop, error, forGood); };
                 const auto run = [&](CrashingFileManager& files, const fs::path& folder) {
                     test.act(files, folder);
-                    const bool reached = files.operations() > stop;
+                    const bool reached = files.hasFailed();
                     files.repair();
                     resume(files, folder);
                     return reached;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,15 +28,14 @@ public:
     /// All that is in the folder counts as safe. Paths outside of it are passed on without a model.
     explicit CrashingFileManager(std::filesystem::path folder);
 
-    /// From now on: the power goes in place of change number `change`, counted from 0.
+    /// The power goes in place of change number `change`, counted from 0 and from this call.
     void cutPowerAt(std::size_t change);
-    /// From now on: operation number `operation`, counted from 0, fails with the system's error, and all later
-    /// ones with it if `forGood`. A failing write has written half.
+    /// Operation number `operation`, counted from 0 and from this call, fails with the system's error, and all
+    /// later ones with it if `forGood`. A failing write has written half.
     void failAt(std::size_t operation, int error, bool forGood);
+    bool hasFailed() const { return failAt_ && operations_ > *failAt_; }
     /// From now on nothing goes wrong any more.
     void repair();
-
-    std::size_t operations() const { return operations_; }  ///< since the last of the three calls above
 
     /// Builds, one after the other in the folder `disk`, every disk that a power cut could leave now, and calls
     /// `visit` for each: any set of unflushed names, and unflushed contents that are missing, half, zeros or
@@ -84,8 +84,8 @@ private:
 
     std::filesystem::path folder_;
     FileManager& files_ = FileManager::system();
-    NodePtr root_;
     Tree safe_;
+    NodePtr root_;
     std::vector<Effect> effects_;  // since the start, in their order
 
     std::size_t operations_ = 0;
@@ -109,8 +109,8 @@ struct CrashReport {
 /// `check` judges what is left and returns what is wrong with it, or an empty text. All work on the folder that
 /// they are given; `act` runs once for each stop, so it begins by forgetting what it remembered.
 struct CrashTest {
-    using Step = std::function<void(FileManager& files, const std::filesystem::path& folder)>;
-    using Check = std::function<std::string(FileManager& files, const std::filesystem::path& folder)>;
+    using Step = std::function<void(CrashingFileManager& files, const std::filesystem::path& folder)>;
+    using Check = std::function<std::string(CrashingFileManager& files, const std::filesystem::path& folder)>;
 
     Step prepare;
     Step act;
