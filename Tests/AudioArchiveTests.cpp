@@ -1,9 +1,8 @@
-#include "MeetingCore/Library/AudioArchive.h"
-
 #include <fstream>
 
 #include <gmock/gmock.h>
 
+#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/ForwardingFileManager.h"
@@ -54,9 +53,9 @@ constexpr const char* noAudio = "Keine Audioabschnitte oder Aufnahme länger als
 constexpr const char* notWritten = "Vollständige Audiodatei konnte nicht gespeichert werden.";
 
 TEST_F(AudioArchiveTest, PutsEachTracksChunksWhereTheirTimesSay) {
-    const auto last = committed(0.5, 1000);            // from sample 8000 on
-    const auto first = committed(0.1, 400);            // a leading silence of 1600
-    const auto second = committed(0.1 + 0.02, 400);    // begins 80 samples before the end of the first
+    const auto last = committed(0.5, 1000);          // from sample 8000 on
+    const auto first = committed(0.1, 400);          // a leading silence of 1600
+    const auto second = committed(0.1 + 0.02, 400);  // begins 80 samples before the end of the first
     committed(0.1 + 0.0201, 10);                     // wholly within the second
     const auto other = committed(0, 5, AudioSource::meeting);
 

@@ -1,11 +1,9 @@
-#include "MeetingCore/Recording/DurableChunkStore.h"
-
 #include <fstream>
 
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <gmock/gmock.h>
-
+#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
@@ -18,7 +16,9 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-void write(const fs::path& file, const std::string& content) { std::ofstream(file, std::ios::binary) << content; }
+void write(const fs::path& file, const std::string& content) {
+    std::ofstream(file, std::ios::binary) << content;
+}
 
 class DurableChunkStoreTest : public ::testing::Test {
 protected:
@@ -59,9 +59,10 @@ TEST_F(DurableChunkStoreTest, WritesTheseFilesForTheOwnerAlone) {
     EXPECT_EQ(stored, sessionFolder / (chunk.id.string() + ".chunk"));
     auto& files = FileManager::system();
     EXPECT_EQ(files.read(stored / "audio.wav", 0, 1000), WAV::encode(samplesOf(chunk)));
-    EXPECT_EQ(files.read(stored / "metadata.json", 0, 1000),
-              R"({"schemaVersion":1,"id":")" + chunk.id.string() + R"(","sessionID":")" + session.id.string() +
-                  R"(","source":"meeting","sequence":7,"startSeconds":1.5,"sampleCount":2,"sampleRate":16000})");
+    EXPECT_EQ(
+        files.read(stored / "metadata.json", 0, 1000),
+        R"({"schemaVersion":1,"id":")" + chunk.id.string() + R"(","sessionID":")" + session.id.string() +
+            R"(","source":"meeting","sequence":7,"startSeconds":1.5,"sampleCount":2,"sampleRate":16000})");
     EXPECT_EQ(files.read(sessionFolder / "session.json", 0, 1000),
               R"({"schemaVersion":1,"id":")" + session.id.string() +
                   R"(","createdAt":721692800.25,"title":"Wochenrunde","applicationBundleID":"example.meeting",)"
@@ -197,7 +198,8 @@ TEST_F(DurableChunkStoreTest, NamesEveryBrokenOrForeignEntryAndGoesOn) {
         const auto report = store.recover();
         EXPECT_THAT(report.chunks, ElementsAre(intact)) << name;
         auto line = spoilt.filename().string() + ": " + problem;
-        if (const auto mark = line.find('%'); mark != line.npos) line.replace(mark, 1, spoilt.filename().string());
+        if (const auto mark = line.find('%'); mark != line.npos)
+            line.replace(mark, 1, spoilt.filename().string());
         EXPECT_THAT(report.problems, ElementsAre(line)) << name;
         fs::remove_all(spoilt);
         fs::remove_all(sessionFolder / "echt");
@@ -221,10 +223,11 @@ TEST_F(DurableChunkStoreTest, NamesWhatIsNoSessionAndListsWhatIsUnfinished) {
     EXPECT_THAT(report.chunks, ElementsAre(intact));
     EXPECT_THAT(report.incompleteDirectories,
                 ElementsAre(root / ".X.partial", sessionFolder / ("." + intact.id.string() + ".X.partial")));
-    EXPECT_THAT(report.problems,
-                ElementsAre("datei: „datei“ ist kein Ordner.", ::testing::StartsWith("kaputt: „session.json“"),
-                            "kopie: Sitzungsmanifest stimmt nicht mit dem Verzeichnis überein.",
-                            "leer: „session.json“ fehlt.", "verweis: „verweis“ ist eine symbolische Verknüpfung."));
+    EXPECT_THAT(
+        report.problems,
+        ElementsAre("datei: „datei“ ist kein Ordner.", ::testing::StartsWith("kaputt: „session.json“"),
+                    "kopie: Sitzungsmanifest stimmt nicht mit dem Verzeichnis überein.",
+                    "leer: „session.json“ fehlt.", "verweis: „verweis“ ist eine symbolische Verknüpfung."));
 }
 
 }  // namespace

@@ -68,7 +68,8 @@ TEST(KilledWriter, KeepsWhatItAcknowledged) {
 
 TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
     const std::string strace = "/usr/bin/strace";
-    const ChildProcess::Environment noLeakCheck{{"ASAN_OPTIONS", "detect_leaks=0"}};  // it needs ptrace for itself
+    const ChildProcess::Environment noLeakCheck{
+        {"ASAN_OPTIONS", "detect_leaks=0"}};  // it needs ptrace for itself
     const auto run = [&](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {"-f", "-qq", "-o", "/dev/null"});
         return runProcess(strace, arguments, noLeakCheck);
@@ -78,17 +79,18 @@ TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
     }
     struct Case {
         std::string calls;
-        int last;  // of the calls with which a session and a chunk are stored
+        int first, last;  // of the calls with which a session and a chunk are stored
     };
-    for (const auto& [calls, last] : std::vector<Case>{
-             {"fsync", 9}, {"write", 3}, {"/^mkdir", 3}, {"/^rename", 2}, {"/^f?chmod", 5}}) {
+    // The first flush is that of a folder above the root, which may be closed to us.
+    for (const auto& [calls, first, last] : std::vector<Case>{
+             {"fsync", 2, 9}, {"write", 1, 3}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}}) {
         for (const char* error : {"EIO", "ENOSPC", "EMFILE"}) {
-            for (int call = 1; call <= last; ++call) {
+            for (int call = first; call <= last; ++call) {
                 const TemporaryFolder folder;
                 const auto root = folder.path() / "Meetings";
                 auto inject = "inject=" + calls + ":error=" + error + ":when=" + std::to_string(call);
-                const auto result = run({"-e", inject, MEETING_ChunkWriter_PATH, root.string(),
-                                         UUID::random().string(), "0", "1"});
+                const auto result = run(
+                    {"-e", inject, MEETING_ChunkWriter_PATH, root.string(), UUID::random().string(), "0", "1"});
                 EXPECT_EQ(result.status, 0) << inject << '\n' << result.err;
                 EXPECT_THAT(result.err, Not(IsEmpty())) << inject;
                 DurableChunkStore store(root);

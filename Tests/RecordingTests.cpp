@@ -92,16 +92,18 @@ struct Capture {
 };
 
 TEST(PCMChunkAccumulator, MakesChunksOfOneToSixtySeconds) {
-    for (const auto& [seconds, accepted] : {std::pair{0, false}, {1, true}, {60, true}, {61, false}, {-1, false}}) {
-        EXPECT_EQ(PCMChunkAccumulator::make({}, AudioSource::microphone, seconds, nullptr).has_value(), accepted);
+    for (const auto& [seconds, accepted] :
+         {std::pair{0, false}, {1, true}, {60, true}, {61, false}, {-1, false}}) {
+        EXPECT_EQ(PCMChunkAccumulator::make({}, AudioSource::microphone, seconds, nullptr).has_value(),
+                  accepted);
     }
 }
 
 TEST(PCMChunkAccumulator, CutsOneLongBufferIntoFullChunks) {
     Capture capture(60);
     EXPECT_EQ(capture.append(3'000'000, 0), "");
-    EXPECT_THAT(capture.spans(), ElementsAre(std::pair(0.0, 960'000), std::pair(60.0, 960'000),
-                                             std::pair(120.0, 960'000)));
+    EXPECT_THAT(capture.spans(),
+                ElementsAre(std::pair(0.0, 960'000), std::pair(60.0, 960'000), std::pair(120.0, 960'000)));
     EXPECT_EQ(capture.chunks[2].sequence, 2);
     EXPECT_EQ(capture.accumulator.bufferedStartSeconds(), 180.0);
     EXPECT_EQ(capture.accumulator.bufferedEndSeconds(), 187.5);
@@ -119,15 +121,16 @@ TEST(PCMChunkAccumulator, JudgesEachBufferByTheEndOfTheLast) {
         std::size_t chunks;
     };
     const auto infinity = std::numeric_limits<double>::infinity();
-    for (const auto& [start, refusal, chunks] : std::vector<Case>{{1.1, "", 0},
-                                                                 {1.14, "", 0},
-                                                                 {1.06, "", 0},
-                                                                 {1.16, "", 1},
-                                                                 {1.04, outOfOrder, 0},
-                                                                 {0, outOfOrder, 0},
-                                                                 {-0.1, "Ungültiger Audiotimestamp.", 0},
-                                                                 {infinity, "Ungültiger Audiotimestamp.", 0},
-                                                                 {std::nan(""), "Ungültiger Audiotimestamp.", 0}}) {
+    for (const auto& [start, refusal, chunks] :
+         std::vector<Case>{{1.1, "", 0},
+                           {1.14, "", 0},
+                           {1.06, "", 0},
+                           {1.16, "", 1},
+                           {1.04, outOfOrder, 0},
+                           {0, outOfOrder, 0},
+                           {-0.1, "Ungültiger Audiotimestamp.", 0},
+                           {infinity, "Ungültiger Audiotimestamp.", 0},
+                           {std::nan(""), "Ungültiger Audiotimestamp.", 0}}) {
         Capture capture;
         capture.append(1600, 1);
         EXPECT_EQ(capture.append(160, start), refusal) << start;

@@ -14,7 +14,8 @@
 
 namespace meetingcore::testing {
 
-/// Thrown where the power goes. No std::exception: nothing that tidies up after an error runs after a power cut.
+/// Thrown where the power goes. No std::exception: nothing that tidies up after an error runs after a power
+/// cut.
 struct PowerCut {};
 
 /// Works on a real folder and knows what of it a power cut could take away.
@@ -34,6 +35,7 @@ public:
     /// later ones with it if `forGood`. A failing write has written half.
     void failAt(std::size_t operation, int error, bool forGood);
     bool hasFailed() const { return failAt_ && operations_ > *failAt_; }
+    bool failsForGood() const { return forGood_; }  ///< still told after the repair
     /// From now on nothing goes wrong any more.
     void repair();
 
@@ -57,9 +59,9 @@ private:
 
     struct Node {
         bool directory = false;
-        bool doubtful = false;  // a flush failed
-        std::string content;    // of files: what is seen
-        std::string safe;       // of files: what was flushed
+        bool doubtful = false;                               // a flush failed
+        std::string content;                                 // of files: what is seen
+        std::string safe;                                    // of files: what was flushed
         std::map<std::string, std::shared_ptr<Node>> names;  // of folders: what is seen
     };
     using NodePtr = std::shared_ptr<Node>;
@@ -117,11 +119,12 @@ struct CrashTest {
     Check check;
 };
 
-/// The power goes at every change of `act` in turn, and after the last; `check` sees every disk that may be left.
+/// The power goes at every change of `act` in turn, and after the last; `check` sees every disk that may be
+/// left.
 CrashReport forEachPowerCut(const CrashTest& test);
 
-/// The process is killed at every change of `act` in turn; `resume` is the next process, which sees all that was
-/// done; then the power goes, and `check` sees every disk that may be left.
+/// The process is killed at every change of `act` in turn; `resume` is the next process, which sees all that
+/// was done; then the power goes, and `check` sees every disk that may be left.
 CrashReport forEachKill(const CrashTest& test, const CrashTest::Step& resume);
 
 /// Every operation of `act` fails in turn with each of the usual errors, once and for good. `act` catches the

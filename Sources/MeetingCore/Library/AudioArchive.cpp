@@ -23,8 +23,8 @@ struct ArchiveManifest {
 }  // namespace
 
 template <>
-inline constexpr auto json::fields<ArchiveManifest> =
-    json::record(json::field("chunks", &ArchiveManifest::chunks));
+inline constexpr auto json::fields<ArchiveManifest> = json::record(json::field("chunks",
+                                                                               &ArchiveManifest::chunks));
 
 namespace AudioArchive {
 
@@ -47,8 +47,9 @@ std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, con
                                     FileManager& files) {
     auto chunks = DurableChunkStore(root / "Meetings", files).recover(session).chunks;
     std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
-    const bool tooLong = std::any_of(chunks.begin(), chunks.end(),
-                                     [](const AudioChunk& chunk) { return chunk.endSeconds() > longestSeconds; });
+    const bool tooLong = std::any_of(chunks.begin(), chunks.end(), [](const AudioChunk& chunk) {
+        return chunk.endSeconds() > longestSeconds;
+    });
     if (chunks.empty() || tooLong) {
         throw MeetingError::invalidData("Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.");
     }
@@ -133,7 +134,8 @@ private:
     /// Of a whole day they take 2.8 GB each.
     void removeStalePartials() {
         for (const auto& name : files_.list(folder_)) {
-            if (name.starts_with("." + track_ + ".") && name.ends_with(".partial")) files_.remove(folder_ / name);
+            if (name.starts_with("." + track_ + ".") && name.ends_with(".partial"))
+                files_.remove(folder_ / name);
         }
     }
 

@@ -12,8 +12,8 @@ namespace meetingcore::AudioArchive {
 /// the data folder.
 bool removed(const UUID& session, const std::filesystem::path& root);
 
-/// Joins the chunks of one track to one WAV file, "Audio/microphone.wav" or "Audio/meeting.wav" in the meeting's
-/// folder, and returns its path. `root` is the data folder.
+/// Joins the chunks of one track to one WAV file, "Audio/microphone.wav" or "Audio/meeting.wav" in the
+/// meeting's folder, and returns its path. `root` is the data folder.
 ///
 /// The file starts with the recording, so that a time of the transcript is the same time in the file: what no
 /// chunk covers is silence, and where chunks overlap within the tolerance of 0.05 s, the earlier one counts.

@@ -172,11 +172,21 @@ void createDirectories(FileManager& files, const fs::path& path) {
         return;
     }
     if (pathExists(path)) {
-        throw MeetingError::storage(quotedName(path) + " kann nicht angelegt werden: Der Name ist schon vergeben.");
+        throw MeetingError::storage(quotedName(path) +
+                                    " kann nicht angelegt werden: Der Name ist schon vergeben.");
     }
     createDirectories(files, parent);
     files.createDirectory(path);
-    files.flushDirectory(folder);
+    try {
+        files.flushDirectory(folder);
+    } catch (const std::exception&) {
+        // The system may now take the parent for clean. Creating the folder anew makes the next flush count.
+        try {
+            files.remove(path);
+        } catch (const MeetingError&) {  // the first error is the one to report
+        }
+        throw;
+    }
 }
 
 void restrictToOwner(const fs::path& file) {

@@ -18,7 +18,8 @@ namespace meetingcore {
 struct RecoveryReport {
     std::vector<AudioChunk> chunks;  ///< complete and valid, by start time, else in byte order of their folders
     std::vector<std::filesystem::path> incompleteDirectories;  ///< what a crash left half-written
-    std::vector<std::string> problems;  ///< one German line per inconsistency: the entry's name, then the reason
+    std::vector<std::string>
+        problems;  ///< one German line per inconsistency: the entry's name, then the reason
 };
 
 /// Keeps the recorded audio of every session so that it survives a crash or a power cut at any instant.
