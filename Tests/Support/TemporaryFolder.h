@@ -8,14 +8,13 @@
 
 namespace meetingcore::testing {
 
-/// An empty folder of a test's own under the system's temporary folder, with permissions 0700. It goes with
-/// everything in it when the object does; folders that a test made unwritable are opened up again first.
+/// An empty folder of a test's own under `parent`, by default the system's temporary folder, with permissions
+/// 0700. It goes with everything in it when the object does; folders that a test made unwritable are opened up
+/// again first.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        std::string pattern =
-            (std::filesystem::canonical(std::filesystem::temp_directory_path()) / "meetingcore-XXXXXX")
-                .string();
+    explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string pattern = (std::filesystem::canonical(parent) / "meetingcore-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), pattern);
         }

@@ -1,11 +1,204 @@
 #include "MeetingCore/Library/AudioArchive.h"
 
-#include "MeetingCore/Platform/FileManager.h"
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
 
-namespace meetingcore::AudioArchive {
+#include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/WAV.h"
 
-bool removed(const UUID& session, const std::filesystem::path& root) {
-    return pathExists(root / "Meetings" / session.string() / "audio-removed.json");
+namespace meetingcore {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// What a complete file was made from. Chunks never change, so their records stand for their samples.
+struct ArchiveManifest {
+    std::vector<AudioChunk> chunks;
+};
+
+}  // namespace
+
+template <>
+inline constexpr auto json::fields<ArchiveManifest> = json::record(json::field("chunks",
+                                                                               &ArchiveManifest::chunks));
+
+namespace AudioArchive {
+
+namespace {
+
+constexpr std::int64_t longestSeconds = 24 * 60 * 60;
+constexpr std::size_t pieceBytes = 256 * 1024;  // stays in the processor's cache between reading and writing
+constexpr std::uint64_t maximumManifestBytes = 67'108'864;
+
+fs::path meetingFolder(const UUID& session, const fs::path& root) {
+    return root / "Meetings" / session.string();
 }
 
-}  // namespace meetingcore::AudioArchive
+std::uint64_t firstSample(const AudioChunk& chunk) {
+    return static_cast<std::uint64_t>(std::llround(chunk.startSeconds * audio::sampleRate));
+}
+
+/// The track's chunks by start time, as many as recovery vouches for.
+std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const fs::path& root,
+                                    FileManager& files) {
+    auto chunks = DurableChunkStore(root / "Meetings", files).recover(session).chunks;
+    std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
+    const bool tooLong = std::any_of(chunks.begin(), chunks.end(), [](const AudioChunk& chunk) {
+        return chunk.endSeconds() > longestSeconds;
+    });
+    if (chunks.empty() || tooLong) {
+        throw MeetingError::invalidData("Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.");
+    }
+    for (std::size_t i = 1; i < chunks.size(); ++i) {
+        if (chunks[i].startSeconds < chunks[i - 1].endSeconds() - audio::timingToleranceSeconds) {
+            throw MeetingError::invalidData("Überlappende Audioabschnitte sind nicht zulässig.");
+        }
+    }
+    return chunks;
+}
+
+std::uint64_t totalSamples(const std::vector<AudioChunk>& chunks) {
+    std::uint64_t end = 0;
+    for (const auto& chunk : chunks) {
+        end = std::max(end, firstSample(chunk) + static_cast<std::uint64_t>(chunk.sampleCount));
+    }
+    return end;
+}
+
+class Build {
+public:
+    Build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files)
+        : files_(files),
+          meeting_(meetingFolder(session, root)),
+          folder_(meeting_ / "Audio"),
+          track_(json::nameOf(source)),
+          chunks_(trackChunks(session, source, root, files)),
+          samples_(totalSamples(chunks_)) {}
+
+    fs::path run() {
+        if (isComplete()) return target();
+        prepareFolder();
+        const auto partial = folder_ / ("." + track_ + "." + UUID::random().string() + ".partial");
+        try {
+            write(partial);
+            files_.move(partial, target());
+        } catch (const std::exception&) {
+            removeStalePartials();
+            throw;
+        }
+        files_.flushDirectory(folder_);
+        writeAtomically(files_, json::encode(ArchiveManifest{chunks_}), manifest());
+        return target();
+    }
+
+private:
+    fs::path target() const { return folder_ / (track_ + ".wav"); }
+    fs::path manifest() const { return folder_ / (track_ + ".json"); }
+
+    std::optional<FileStatus> statusOfFile(const fs::path& path) {
+        const auto status = files_.status(path);
+        return status && status->kind == FileStatus::Kind::file ? status : std::nullopt;
+    }
+
+    bool isComplete() {
+        const auto audio = statusOfFile(target());
+        const auto record = statusOfFile(manifest());
+        if (!audio || audio->size != WAV::fileBytes(samples_) || !record || record->size > maximumManifestBytes)
+            return false;
+        try {
+            const auto bytes = files_.read(manifest(), 0, maximumManifestBytes);
+            return json::decode<ArchiveManifest>(bytes, quotedName(manifest())).chunks == chunks_ &&
+                   files_.read(target(), 0, WAV::headerBytes) == WAV::header(samples_);
+        } catch (const MeetingError&) {
+            return false;
+        }
+    }
+
+    void prepareFolder() {
+        const auto status = files_.status(folder_);
+        if (!status) files_.createDirectory(folder_);
+        if (status && status->kind != FileStatus::Kind::directory) {
+            throw MeetingError::storage(quotedName(folder_) + " ist kein Ordner.");
+        }
+        files_.flushDirectory(meeting_);
+        removeStalePartials();
+        // The manifest must never vouch for another file than the one it was written for.
+        if (files_.status(manifest())) files_.remove(manifest());
+        files_.flushDirectory(folder_);
+    }
+
+    /// Of a whole day they take 2.8 GB each.
+    void removeStalePartials() {
+        for (const auto& name : files_.list(folder_)) {
+            if (name.starts_with("." + track_ + ".") && name.ends_with(".partial"))
+                files_.remove(folder_ / name);
+        }
+    }
+
+    void write(const fs::path& partial) {
+        const auto file = files_.createFile(partial);
+        file->write(WAV::header(samples_));
+        std::uint64_t written = 0;
+        for (const auto& chunk : chunks_) {
+            const auto start = firstSample(chunk);
+            const auto end = start + static_cast<std::uint64_t>(chunk.sampleCount);
+            if (start > written) writeSilence(*file, start - written);
+            if (end > std::max(start, written)) {
+                copySamples(*file, chunk, written > start ? written - start : 0);
+                written = end;
+            }
+        }
+        file->flush();
+        file->close();
+    }
+
+    static void writeSilence(FileWriter& file, std::uint64_t samples) {
+        static constexpr std::array<char, pieceBytes> silence{};
+        for (auto left = samples * WAV::bytesPerSample; left > 0;) {
+            const auto count = std::min<std::uint64_t>(left, silence.size());
+            file.write({silence.data(), count});
+            left -= count;
+        }
+    }
+
+    /// All samples of a chunk but the first `skipped`.
+    void copySamples(FileWriter& file, const AudioChunk& chunk, std::uint64_t skipped) {
+        const auto audio = meeting_ / (chunk.id.string() + ".chunk") / "audio.wav";
+        const auto end = WAV::fileBytes(static_cast<std::uint64_t>(chunk.sampleCount));
+        for (auto offset = WAV::fileBytes(skipped); offset < end;) {
+            const auto bytes = files_.read(audio, offset, std::min<std::uint64_t>(end - offset, pieceBytes));
+            if (bytes.empty()) throw MeetingError::storage(quotedName(audio) + " ist zu kurz.");
+            file.write(bytes);
+            offset += bytes.size();
+        }
+    }
+
+    FileManager& files_;
+    fs::path meeting_;
+    fs::path folder_;
+    std::string track_;
+    std::vector<AudioChunk> chunks_;
+    std::uint64_t samples_;
+};
+
+}  // namespace
+
+bool removed(const UUID& session, const fs::path& root) {
+    return pathExists(meetingFolder(session, root) / "audio-removed.json");
+}
+
+fs::path build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files) {
+    Build build(session, source, root, files);
+    try {
+        return build.run();
+    } catch (const MeetingError&) {
+        throw MeetingError::storage("Vollständige Audiodatei konnte nicht gespeichert werden.");
+    }
+}
+
+}  // namespace AudioArchive
+}  // namespace meetingcore

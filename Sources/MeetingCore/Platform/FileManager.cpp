@@ -160,21 +160,38 @@ bool pathExists(const fs::path& path) {
 }
 
 void createDirectories(FileManager& files, const fs::path& path) {
-    std::error_code undecided;
-    if (path.empty() || fs::is_directory(path, undecided)) return;
+    if (path.empty() || path == path.root_path()) return;
+    const auto parent = path.parent_path();
+    if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
+    const auto folder = parent.empty() ? fs::path(".") : parent;
+    if (std::error_code undecided; fs::is_directory(path, undecided)) {
+        try {
+            files.flushDirectory(folder);
+        } catch (const MeetingError&) {  // a folder above ours may be closed to us, and then was not our doing
+        }
+        return;
+    }
     if (pathExists(path)) {
         throw MeetingError::storage(quotedName(path) +
                                     " kann nicht angelegt werden: Der Name ist schon vergeben.");
     }
-    const auto parent = path.parent_path();
-    if (path.filename().empty()) return createDirectories(files, parent);  // a trailing slash
     createDirectories(files, parent);
     try {
         files.createDirectory(path);
     } catch (const MeetingError&) {
+        std::error_code undecided;
         if (!fs::is_directory(path, undecided)) throw;  // else another process was faster
     }
-    files.flushDirectory(parent.empty() ? fs::path(".") : parent);
+    try {
+        files.flushDirectory(folder);
+    } catch (const std::exception&) {
+        // The system may now take the parent for clean. Creating the folder anew makes the next flush count.
+        try {
+            files.remove(path);
+        } catch (const MeetingError&) {  // the first error is the one to report
+        }
+        throw;
+    }
 }
 
 void restrictToOwner(const fs::path& file) {

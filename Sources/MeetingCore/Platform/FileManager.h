@@ -75,6 +75,8 @@ public:
 bool pathExists(const std::filesystem::path& path);
 
 /// Creates the missing folders of the path and flushes the parent of each, so that they outlive a power cut.
+/// The last one that was there already counts too where its parent may be opened: a process that was killed
+/// after creating it may not have come to that.
 void createDirectories(FileManager& files, const std::filesystem::path& path);
 
 /// Sets a file's permissions to 0600.

@@ -1,0 +1,163 @@
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/WAV.h"
+#include "Support/ForwardingFileManager.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TestRecording.h"
+
+namespace meetingcore::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+
+class AudioArchiveTest : public ::testing::Test {
+protected:
+    void SetUp() override { store.createSession(session); }
+
+    AudioChunk committed(double start, std::int64_t samples, AudioSource source = AudioSource::microphone) {
+        const auto chunk = testChunk(session.id, next++, start, samples, source);
+        store.commit(chunk, samplesOf(chunk));
+        return chunk;
+    }
+
+    std::string built(AudioSource source = AudioSource::microphone) {
+        path = AudioArchive::build(session.id, source, root.path());
+        return FileManager::system().read(path, 0, SIZE_MAX);
+    }
+
+    std::string refusal(FileManager& files = FileManager::system()) {
+        try {
+            AudioArchive::build(session.id, AudioSource::microphone, root.path(), files);
+        } catch (const MeetingError& error) {
+            return error.message();
+        }
+        return "";
+    }
+
+    TemporaryFolder root;
+    DurableChunkStore store{root.path() / "Meetings"};
+    MeetingSession session = testSession();
+    fs::path meeting = store.sessionDirectory(session.id);
+    fs::path path;
+    std::int64_t next = 0;
+};
+
+constexpr const char* noAudio = "Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.";
+constexpr const char* notWritten = "Vollständige Audiodatei konnte nicht gespeichert werden.";
+
+TEST_F(AudioArchiveTest, PutsEachTracksChunksWhereTheirTimesSay) {
+    const auto last = committed(0.5, 1000);          // from sample 8000 on
+    const auto first = committed(0.1, 400);          // a leading silence of 1600
+    const auto second = committed(0.1 + 0.02, 400);  // begins 80 samples before the end of the first
+    committed(0.1 + 0.0201, 10);                     // wholly within the second
+    const auto other = committed(0, 5, AudioSource::meeting);
+
+    std::vector<std::int16_t> expected(9000);
+    const auto put = [&](const AudioChunk& chunk, std::size_t at, std::size_t skipped) {
+        const auto samples = samplesOf(chunk);
+        std::copy(samples.begin() + static_cast<std::ptrdiff_t>(skipped), samples.end(),
+                  expected.begin() + static_cast<std::ptrdiff_t>(at + skipped));
+    };
+    put(first, 1600, 0);
+    put(second, 1920, 80);
+    put(last, 8000, 0);
+    EXPECT_EQ(built(), WAV::encode(expected));
+    EXPECT_EQ(path, meeting / "Audio" / "microphone.wav");
+    EXPECT_EQ(built(AudioSource::meeting), WAV::encode(samplesOf(other)));
+    EXPECT_EQ(path, meeting / "Audio" / "meeting.wav");
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(path.parent_path()).permissions(), fs::perms(0700));
+}
+
+TEST_F(AudioArchiveTest, UsesACompleteFileAgainUntilItsChunksChange) {
+    committed(0, 100);
+    const auto before = built();
+    const auto old = path.parent_path() / "alt";
+    const auto isReused = [&] {  // a hard link holds on to the old file
+        fs::remove(old);
+        fs::create_hard_link(path, old);
+        built();
+        return fs::equivalent(path, old);
+    };
+    EXPECT_TRUE(isReused());
+    fs::resize_file(path, 100);
+    EXPECT_FALSE(isReused());
+    EXPECT_EQ(built(), before);
+    std::ofstream(path.parent_path() / "microphone.json") << "{}";
+    EXPECT_FALSE(isReused());
+    committed(1, 100);
+    EXPECT_FALSE(isReused());
+    EXPECT_GT(built().size(), before.size());
+    std::ofstream(path.parent_path() / ".microphone.X.partial") << "halb";
+    committed(2, 100);
+    EXPECT_FALSE(isReused());
+    EXPECT_THAT(FileManager::system().list(path.parent_path()),
+                ElementsAre("alt", "microphone.json", "microphone.wav"));
+}
+
+TEST_F(AudioArchiveTest, RefusesWhatItCannotJoin) {
+    EXPECT_EQ(refusal(), noAudio);
+    committed(0, 5, AudioSource::meeting);
+    EXPECT_EQ(refusal(), noAudio);
+    const auto chunk = committed(10, 16'000);
+    std::ofstream(meeting / "Audio") << "keine Ordner";
+    EXPECT_EQ(refusal(), notWritten);
+    committed(10.94, 16'000);
+    EXPECT_EQ(refusal(), "Überlappende Audioabschnitte sind nicht zulässig.");
+    committed(86'399.5, 8'001);
+    EXPECT_EQ(refusal(), noAudio);
+    fs::remove_all(store.chunkDirectory(chunk));
+    std::ofstream(meeting / "audio-removed.json") << "{}";
+    EXPECT_EQ(refusal(), noAudio);
+}
+
+/// Counts what would be written, in place of 2.8 GB.
+class CountingFileManager final : public ForwardingFileManager {
+public:
+    CountingFileManager() : ForwardingFileManager(FileManager::system()) {}
+
+    std::unique_ptr<FileWriter> createFile(const fs::path& path) override {
+        auto file = ForwardingFileManager::createFile(path);
+        if (path.extension() != ".partial" || path.parent_path().filename() != "Audio") return file;
+        return std::make_unique<Counter>(*this);
+    }
+
+    std::string header;
+    std::uint64_t bytes = 0;
+    std::size_t largestPiece = 0;
+
+private:
+    struct Counter final : FileWriter {
+        explicit Counter(CountingFileManager& manager) : total(manager) {}
+        void write(std::string_view piece) override {
+            if (total.bytes == 0) total.header = piece;
+            total.bytes += piece.size();
+            total.largestPiece = std::max(total.largestPiece, piece.size());
+        }
+        void flush() override {}
+        void close() override {}
+
+        CountingFileManager& total;
+    };
+};
+
+TEST_F(AudioArchiveTest, StreamsAWholeDay) {
+    committed(0, 100);
+    committed(86'399, 16'000);
+    CountingFileManager files;
+    EXPECT_EQ(refusal(files), "");
+    EXPECT_EQ(files.bytes, 2'764'800'044U);
+    EXPECT_EQ(files.header.substr(4, 4), "\x24\x80\xCB\xA4");
+    EXPECT_EQ(files.header.substr(40, 4), std::string("\0\x80\xCB\xA4", 4));
+    EXPECT_LE(files.largestPiece, 1U << 20);
+}
+
+}  // namespace
+}  // namespace meetingcore::testing
