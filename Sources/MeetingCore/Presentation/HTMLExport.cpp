@@ -49,7 +49,7 @@ std::string base64OfHex(std::string_view hex) {
             group = group * 16 + (k < given ? static_cast<unsigned>(hexDigit(hex[i + k])) : 0);
         }
         for (std::size_t k = 0; k < 4; ++k) {
-            out += k * 3 <= given - 1 ? digits[group >> (18 - 6 * k) & 63] : '=';
+            out += k <= given / 2 ? digits[group >> (18 - 6 * k) & 63] : '=';
         }
     }
     return out;
@@ -203,7 +203,7 @@ private:
         out_ += std::to_string(number);
         out_ += "\">";
         appendTime(segment->startSeconds);
-        out_ += ' ';
+        out_ += " · ";
         appendEscaped(out_, MeetingExport::speakerName(*meeting_.transcript, *segment));
         out_ += "</a></li>\n";
     }
