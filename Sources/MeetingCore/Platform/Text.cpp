@@ -8,43 +8,12 @@
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
-#include <unicode/utf8.h>
+
+#include "MeetingCore/Platform/UTF8.h"
 
 namespace meetingcore::text {
 
 namespace {
-
-struct Scalar {
-    UChar32 value;  ///< negative where the bytes are no UTF-8
-    std::size_t end;
-};
-
-// ICU's UTF-8 macros narrow integers on purpose.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wsign-conversion"
-
-Scalar scalarAt(std::string_view text, std::size_t offset) {
-    const auto lead = static_cast<unsigned char>(text[offset]);
-    if (lead < 0x80) return {lead, offset + 1};
-    // ICU's macros count in 32 bits; four bytes are all that one scalar needs.
-    const auto length = static_cast<std::int32_t>(std::min<std::size_t>(text.size() - offset, 4));
-    std::int32_t i = 0;
-    UChar32 value = 0;
-    U8_NEXT(text.data() + offset, i, length, value);
-    return {value, offset + static_cast<std::size_t>(i)};
-}
-
-Scalar scalarBefore(std::string_view text, std::size_t offset) {
-    const auto length = static_cast<std::int32_t>(std::min<std::size_t>(offset, 4));
-    const auto start = offset - static_cast<std::size_t>(length);
-    std::int32_t i = length;
-    UChar32 value = 0;
-    U8_PREV(text.data() + start, 0, i, value);
-    return {value, start + static_cast<std::size_t>(i)};
-}
-
-#pragma GCC diagnostic pop
 
 /// Scalars that are a character of their own whatever stands beside them, but for CR before LF: Latin letters,
 /// German punctuation and currency signs. What follows must be one as well, since a mark joins what precedes
@@ -89,11 +58,12 @@ struct Measured {
     std::size_t bytes;       ///< the bytes that they take
 };
 
+// ICU's break iterators count in 32 bits, so a longer text is measured piece by piece; a character cut at such
+// a seam, a gigabyte in, is counted twice.
+constexpr std::size_t pieceSize = std::numeric_limits<std::int32_t>::max() / 2;
+
 /// A safe place for ICU to take over is before the last simple scalar, since a mark may join it.
 Measured measureWithRules(std::string_view text, Measured done, std::size_t limit) {
-    // ICU's break iterators count in 32 bits, so a longer text is measured piece by piece; a character cut at
-    // such a seam, two gigabytes in, is counted twice.
-    constexpr std::size_t pieceSize = std::numeric_limits<std::int32_t>::max() / 2;
     while (done.bytes < text.size() && done.characters < limit) {
         CharacterIterator iterator(text.substr(done.bytes, pieceSize));
         const auto start = done.bytes;
@@ -150,13 +120,6 @@ std::size_t blankEnd(std::string_view text, std::size_t offset) {
         end = scalar.end;
     }
     return end;
-}
-
-void appendScalar(std::string& out, UChar32 c) {
-    char buffer[U8_MAX_LENGTH];
-    std::int32_t length = 0;
-    U8_APPEND_UNSAFE(buffer, length, c);
-    out.append(buffer, static_cast<std::size_t>(length));
 }
 
 void appendLowercased(std::string& out, std::string_view text) {
@@ -227,6 +190,17 @@ std::string_view trimmed(std::string_view text) {
         end = scalar.end;
     }
     return text.substr(start, end - start);
+}
+
+std::vector<std::size_t> characterEnds(std::string_view text) {
+    std::vector<std::size_t> ends;
+    for (std::size_t start = 0; start < text.size(); start = ends.back()) {
+        CharacterIterator iterator(text.substr(start, pieceSize));
+        for (auto end = iterator.next(); end >= 0; end = iterator.next()) {
+            ends.push_back(start + static_cast<std::size_t>(end));
+        }
+    }
+    return ends;
 }
 
 std::vector<std::string_view> words(std::string_view text) {

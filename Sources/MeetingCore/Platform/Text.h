@@ -20,6 +20,9 @@ bool exceeds(std::string_view text, std::size_t limit);
 /// The first `count` characters, as a view into `text`.
 std::string_view prefix(std::string_view text, std::size_t count);
 
+/// The offsets in bytes at which the characters end.
+std::vector<std::size_t> characterEnds(std::string_view text);
+
 /// Without white space, line breaks and zero width spaces (U+200B) at both ends, as a view into `text`.
 std::string_view trimmed(std::string_view text);
 
