@@ -198,9 +198,9 @@ void restrictToOwner(const fs::path& file) {
     if (::chmod(file.c_str(), fileMode) != 0) fail(file, "kann nicht geschützt werden", errno);
 }
 
-void writeSynced(FileManager& files, std::string_view bytes, const fs::path& path) {
+void writeSynced(FileManager& files, std::span<const std::string_view> content, const fs::path& path) {
     const auto file = files.createFile(path);
-    file->write(bytes);
+    for (const auto piece : content) file->write(piece);
     file->flush();
     file->close();
 }
@@ -209,7 +209,7 @@ void writeAtomically(FileManager& files, std::string_view bytes, const fs::path&
     const auto folder = path.parent_path();
     const auto hidden = folder / ("." + path.filename().string() + "." + UUID::random().string() + ".tmp");
     try {
-        writeSynced(files, bytes, hidden);
+        writeSynced(files, {&bytes, 1}, hidden);
         files.move(hidden, path);
     } catch (const std::exception&) {
         try {

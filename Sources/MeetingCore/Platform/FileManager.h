@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,8 +83,10 @@ void createDirectories(FileManager& files, const std::filesystem::path& path);
 /// Sets a file's permissions to 0600.
 void restrictToOwner(const std::filesystem::path& file);
 
-/// Creates a file with this content and flushes it. Its name is durable only once the folder was flushed too.
-void writeSynced(FileManager& files, std::string_view bytes, const std::filesystem::path& path);
+/// Creates a file with this content, given in pieces, and flushes it. Its name is durable only once the folder
+/// was flushed too.
+void writeSynced(FileManager& files, std::span<const std::string_view> content,
+                 const std::filesystem::path& path);
 
 /// Replaces the file as a whole: writes and flushes a hidden file beside it, renames it over the target and
 /// flushes the folder. Readers, and the disk after a power cut, have the old content or the new, nothing

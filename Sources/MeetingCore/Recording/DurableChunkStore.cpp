@@ -72,7 +72,8 @@ void DurableChunkStore::createSession(const MeetingSession& session) {
     const auto folder = sessionDirectory(session.id);
     if (fm_.status(folder)) throw MeetingError::invalidData("Die Sitzung existiert bereits.");
     createDirectories(fm_, root_);
-    publish(folder, {{manifestName, json::encode(session)}});
+    const auto manifest = json::encode(session);
+    publish(folder, {{manifestName, {manifest}}});
     try {
         fm_.flushDirectory(root_);
     } catch (const std::exception&) {
@@ -95,16 +96,17 @@ fs::path DurableChunkStore::commit(const AudioChunk& chunk, std::span<const std:
     const auto session = sessionDirectory(chunk.sessionID);
     if (!isSession(session)) throw MeetingError::invalidData("Die Sitzung wurde noch nicht angelegt.");
     const auto folder = chunkDirectory(chunk);
-    const auto wav = WAV::encode(samples);
     if (fm_.status(folder)) {
-        requireIdentical(folder, chunk, wav);
+        requireIdentical(folder, chunk, samples);
         // The attempt that moved it here may have failed in flushing the session's folder, after which the
         // system may take that folder for clean. Only a new change makes the next flush worth believing.
         const auto change = partialBeside(folder);
         fm_.createDirectory(change);
         fm_.remove(change);
     } else {
-        publish(folder, {{audioName, wav}, {metadataName, json::encode(chunk)}});
+        const auto header = WAV::header(samples.size());
+        const auto metadata = json::encode(chunk);
+        publish(folder, {{audioName, {header, WAV::sampleBytes(samples)}}, {metadataName, {metadata}}});
     }
     fm_.flushDirectory(session);
     // Its creator may have been killed before it came to this.
@@ -113,11 +115,11 @@ fs::path DurableChunkStore::commit(const AudioChunk& chunk, std::span<const std:
 }
 
 /// Builds the folder under a hidden name and renames it into place. What remains is to flush the parent.
-void DurableChunkStore::publish(const fs::path& folder, NamedFiles files) {
+void DurableChunkStore::publish(const fs::path& folder, std::initializer_list<NewFile> files) {
     const auto partial = partialBeside(folder);
     try {
         fm_.createDirectory(partial);
-        for (const auto& [name, bytes] : files) writeSynced(fm_, bytes, partial / name);
+        for (const auto& [name, content] : files) writeSynced(fm_, content, partial / name);
         fm_.flushDirectory(partial);
         fm_.move(partial, folder);
     } catch (const std::exception&) {
@@ -144,12 +146,13 @@ bool DurableChunkStore::isSession(const fs::path& folder) {
 }
 
 void DurableChunkStore::requireIdentical(const fs::path& stored, const AudioChunk& chunk,
-                                         std::string_view wav) {
+                                         std::span<const std::int16_t> samples) {
     const auto identical = [&] {
         require(fm_, Kind::directory, stored);
         if (readRecord<AudioChunk>(fm_, stored / metadataName) != chunk) return false;
-        require(fm_, Kind::file, stored / audioName);
-        return fm_.read(stored / audioName, 0, wav.size() + 1) == wav;
+        const auto file = stored / audioName;
+        return require(fm_, Kind::file, file).size == WAV::fileBytes(samples.size()) &&
+               fm_.read(file, 0, WAV::fileBytes(samples.size())) == WAV::encode(samples);
     };
     try {
         if (identical()) return;

@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "MeetingCore/Platform/FileManager.h"
@@ -61,12 +60,16 @@ public:
     std::filesystem::path chunkDirectory(const AudioChunk& chunk) const;
 
 private:
-    using NamedFiles = std::initializer_list<std::pair<std::string_view, std::string_view>>;
+    struct NewFile {
+        const char* name;
+        std::vector<std::string_view> content;  // in pieces
+    };
 
-    void publish(const std::filesystem::path& folder, NamedFiles files);
+    void publish(const std::filesystem::path& folder, std::initializer_list<NewFile> files);
     void discard(const std::filesystem::path& folder);
     bool isSession(const std::filesystem::path& folder);
-    void requireIdentical(const std::filesystem::path& stored, const AudioChunk& chunk, std::string_view wav);
+    void requireIdentical(const std::filesystem::path& stored, const AudioChunk& chunk,
+                          std::span<const std::int16_t> samples);
     void scanEntry(const std::string& name, RecoveryReport& report);
     void scanSession(const std::filesystem::path& folder, RecoveryReport& report);
     AudioChunk readChunk(const std::filesystem::path& folder, const UUID& session);

@@ -30,14 +30,6 @@ std::optional<std::uint64_t> read(std::string_view bytes, std::size_t offset, st
     return value;
 }
 
-void appendSamples(std::string& out, std::span<const std::int16_t> samples) {
-    if constexpr (std::endian::native == std::endian::little) {
-        out.append(reinterpret_cast<const char*>(samples.data()), samples.size_bytes());
-    } else {
-        for (const auto sample : samples) append(out, static_cast<std::uint16_t>(sample));
-    }
-}
-
 }  // namespace
 
 std::string WAV::header(std::uint64_t sampleCount) {
@@ -66,8 +58,13 @@ std::string WAV::encode(std::span<const std::int16_t> samples) {
     std::string out;
     out.reserve(fileBytes(samples.size()));
     out += header(samples.size());
-    appendSamples(out, samples);
+    out += sampleBytes(samples);
     return out;
+}
+
+std::string_view WAV::sampleBytes(std::span<const std::int16_t> samples) {
+    static_assert(std::endian::native == std::endian::little, "samples are stored as they lie in memory");
+    return {reinterpret_cast<const char*>(samples.data()), samples.size_bytes()};
 }
 
 void WAV::validate(std::string_view bytes, std::int64_t expectedSampleCount) {

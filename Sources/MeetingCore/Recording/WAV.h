@@ -18,6 +18,9 @@ public:
     /// The whole file for one chunk. Throws MeetingError (invalidData) unless there are 1 to 960,000 samples.
     static std::string encode(std::span<const std::int16_t> samples);
 
+    /// The samples as they stand in a file, without copying them.
+    static std::string_view sampleBytes(std::span<const std::int16_t> samples);
+
     /// The header for any number of samples whose file stays below the format's limit of 4 GiB.
     static std::string header(std::uint64_t sampleCount);
 
