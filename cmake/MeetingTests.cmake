@@ -24,7 +24,7 @@ function(meeting_add_tests name)
         MEETING_QWEN2_VOCABULARY="${MEETING_QWEN2_VOCABULARY}"
         MEETING_SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/Samples")
     target_link_libraries(${name} PRIVATE
-        ${arg_LIBRARIES} MeetingCore::MeetingCore MeetingWarnings GTest::gmock GTest::gtest_main)
+        ${arg_LIBRARIES} MeetingCore::MeetingCore simdjson::simdjson MeetingWarnings GTest::gmock GTest::gtest_main)
     foreach(program IN LISTS arg_PROGRAMS)
         target_compile_definitions(${name} PRIVATE MEETING_${program}_PATH="$<TARGET_FILE:${program}>")
         add_dependencies(${name} ${program})
