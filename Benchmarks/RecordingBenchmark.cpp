@@ -19,11 +19,11 @@
 #include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
 
+namespace meetingcore {
 namespace {
 
 namespace fs = std::filesystem;
 
-using namespace meetingcore;
 using benchmarks::interleaved;
 using benchmarks::secondsOf;
 using testing::TemporaryFolder;
@@ -268,3 +268,4 @@ BENCHMARK(recover)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond
 BENCHMARK(append)->UseManualTime()->Iterations(1)->Unit(benchmark::kNanosecond);
 
 }  // namespace
+}  // namespace meetingcore

@@ -186,10 +186,8 @@ std::vector<std::string> CrashingFileManager::possibleContents(const Node& file)
     return contents;
 }
 
-namespace {
-
-/// Counts through all combinations of choices, the first choice fastest.
-class Choices {
+/// Counts through all combinations of choices, the last choice fastest.
+class CrashingFileManager::Choices {
 public:
     /// One of `count`, the same for the whole of one combination.
     std::size_t choose(std::size_t count) {
@@ -211,37 +209,42 @@ private:
     std::size_t next_ = 0;
 };
 
-}  // namespace
+CrashingFileManager::Tree CrashingFileManager::possibleNames(Choices& choices) const {
+    auto tree = safe_;
+    for (const auto& effect : effects_) {
+        if (!effect.unflushed.empty() && choices.choose(2) == 0) continue;
+        for (const auto& [folder, name, target] : effect.changes) {
+            if (target) {
+                tree[folder.get()][name] = target;
+            } else {
+                tree[folder.get()].erase(name);
+            }
+        }
+    }
+    return tree;
+}
+
+void CrashingFileManager::addTo(Image& image, Tree& tree, Node* folder, const std::string& path,
+                                Choices& choices) {
+    for (const auto& [name, node] : tree[folder]) {
+        if (node->directory) {
+            image[path + name + "/"];
+            addTo(image, tree, node.get(), path + name + "/", choices);
+        } else {
+            const auto contents = possibleContents(*node);
+            image[path + name] = contents[contents.size() > 1 ? choices.choose(contents.size()) : 0];
+        }
+    }
+}
 
 std::size_t CrashingFileManager::forEachDisk(const fs::path& disk, const std::function<void()>& visit,
                                              std::size_t maximum) const {
     Choices choices;
-    std::set<std::map<std::string, std::string>> seen;
+    std::set<Image> seen;
     do {
-        auto tree = safe_;
-        for (const auto& effect : effects_) {
-            if (!effect.unflushed.empty() && choices.choose(2) == 0) continue;
-            for (const auto& [folder, name, target] : effect.changes) {
-                if (target) {
-                    tree[folder.get()][name] = target;
-                } else {
-                    tree[folder.get()].erase(name);
-                }
-            }
-        }
-        std::map<std::string, std::string> image;  // paths and contents; folders end with a slash
-        const std::function<void(Node*, const std::string&)> add = [&](Node* folder, const std::string& path) {
-            for (const auto& [name, node] : tree[folder]) {
-                if (node->directory) {
-                    image[path + name + "/"];
-                    add(node.get(), path + name + "/");
-                } else {
-                    const auto contents = possibleContents(*node);
-                    image[path + name] = contents[contents.size() > 1 ? choices.choose(contents.size()) : 0];
-                }
-            }
-        };
-        add(root_.get(), "");
+        auto tree = possibleNames(choices);
+        Image image;
+        addTo(image, tree, root_.get(), "", choices);
         if (!seen.insert(image).second) continue;
         if (seen.size() > maximum) throw std::length_error("more possible disks than the test allows for");
         fs::remove_all(disk);

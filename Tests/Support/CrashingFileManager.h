@@ -82,7 +82,13 @@ private:
     NodePtr find(const std::filesystem::path& path) const;
     void record(std::vector<NameChange> changes);
     void countOperation(bool change);
+    class Choices;
+    /// Paths and contents; folders end with a slash.
+    using Image = std::map<std::string, std::string>;
+
     static std::vector<std::string> possibleContents(const Node& file);
+    Tree possibleNames(Choices& choices) const;
+    static void addTo(Image& image, Tree& tree, Node* folder, const std::string& path, Choices& choices);
 
     std::filesystem::path folder_;
     FileManager& files_ = FileManager::system();

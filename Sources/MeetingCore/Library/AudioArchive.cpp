@@ -30,8 +30,8 @@ namespace AudioArchive {
 
 namespace {
 
-constexpr std::int64_t longestSeconds = 24 * 60 * 60;
-constexpr std::size_t pieceBytes = 256 * 1024;  // stays in the processor's cache between reading and writing
+constexpr std::int64_t longestSeconds = 86'400;
+constexpr std::size_t pieceBytes = 262'144;  // stays in the processor's cache between reading and writing
 constexpr std::uint64_t maximumManifestBytes = 67'108'864;
 
 fs::path meetingFolder(const UUID& session, const fs::path& root) {

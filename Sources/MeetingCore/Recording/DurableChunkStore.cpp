@@ -95,7 +95,7 @@ fs::path DurableChunkStore::commit(const AudioChunk& chunk, std::span<const std:
     }
     const auto session = sessionDirectory(chunk.sessionID);
     if (!isSession(session)) throw MeetingError::invalidData("Die Sitzung wurde noch nicht angelegt.");
-    const auto folder = chunkDirectory(chunk);
+    auto folder = chunkDirectory(chunk);
     if (fm_.status(folder)) {
         requireIdentical(folder, chunk, samples);
         // The attempt that moved it here may have failed in flushing the session's folder, after which the
