@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -19,7 +18,7 @@ struct CharacterRange {
     std::size_t length = 0;
 
     std::size_t end() const { return start + length; }
-    auto operator<=>(const CharacterRange&) const = default;
+    bool operator==(const CharacterRange&) const = default;
 };
 
 /// A folded text that knows its way back to the characters of the original, for searching the same text many

@@ -249,7 +249,7 @@ private:
         for (std::size_t i = 0; i < block.paragraphs.size(); ++i) {
             const auto first = block.paragraphs[i];
             const auto end = i + 1 < block.paragraphs.size() ? block.paragraphs[i + 1] : block.segments.size();
-            out_ += "<p><a class=\"at\" href=\"#s";
+            out_ += R"(<p><a class="at" href="#s)";
             out_ += std::to_string(lastNumber_ + 1);
             out_ += "\">";
             appendTime(block.segments[first].startSeconds);
@@ -261,7 +261,7 @@ private:
 
     void appendSegment(const TranscriptSegment& segment, bool isContinued) {
         if (isContinued) out_ += ' ';
-        out_ += "<span class=\"seg\" id=\"s";
+        out_ += R"(<span class="seg" id="s)";
         out_ += std::to_string(++lastNumber_);
         out_ += "\">";
         appendEscaped(out_, text::trimmed(segment.text));

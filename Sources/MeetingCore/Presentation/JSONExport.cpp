@@ -1,7 +1,7 @@
 #include "MeetingCore/Presentation/JSONExport.h"
 
 #include <cmath>
-#include <map>
+#include <unordered_map>
 
 #include "MeetingCore/Presentation/TranscriptLayout.h"
 #include "MeetingCore/Presentation/Wording.h"
@@ -101,7 +101,7 @@ void addTranscript(Meeting& meeting, const TranscriptDocument& document) {
     auto& speakers = meeting.speakers.emplace();
     auto& segments = meeting.segments.emplace();
     segments.reserve(document.segments.size());
-    std::map<TranscriptSpeakerKey, std::int64_t> indexes;
+    std::unordered_map<TranscriptSpeakerKey, std::int64_t> indexes;
     const Wording recognised(document, true);
     for (const auto& segment : document.segments) {
         auto key = TranscriptSpeakerKey::of(segment);

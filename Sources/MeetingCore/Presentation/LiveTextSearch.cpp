@@ -33,7 +33,7 @@ std::vector<text::CharacterRange> LiveTextSearch::ranges(std::string_view text) 
 }
 
 std::vector<text::CharacterRange> LiveTextSearch::merged(std::vector<text::CharacterRange> ranges) {
-    std::sort(ranges.begin(), ranges.end());
+    std::sort(ranges.begin(), ranges.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
     std::vector<text::CharacterRange> merged;
     for (const auto& range : ranges) {
         if (merged.empty() || range.start > merged.back().end()) {

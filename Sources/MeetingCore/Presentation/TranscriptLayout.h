@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -20,7 +19,7 @@ struct TranscriptSpeakerKey {
         return {segment.source, segment.speakerID};
     }
 
-    auto operator<=>(const TranscriptSpeakerKey&) const = default;
+    bool operator==(const TranscriptSpeakerKey&) const = default;
 };
 
 /// A run of segments of one speaker, set in paragraphs.
