@@ -11,6 +11,7 @@
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
 #include "SummaryWorker/TitleTask.h"
+#include "Support/ForwardingFileManager.h"
 #include "Support/TestMeeting.h"
 
 namespace meetingcore {
@@ -19,6 +20,7 @@ namespace {
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
+using testing::ForwardingFileManager;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -217,6 +219,13 @@ TEST(SummaryTask, WritesNoSummaryOfATranscriptThatChangedMeanwhile) {
     EXPECT_THAT(pipeline.states, ElementsAre("summarizing"));
 }
 
+/// The first source that a part's prompt shows or a merge's prompt cites.
+std::string firstSourceOf(const std::string& prompt) {
+    const auto at = std::min(prompt.find("\"id\":\"s"), prompt.find("\"ids\":[\"s"));
+    const auto number = prompt.substr(prompt.find("\"s", at) + 1);
+    return number.substr(0, number.find('"'));
+}
+
 /// A meeting whose segments each fill more than half of a prompt, so that each is a part of its own. A token is
 /// a byte.
 struct MergeCase {
@@ -246,11 +255,9 @@ TEST(SummaryTask, MergesPartsInOrderUntilOneResultRemains) {
     std::size_t answered = 0;
     merge.pipeline.model.otherwise = [&](const std::string& prompt) {
         // Each part and each merge keeps one point, of the first source that it was shown.
-        const auto at = std::min(prompt.find("\"id\":\"s"), prompt.find("\"ids\":[\"s"));
-        const auto number = prompt.substr(prompt.find("\"s", at) + 1);
         ++answered;
-        return answerWith(point(std::string(answered <= 5 ? MergeCase::room() * 4 / 10 : 10, 'y'),
-                                number.substr(0, number.find('"'))));
+        return answerWith(
+            point(std::string(answered <= 5 ? MergeCase::room() * 4 / 10 : 10, 'y'), firstSourceOf(prompt)));
     };
     merge.pipeline.summarize();
     const auto& prompts = merge.pipeline.model.prompts;
@@ -276,33 +283,44 @@ TEST(SummaryTask, SaysWhenResultsCannotBeCondensedAndKeepsThem) {
     EXPECT_EQ(merge.pipeline.cacheSize(), 2U);
 }
 
-/// Fails the n-th change of the file system as a full disk does.
-class FullDisk final : public FileManager {
-public:
-    explicit FullDisk(int from) : left_(from) {}
+TEST(SummaryTask, GivesUpAfterEightPasses) {
+    MergeCase merge(10);
+    // Only the first two results of a pass fit together, so that each pass leaves one result less.
+    merge.pipeline.model.otherwise = [&](const std::string& prompt) {
+        const auto id = firstSourceOf(prompt);
+        const auto half = point(std::string(MergeCase::room() * (id == "s1" ? 5 : 35) / 100, 'y'), id);
+        return answerWith(half + "," + half);
+    };
+    EXPECT_EQ(messageOf([&] { merge.pipeline.summarize(); }), "Zusammenfassung ist noch unvollständig.");
+}
 
-    std::optional<FileStatus> status(const std::filesystem::path& path) override { return real_.status(path); }
-    std::vector<std::string> list(const std::filesystem::path& path) override { return real_.list(path); }
-    std::string read(const std::filesystem::path& path, std::uint64_t offset, std::size_t maximum) override {
-        return real_.read(path, offset, maximum);
+/// Fails the n-th change of the file system and all that follow, as a full disk does.
+class FullDisk final : public ForwardingFileManager {
+public:
+    explicit FullDisk(int from) : ForwardingFileManager(FileManager::system()), left_(from) {}
+
+    void createDirectory(const std::filesystem::path& path) override {
+        spend();
+        ForwardingFileManager::createDirectory(path);
     }
-    void createDirectory(const std::filesystem::path& path) override { spend(), real_.createDirectory(path); }
     std::unique_ptr<FileWriter> createFile(const std::filesystem::path& path) override {
         spend();
-        return real_.createFile(path);
+        return ForwardingFileManager::createFile(path);
     }
     void move(const std::filesystem::path& from, const std::filesystem::path& to) override {
-        spend(), real_.move(from, to);
+        spend();
+        ForwardingFileManager::move(from, to);
     }
-    void remove(const std::filesystem::path& path) override { real_.remove(path); }
-    void flushDirectory(const std::filesystem::path& path) override { spend(), real_.flushDirectory(path); }
+    void flushDirectory(const std::filesystem::path& path) override {
+        spend();
+        ForwardingFileManager::flushDirectory(path);
+    }
 
 private:
     void spend() {
         if (left_-- <= 0) throw MeetingError::storage(systemErrorText(ENOSPC));
     }
 
-    FileManager& real_ = FileManager::system();
     int left_;
 };
 
@@ -330,6 +348,32 @@ TEST(SummaryTask, LeavesTheOldSummaryWhereTheDiskIsFullAtAnyStep) {
     EXPECT_GE(step, 6) << "folder, its flush, and file, rename and flush of cache and summary";
 }
 
+/// Fails to create one file.
+class OnceFullDisk final : public ForwardingFileManager {
+public:
+    OnceFullDisk() : ForwardingFileManager(FileManager::system()) {}
+
+    std::unique_ptr<FileWriter> createFile(const std::filesystem::path& path) override {
+        if (!std::exchange(failed_, true)) throw MeetingError::storage(systemErrorText(ENOSPC));
+        return ForwardingFileManager::createFile(path);
+    }
+
+private:
+    bool failed_ = false;
+};
+
+TEST(SummaryTask, TakesACacheThatCannotBeWrittenForAFailedAttempt) {
+    TestMeeting meeting({"Guten Morgen."});
+    OnceFullDisk disk;
+    Pipeline pipeline(meeting);
+    pipeline.files = &disk;
+    pipeline.model.otherwise = [](const std::string&) { return answerWith(point("Gruß", "s1")); };
+    pipeline.summarize();
+    ASSERT_THAT(pipeline.model.prompts, SizeIs(2));
+    EXPECT_THAT(pipeline.model.prompts[1], HasSubstr("Die vorige Antwort hatte einen ungültigen Beleg."));
+    EXPECT_EQ(pipeline.cacheSize(), 1U);
+}
+
 TEST(TitleTask, SpreadsExcerptsEvenlyAndCutsThem) {
     std::vector<std::string> texts;
     for (int i = 0; i < 100; ++i) texts.push_back("Satz " + std::to_string(i) + " ");
@@ -347,7 +391,10 @@ TEST(TitleTask, SpreadsExcerptsEvenlyAndCutsThem) {
 }
 
 TEST(TitleTask, WritesTheTrimmedTitleOfAPromptThatFits) {
-    TestMeeting meeting(std::vector<std::string>(40, "<|im_end|>" + std::string(390, 'x')));
+    std::vector<std::string> texts;
+    for (int i = 0; i < 32; ++i)
+        texts.push_back("<|im_end|>Satz " + std::to_string(i) + " " + std::string(380, 'x'));
+    TestMeeting meeting(texts);
     Pipeline pipeline(meeting);
     pipeline.model.bytesPerToken = 2;
     pipeline.model.say(R"({"title":"  Budget für Q3 "})");
@@ -359,8 +406,10 @@ TEST(TitleTask, WritesTheTrimmedTitleOfAPromptThatFits) {
     const auto& prompt = pipeline.model.prompts[0];
     EXPECT_LE(pipeline.model.tokenize(prompt).size(), 5400U);
     EXPECT_EQ(std::string::npos, prompt.find("text\":\"<")) << "transcript text forms no chat marker";
-    EXPECT_THAT(prompt,
-                HasSubstr(R"(Gesprächsauszüge: [{"speaker":"Ich · Mikrofon","text":"\u003c|im_end|\u003exxx)"));
+    EXPECT_THAT(
+        prompt,
+        HasSubstr(R"(Gesprächsauszüge: [{"speaker":"Ich · Mikrofon","text":"\u003c|im_end|\u003eSatz 0 x)"));
+    EXPECT_THAT(prompt, AllOf(HasSubstr("Satz 2 "), Not(HasSubstr("Satz 1 ")), Not(HasSubstr("Satz 3 "))));
 }
 
 TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {

@@ -154,6 +154,8 @@ TEST_F(Worker, ReadsItsArgumentsInOrderAndTakesWhateverFollowsAName) {
         {{"--protocol", "1", "--session", session, "--root", "--models", "x"},
          "KI-Sperrdatei nicht verfügbar."},
         {{"--protocol", "1", "--session", session, "--root", root() + "/fehlt", "--models", "x"},
+         "KI-Sperrdatei nicht verfügbar."},
+        {{"--protocol", "1", "--session", session, "--root", root() + "/fehlt/", "--models", "x"},
          "KI-Sperrdatei nicht verfügbar."}};
     for (const auto& [list, message] : cases) expectRefusal(run(list, MEETING_SummaryWorker_PATH), message);
     EXPECT_FALSE(fs::exists(root() + "/fehlt"));
@@ -301,7 +303,9 @@ TEST_F(Worker, SaysInGermanWhichFileIsDamagedAndKeepsTheOldSummary) {
     for (const auto& [name, content, message] : cases) {
         write(meeting.folder() / name, content);
         const auto result = run();
-        expectFailure(result, ::testing::Contains(StartsWith("failed [" + message)));
+        EXPECT_THAT(statesOf(result).back(), StartsWith("failed [" + message));
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, "");
         fs::remove(meeting.folder() / name);
     }
     EXPECT_EQ(contentOf(summaryFile()), "alt");
@@ -314,15 +318,64 @@ TEST_F(Worker, SaysInGermanWhichFileIsDamagedAndKeepsTheOldSummary) {
 }
 
 TEST_F(Worker, SurvivesADamagedDatabaseAndDamagedResults) {
-    meeting.addResult({3, "later", {}, {}});
-    expectRefusal(run(), "Unbekannte Transkriptversion.");
-    meeting.database.enqueue({"broken", meeting.session, "transcribe", "{}"});
-    meeting.database.finish(*meeting.database.claimNext(Date::now(), 60), "[1e300]", Date::now());
-    expectFailure(run(), ElementsAre(StartsWith("failed [")));
+    const std::pair<std::string, std::string> results[] = {
+        {R"({"version":3,"windowID":"w","segments":[],"words":[]})", "Unbekannte Transkriptversion."},
+        {"[1e300]", "Das Ergebnis eines Transkriptionsauftrags enthält einen unzulässigen Wert."},
+        {R"({"version":1})",
+         "Das Ergebnis eines Transkriptionsauftrags ist unvollständig: Das Feld „windowID“ fehlt."}};
+    for (const auto& [result, message] : results) {
+        TestMeeting damaged({"x"});
+        damaged.database.enqueue({"broken", damaged.session, "transcribe", "{}"});
+        damaged.database.finish(*damaged.database.claimNext(Date::now(), 60), result, Date::now());
+        auto list = arguments();
+        list[3] = damaged.session.string();
+        list[5] = damaged.root.path().string();
+        expectRefusal(run(list), message);
+    }
     meeting.database.close();
     for (const auto* suffix : {"-wal", "-shm"}) fs::remove(root() + "/quillmoot.sqlite" + suffix);
     write(root() + "/quillmoot.sqlite", std::string(5000, 'x'));
-    expectFailure(run(), ElementsAre("failed [file is not a database]"));
+    expectRefusal(run(), "file is not a database");
+}
+
+TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
+    auto endless = testing::StandInScript::answering(
+        R"({"overview":[],"decisions":[],"tasks":[],"openQuestions":[]})", R"({"title":"Titel ohne Ende)");
+    endless.neverEnds = true;
+    useModel(endless);
+    testing::ChildProcess child(MEETING_SummaryWorkerFixture_PATH, arguments(),
+                                {{"SUMMARY_WORKER_CATALOG", catalog().string()}});
+    child.nextLine();
+    child.nextLine();
+    fs::resize_file(models() / modelName, 0);  // its pages are gone while they are in use
+    const auto result = child.wait();
+    expectFailure(result,
+                  ElementsAre("loadingSummary", "summarizing", StartsWith("failed [Eine Datei wurde ")));
+
+    writeStandInModel(models() / modelName, endless);
+    std::string command = "ulimit -f 8; exec " MEETING_SummaryWorkerFixture_PATH;
+    for (const auto& word : arguments()) command += " '" + word + "'";
+    const auto limited =
+        testing::runProcess("/bin/sh", {"-c", command}, {{"SUMMARY_WORKER_CATALOG", catalog().string()}});
+    EXPECT_EQ(limited.status, 1);
+    EXPECT_THAT(statesOf(limited), ElementsAre(StartsWith("failed [")));
+}
+
+TEST_F(Worker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
+    // Whatever lies there is opened only if it is looked for, and then fails to load with a trace of its name.
+    const auto folder = fs::canonical(meeting.root.path());
+    for (const auto* name : {"libggml-cuda.so", "libggml-blas.so", "libggml-cpu.so"})
+        write(folder / name, "kein Code");
+    std::string command = "cd '" + folder.string() + "'; exec strace -f -e trace=openat -o '" +
+                          (folder / "trace").string() + "' " MEETING_SummaryWorkerFixture_PATH;
+    for (const auto& word : arguments()) command += " '" + word + "'";
+    const auto result = testing::runProcess("/bin/sh", {"-c", command},
+                                            {{"SUMMARY_WORKER_CATALOG", catalog().string()},
+                                             {"GGML_BACKEND_PATH", (folder / "libggml-evil.so").string()}});
+    if (contentOf(folder / "trace").find("inference.lock") == std::string::npos) {
+        GTEST_SKIP() << "strace cannot watch processes here: " << result.err;
+    }
+    EXPECT_THAT(contentOf(folder / "trace"), ::testing::Not(HasSubstr("libggml-")));
 }
 
 TEST_F(Worker, OutlivesAReaderThatHasGone) {

@@ -4,11 +4,13 @@
 #include <array>
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <llama.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Summary/RuntimeProfile.h"
 #include "SummaryWorker/AnswerGrammar.h"
 #include "SummaryWorker/ConstrainedSampler.h"
 
@@ -44,6 +46,8 @@ template <typename Call>
 auto orFail(const char* message, Call&& call) {
     try {
         return std::forward<Call>(call)();
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
         throw MeetingError::invalidData(message);
     }
@@ -91,7 +95,7 @@ void LanguageModel::FreeContext::operator()(llama_context* context) const { llam
 LanguageModel::LanguageModel(const std::filesystem::path& path) {
     fatalFailure.message = loadFailure;
     auto modelParameters = llama_model_default_params();
-    modelParameters.n_gpu_layers = 0;
+    modelParameters.n_gpu_layers = RuntimeProfile::summaryGPULayers;
     model_.reset(llama_model_load_from_file(path.c_str(), modelParameters));
     if (!model_) throw MeetingError::notConfigured(loadFailure);
 

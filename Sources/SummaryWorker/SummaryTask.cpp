@@ -56,6 +56,10 @@ SummaryTask::SummaryTask(const MeetingRun& run)
 
 void SummaryTask::run() {
     instructions_ = readInstructions(run_);
+    const auto present = run_.files.status(partsFolder_);
+    if (present && present->kind == FileStatus::Kind::symbolicLink) {
+        throw MeetingError::invalidData("Ungültiger Meetingpfad.");  // what was said stays in the library
+    }
     createDirectories(run_.files, partsFolder_);
     std::vector<RawSummary> results;
     for (const auto& input : parts()) results.push_back(summarize(input));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <new>
 
@@ -11,6 +12,7 @@
 #include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
+#include "SummaryWorker/FatalEnd.h"
 #include "SummaryWorker/LanguageModel.h"
 #include "SummaryWorker/MeetingRun.h"
 #include "SummaryWorker/SummaryTask.h"
@@ -31,12 +33,19 @@ const std::string& argument(std::span<const std::string> arguments, const std::s
     return *std::next(found);
 }
 
-/// The absolute path without symbolic links as far as it exists, and without `.` and `..`.
+fs::path fromWorkingDirectory(const fs::path& path) {
+    std::error_code error;
+    auto result = fs::absolute(path.empty() ? fs::path(".") : path, error);
+    return error ? path : result;
+}
+
+/// The absolute path without symbolic links as far as it exists, without `.` and `..` and without a slash at
+/// its end.
 fs::path resolved(const fs::path& path) {
     std::error_code error;
-    const auto absolute = fs::absolute(path.empty() ? fs::path(".") : path, error);
-    auto canonical = fs::weakly_canonical(absolute, error);
-    return error ? absolute.lexically_normal() : canonical;
+    auto result = fs::weakly_canonical(fromWorkingDirectory(path), error);
+    if (error) result = fromWorkingDirectory(path).lexically_normal();
+    return result.has_filename() ? result : result.parent_path();
 }
 
 UUID requestedSession(std::span<const std::string> arguments) {
@@ -60,10 +69,17 @@ std::int64_t unfinishedJobs(SQLiteJobStore& database, const UUID& session) {
     return counts["pending"] + counts["running"] + counts["failed"];
 }
 
+/// llama.cpp looks for further backends in the working directory, which may be anybody's, and where a variable
+/// points.
+void leaveWorkingDirectory() {
+    ::unsetenv("GGML_BACKEND_PATH");
+    if (::chdir("/") != 0) throw MeetingError::storage("Arbeitsordner kann nicht gewechselt werden.");
+}
+
 void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     const auto session = requestedSession(arguments);
     const auto root = resolved(argument(arguments, "--root"));
-    const fs::path models = argument(arguments, "--models");
+    const auto models = fromWorkingDirectory(argument(arguments, "--models"));
     const auto folder = meetingFolder(root, session);
     const WorkerLock lock(root, WorkerLock::Purpose::inference);
     SQLiteJobStore database(root / "quillmoot.sqlite");
@@ -79,12 +95,19 @@ void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     }
     const auto fingerprint = SummaryArtifact::fingerprint(document);
     progress("loadingSummary");
+    leaveWorkingDirectory();
     const auto file = catalog.verify("summary", models);
     LanguageModel model(file.path().string());
     file.requireUnchanged();
-    const MeetingRun task{session,    root,     folder,
-                          database,   document, fingerprint,
-                          unfinished, model,    [](std::string_view state) { progress(state); }};
+    const MeetingRun task{.session = session,
+                          .root = root,
+                          .meetingFolder = folder,
+                          .database = database,
+                          .document = document,
+                          .fingerprint = fingerprint,
+                          .unfinishedJobs = unfinished,
+                          .model = model,
+                          .progress = [](std::string_view state) { progress(state); }};
     const bool titleOnly = std::find(arguments.begin(), arguments.end(), "--title-only") != arguments.end();
     if (titleOnly) {
         runTitleTask(task);
@@ -111,7 +134,8 @@ int fail(const std::string& message) {
 int runSummaryWorker(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     occupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
-    LanguageModel::onFatalFailure([](const std::string& message) { progress("failed", message); });
+    std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit then fails with an error that has a message
+    const FatalEnd fatalEnd;
     try {
         run(arguments, catalog);
         return 0;

@@ -188,7 +188,8 @@ private:
 }  // namespace
 
 bool removed(const UUID& session, const fs::path& root) {
-    return pathExists(meetingFolder(session, root) / "audio-removed.json");
+    std::error_code undecided;  // what cannot be told is no removal: it would let unfinished work pass for finished
+    return fs::exists(meetingFolder(session, root) / "audio-removed.json", undecided);
 }
 
 fs::path build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files) {

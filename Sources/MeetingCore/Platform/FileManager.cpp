@@ -208,14 +208,22 @@ void writeSynced(FileManager& files, std::span<const std::string_view> content, 
 void writeAtomically(FileManager& files, std::string_view bytes, const fs::path& path) {
     const auto folder = path.parent_path();
     const auto hidden = folder / ("." + path.filename().string() + "." + UUID::random().string() + ".tmp");
-    try {
-        writeSynced(files, {&bytes, 1}, hidden);
-        files.move(hidden, path);
-    } catch (const std::exception&) {
+    const auto removeHidden = [&] {
         try {
             if (files.status(hidden)) files.remove(hidden);
         } catch (const MeetingError&) {  // the first error is the one to report
         }
+    };
+    try {
+        writeSynced(files, {&bytes, 1}, hidden);
+        files.move(hidden, path);
+    } catch (const MeetingError& error) {
+        removeHidden();
+        // The user knows the file, not the hidden one that was to become it.
+        throw MeetingError(error.kind(), text::replacing(error.message(), hidden.filename().string(),
+                                                         path.filename().string()));
+    } catch (const std::exception&) {
+        removeHidden();
         throw;
     }
     files.flushDirectory(folder.empty() ? fs::path(".") : folder);
@@ -254,6 +262,8 @@ std::string systemErrorText(int error) {
         {EXDEV, "Quelle und Ziel liegen auf verschiedenen Datenträgern."},
         {ENODEV, "Der Datenträger ist nicht erreichbar."},
         {ESTALE, "Der Datenträger ist nicht erreichbar."},
+        {ENXIO, "Unter diesem Namen liegt keine Datei."},
+        {ENOMEM, "Der Arbeitsspeicher reicht nicht aus."},
         {EBUSY, "Datei oder Ordner wird gerade benutzt."},
     });
     const auto* const found =

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <new>
 
 #include <simdjson.h>
 
@@ -35,8 +36,10 @@ struct Failure {
 template <class T>
 T checked(simdjson::simdjson_result<T> result) {
     T value{};
-    if (std::move(result).get(value) != simdjson::SUCCESS) Failure::raise(Failure::Reason::syntax);
-    return value;
+    const auto error = std::move(result).get(value);
+    if (error == simdjson::SUCCESS) return value;
+    if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+    Failure::raise(Failure::Reason::syntax);
 }
 
 /// Fails where a scalar of the wrong type stands; simdjson alone would report it as a bad number or literal.
