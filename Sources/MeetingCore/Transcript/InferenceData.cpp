@@ -149,12 +149,12 @@ std::vector<TranscriptSegment> TranscriptDocument::merge(std::span<const Transcr
                                                          const TranscriptEdits& edits) {
     const auto turns =
         diarization ? std::span<const SpeakerTurn>(diarization->turns) : std::span<const SpeakerTurn>();
-    const TurnIndex microphone(turns, AudioSource::microphone);
-    const TurnIndex meeting(turns, AudioSource::meeting);
+    TurnIndex microphone(turns, AudioSource::microphone);
+    TurnIndex meeting(turns, AudioSource::meeting);
     std::vector<TranscriptSegment> merged(rawSegments.begin(), rawSegments.end());
     for (auto& segment : merged) {
         const double midpoint = (segment.startSeconds + segment.endSeconds) * 0.5;
-        const auto& index = segment.source == AudioSource::microphone ? microphone : meeting;
+        auto& index = segment.source == AudioSource::microphone ? microphone : meeting;
         const auto* const turn = index.onlyTurnAt(midpoint);
         segment.speakerID = turn == nullptr ? std::nullopt : std::optional(turn->speakerID);
         if (edits.correctedText.empty()) continue;

@@ -45,11 +45,20 @@ TurnIndex::TurnIndex(std::span<const SpeakerTurn> turns, AudioSource source) {
     }
 }
 
-const SpeakerTurn* TurnIndex::onlyTurnAt(double seconds) const {
+bool TurnIndex::holds(std::size_t stretch, double seconds) const {
+    return stretch < stretches_.size() && stretches_[stretch].startSeconds <= seconds &&
+           (stretch + 1 == stretches_.size() || seconds < stretches_[stretch + 1].startSeconds);
+}
+
+const SpeakerTurn* TurnIndex::onlyTurnAt(double seconds) {
+    if (holds(last_, seconds)) return stretches_[last_].onlyTurn;
+    if (holds(last_ + 1, seconds)) return stretches_[++last_].onlyTurn;
     const auto next =
         std::upper_bound(stretches_.begin(), stretches_.end(), seconds,
                          [](double at, const Stretch& stretch) { return at < stretch.startSeconds; });
-    return next == stretches_.begin() ? nullptr : std::prev(next)->onlyTurn;
+    if (next == stretches_.begin()) return nullptr;
+    last_ = static_cast<std::size_t>(next - stretches_.begin()) - 1;
+    return stretches_[last_].onlyTurn;
 }
 
 }  // namespace meetingcore

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <vector>
 
@@ -14,7 +15,7 @@ public:
     TurnIndex(std::span<const SpeakerTurn> turns, AudioSource source);
 
     /// The turn with start ≤ `seconds` < end if there is exactly one, else null.
-    const SpeakerTurn* onlyTurnAt(double seconds) const;
+    const SpeakerTurn* onlyTurnAt(double seconds);
 
 private:
     /// From `startSeconds` to the next stretch's start the same turns are active.
@@ -23,7 +24,10 @@ private:
         const SpeakerTurn* onlyTurn;
     };
 
+    bool holds(std::size_t stretch, double seconds) const;
+
     std::vector<Stretch> stretches_;
+    std::size_t last_ = 0;  ///< the stretch of the last answer
 };
 
 }  // namespace meetingcore
