@@ -1,0 +1,38 @@
+#include "MeetingCore/Library/WorkScheduler.h"
+
+#include <iterator>
+#include <map>
+#include <utility>
+
+namespace meetingcore::WorkScheduler {
+
+namespace {
+
+template <class Use>
+void forEachTrack(std::span<const AudioChunk> chunks, const Use& use) {
+    std::map<std::pair<UUID, AudioSource>, std::vector<AudioChunk>> tracks;
+    for (const auto& chunk : chunks) tracks[{chunk.sessionID, chunk.source}].push_back(chunk);
+    for (const auto& [key, track] : tracks) use(track);
+}
+
+}  // namespace
+
+std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, bool flushTail) {
+    std::vector<TranscriptionWindow> all;
+    forEachTrack(chunks, [&](const std::vector<AudioChunk>& track) {
+        auto planned = WindowPlanner::plan(track, windowSeconds, flushTail);
+        std::move(planned.begin(), planned.end(), std::back_inserter(all));
+    });
+    return all;
+}
+
+void enqueue(std::span<const AudioChunk> chunks, SQLiteJobStore& database, bool flushTail) {
+    forEachTrack(chunks, [&](const std::vector<AudioChunk>& track) {
+        for (const auto& window : WindowPlanner::plan(track, windowSeconds, flushTail)) {
+            database.enqueue({window.id(), window.sessionID, "transcribe",
+                              json::encode(window, json::Keys::sorted)});
+        }
+    });
+}
+
+}  // namespace meetingcore::WorkScheduler
