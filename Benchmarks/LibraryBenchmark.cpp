@@ -147,10 +147,11 @@ public:
     explicit BareLookups(const std::filesystem::path& file) {
         sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
         for (const auto* sql :
-             {"BEGIN IMMEDIATE", "SELECT payload FROM jobs WHERE id=?", "SELECT session_id FROM jobs WHERE id=?",
-              "SELECT kind FROM jobs WHERE id=?", "COMMIT"}) {
+             {"BEGIN IMMEDIATE", "SELECT payload FROM jobs WHERE id=?",
+              "SELECT session_id FROM jobs WHERE id=?", "SELECT kind FROM jobs WHERE id=?", "COMMIT"}) {
             sqlite3_stmt* statement = nullptr;
-            if (sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK) throw std::runtime_error(sql);
+            if (sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK)
+                throw std::runtime_error(sql);
             statements_.push_back(statement);
         }
     }
@@ -164,7 +165,8 @@ public:
     void lookUp(const WorkItem& item) {
         for (auto* const statement : statements_) {
             if (sqlite3_bind_parameter_count(statement) > 0) {
-                sqlite3_bind_text(statement, 1, item.id.data(), static_cast<int>(item.id.size()), SQLITE_TRANSIENT);
+                sqlite3_bind_text(statement, 1, item.id.data(), static_cast<int>(item.id.size()),
+                                  SQLITE_TRANSIENT);
             }
             if (sqlite3_step(statement) == SQLITE_ROW) found_ += sqlite3_column_bytes(statement, 0);
             sqlite3_reset(statement);
@@ -180,7 +182,8 @@ private:
 std::vector<WorkItem> plannedItems(const std::vector<AudioChunk>& chunks) {
     std::vector<WorkItem> items;
     for (const auto& window : WorkScheduler::windows(chunks, true)) {
-        items.push_back({window.id(), window.sessionID, "transcribe", json::encode(window, json::Keys::sorted)});
+        items.push_back(
+            {window.id(), window.sessionID, "transcribe", json::encode(window, json::Keys::sorted)});
     }
     return items;
 }

@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 using testing::CrashingFileManager;
 using testing::CrashReport;
 using testing::CrashTest;
+using ::testing::IsEmpty;
 using testing::TemporaryFolder;
 using testing::testChunk;
-using ::testing::IsEmpty;
 
 /// A file that is replaced as a whole. Its states are numbered; 0 is the one without the file.
 struct StateFile {
@@ -73,7 +73,8 @@ const std::vector<StateFile>& stateFiles() {
     return all;
 }
 
-/// `from` is the state before, one more the state after; once the change was reported as done, only that counts.
+/// `from` is the state before, one more the state after; once the change was reported as done, only that
+/// counts.
 CrashTest changeOf(const StateFile& file, int from, const std::shared_ptr<bool>& done) {
     return {[=](CrashingFileManager& files, const fs::path& folder) {
                 for (int state = 1; state <= from; ++state) file.write(files, folder, state);
@@ -126,7 +127,8 @@ struct Progress {
 };
 
 void prepareMeeting(const fs::path& folder, const Progress& progress) {
-    const auto staging = progress.trashed ? folder / "Papierkorb" / stagingName : meetingIn(folder) / stagingName;
+    const auto staging =
+        progress.trashed ? folder / "Papierkorb" / stagingName : meetingIn(folder) / stagingName;
     fs::create_directories(folder / "Papierkorb");
     fs::create_directories(meetingIn(folder));
     std::ofstream(meetingIn(folder) / "session.json") << "Manifest";
@@ -155,7 +157,8 @@ std::string stateOf(const fs::path& folder, bool retired) {
     count(meetingIn(folder), 1);
     for (const auto& entry : fs::directory_iterator(folder / "Papierkorb")) count(entry.path(), 100);
     const auto all = [&](int value) {
-        return std::all_of(audio.begin(), audio.end(), [&](const auto& piece) { return found[piece] == value; });
+        return std::all_of(audio.begin(), audio.end(),
+                           [&](const auto& piece) { return found[piece] == value; });
     };
     auto before = audio;
     before.emplace_back("session.json");
@@ -201,7 +204,8 @@ private:
 };
 
 AudioRemoval::Trash trashIn(CrashingFileManager& files, const fs::path& folder) {
-    return [&files, folder](const fs::path& item) { files.move(item, folder / "Papierkorb" / item.filename()); };
+    return
+        [&files, folder](const fs::path& item) { files.move(item, folder / "Papierkorb" / item.filename()); };
 }
 
 /// The next start brings every disk into one of the expected states.
@@ -210,7 +214,8 @@ CrashTest::Check recoversTo(Jobs& jobs, const std::function<bool(const std::stri
         std::string violation;
         jobs.branch([&](SQLiteJobStore& database) {
             const auto report = AudioRemoval::recover(folder, database, trashIn(files, folder), files);
-            const bool retired = database.registeredChunkCount() == 0 && database.jobStats(session)["failed"] == 1;
+            const bool retired =
+                database.registeredChunkCount() == 0 && database.jobStats(session)["failed"] == 1;
             const auto state = stateOf(folder, retired);
             if (!report.problems.empty()) violation = report.problems[0];
             if (!expected(state)) violation += state;

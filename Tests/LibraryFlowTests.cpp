@@ -25,11 +25,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using testing::ProcessResult;
-using testing::TemporaryFolder;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using testing::ProcessResult;
 using ::testing::SizeIs;
+using testing::TemporaryFolder;
 
 /// One data folder and what the recorder keeps open on it.
 class Recorder {
@@ -46,9 +46,8 @@ public:
 
     /// Captures a track in buffers of a tenth of a second, with a pause where one is given.
     void record(AudioSource source, double seconds, double pauseAt) {
-        auto track = PCMChunkAccumulator::make(session.id, source, 60, [&](const auto& chunk, auto samples) {
-            store.commit(chunk, samples);
-        });
+        auto track = PCMChunkAccumulator::make(
+            session.id, source, 60, [&](const auto& chunk, auto samples) { store.commit(chunk, samples); });
         const std::vector<std::int16_t> buffer(audio::sampleRate / 10, 7);
         const int count = static_cast<int>(seconds * 10);
         for (int i = 0; i < count; ++i) {
@@ -66,7 +65,10 @@ public:
             const double middle = (window.startSeconds() + window.endSeconds()) / 2;
             const auto text = "Anna liefert Teil " + std::to_string(windows) + " bis Freitag.";
             const SpeechResult result{
-                2, window.id(), {{UUID::random(), middle - 1, middle + 1, window.source, std::nullopt, text}}, {}};
+                2,
+                window.id(),
+                {{UUID::random(), middle - 1, middle + 1, window.source, std::nullopt, text}},
+                {}};
             result.validate(window);
             database.finish(*lease, json::encode(result), Date::now());
         }
@@ -90,10 +92,11 @@ public:
 
     void installModel() const {
         const auto file = models() / "Qwen3-4B-Q4_K_M.gguf";
-        writeStandInModel(file, testing::StandInScript::answering(
-                                    R"({"overview":[{"text":"Anna liefert.","ids":["s2"],"owner":"Anna","dueDate":)"
-                                    R"("bis Freitag"}],"decisions":[],"tasks":[],"openQuestions":[]})",
-                                    R"({"title":"Lieferung bis Freitag"})"));
+        writeStandInModel(file,
+                          testing::StandInScript::answering(
+                              R"({"overview":[{"text":"Anna liefert.","ids":["s2"],"owner":"Anna","dueDate":)"
+                              R"("bis Freitag"}],"decisions":[],"tasks":[],"openQuestions":[]})",
+                              R"({"title":"Lieferung bis Freitag"})"));
         std::ifstream stream(file, std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
         const std::vector<LocalModel> list{
@@ -111,7 +114,9 @@ public:
     fs::path meetings() const { return folder_.path() / "Meetings"; }
     fs::path meetingFolder() const { return meetings() / session.id.string(); }
     AudioRemoval::Trash trash() const {
-        return [target = folder_.path() / "Papierkorb" / "Audio"](const fs::path& item) { fs::rename(item, target); };
+        return [target = folder_.path() / "Papierkorb" / "Audio"](const fs::path& item) {
+            fs::rename(item, target);
+        };
     }
 
 private:
@@ -161,7 +166,8 @@ void removeAudioWhenDue(Recorder& recorder, const std::vector<AudioChunk>& chunk
     const auto endedAt = recorder.startedAt.advanced(130);
     EXPECT_FALSE(policy.isDue(recorder.entry(), endedAt, endedAt.advanced(29 * 86'400.0)));
     ASSERT_TRUE(policy.isDue(recorder.entry(), endedAt, endedAt.advanced(30 * 86'400.0)));
-    ASSERT_TRUE(AudioRetentionPolicy::fullyProcessed(recorder.session.id, recorder.root(), recorder.database, chunks));
+    ASSERT_TRUE(
+        AudioRetentionPolicy::fullyProcessed(recorder.session.id, recorder.root(), recorder.database, chunks));
     AudioRemoval::moveToTrash(recorder.session.id, recorder.root(), recorder.database, recorder.trash());
 
     const auto recovery = recorder.store.recover();

@@ -25,13 +25,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using ::testing::ElementsAre;
 using testing::failureOf;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using testing::TemporaryFolder;
 using testing::testChunk;
 using testing::testSession;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using Kind = MeetingError::Kind;
 
 const std::string invalidLibrary = "Ungültige Bibliotheksdaten.";
@@ -104,10 +104,14 @@ TEST(MeetingLibrary, RefusesABrokenSnapshotAndStaysAsItWas) {
         {invalidLibrary, [](auto& s) { s.meetings[0].notes = "Notiz \xFF"; }},
         {invalidLibrary, [](auto& s) { s.version = 2; }},
         {"Meeting-Angaben sind zu lang oder ungültig.",
-         [](auto& s) { s.meetings[0].metadata = MeetingMetadata{{" "}, {}, {}}; }},
+         [](auto& s) {
+             s.meetings[0].metadata = MeetingMetadata{{" "}, {}, {}};
+         }},
         {"Bis zu 20 eindeutige Feldnamen mit 1–60 Zeichen verwenden. Teilnehmer, Datum, Uhrzeit und "
          "Inhaltsüberschriften sind bereits reserviert.",
-         [](auto& s) { s.customFields = {{UUID::random(), "Notizen"}}; }},
+         [](auto& s) {
+             s.customFields = {{UUID::random(), "Notizen"}};
+         }},
         {"Eine Zahl ist nicht endlich und kann nicht gespeichert werden.",
          [](auto& s) { s.meetings[0].duration = INFINITY; }},
         {"nein", [](auto& s) { s.meetings.clear(), throw MeetingError::invalidData("nein"); }},
@@ -160,8 +164,9 @@ TEST(MeetingLibrary, ReconcilesWithTheRecordingsOnDisk) {
     library.update([&](LibrarySnapshot& snapshot) {
         snapshot.meetings = {gone, named, MeetingEntry::starting(newer, std::nullopt)};
     });
-    library.reconcile(meetings, std::vector{testChunk(older.id, 0, 0.5, 192'000), testChunk(older.id, 1, 15, 240'000),
-                                            testChunk(newer.id, 0, 0, 16'000), testChunk(older.id, 2, 20, 16'000)});
+    library.reconcile(meetings,
+                      std::vector{testChunk(older.id, 0, 0.5, 192'000), testChunk(older.id, 1, 15, 240'000),
+                                  testChunk(newer.id, 0, 0, 16'000), testChunk(older.id, 2, 20, 16'000)});
 
     const auto& found = library.snapshot().meetings;
     ASSERT_EQ(found.size(), 4U);
@@ -202,11 +207,13 @@ TEST(MeetingLibrary, KeepsAMeetingsHistory) {
     const SessionEvent second{UUID::random(), Date::since1970(1'700'000'001), "paused", "Mikrofon/leise"};
     MeetingLibrary::appendEvent(first, folder.path());
     MeetingLibrary::appendEvent(second, folder.path());
-    const auto bytes = R"([{"id":")" + first.id.string() + R"(","date":721692800.25,"kind":"started"},{"id":")" +
-                       second.id.string() + R"(","date":721692801,"kind":"paused","detail":"Mikrofon\/leise"}])";
+    const auto bytes = R"([{"id":")" + first.id.string() +
+                       R"(","date":721692800.25,"kind":"started"},{"id":")" + second.id.string() +
+                       R"(","date":721692801,"kind":"paused","detail":"Mikrofon\/leise"}])";
     EXPECT_EQ(contentOf(folder.path() / "events.json"), bytes);
     write(folder.path() / "events.json", "[{}]");
-    EXPECT_THAT(failureOf([&] { MeetingLibrary::appendEvent(first, folder.path()); }), StartsWith("„events.json“"));
+    EXPECT_THAT(failureOf([&] { MeetingLibrary::appendEvent(first, folder.path()); }),
+                StartsWith("„events.json“"));
     EXPECT_EQ(contentOf(folder.path() / "events.json"), "[{}]");
 }
 
@@ -225,12 +232,16 @@ TEST(MeetingLibrary, IsOpenInOneApplicationAtATime) {
             const auto message = failureOf(
                 [&] {
                     const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
-                    MeetingLibrary(root.path()).update([](auto& s) { s.meetings.push_back(meeting("Zweite")); });
+                    MeetingLibrary(root.path()).update([](auto& s) {
+                        s.meetings.push_back(meeting("Zweite"));
+                    });
                 },
                 Kind::storage);
             if (message == "no failure") return 0;
-            return message == "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte diese "
-                              "zuerst beenden."
+            return message ==
+                           "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte "
+                           "diese "
+                           "zuerst beenden."
                        ? 1
                        : 2;
         });
@@ -266,8 +277,8 @@ TEST(WorkScheduler, AddsOneJobPerWindowAndTrackOnce) {
         if (lease->item.sessionID != other) continue;
         found = true;
         EXPECT_EQ(lease->item.payloadJSON, payload);
-        EXPECT_EQ(lease->item.id,
-                  other.string() + ":microphone:" + chunks[3].id.string() + ":" + chunks[3].id.string() + ":v1");
+        EXPECT_EQ(lease->item.id, other.string() + ":microphone:" + chunks[3].id.string() + ":" +
+                                      chunks[3].id.string() + ":v1");
     }
     EXPECT_TRUE(found);
     chunks[3].startSeconds = 1;
@@ -298,9 +309,11 @@ TEST(DataDirectoryPreference, AcceptsEmptyFoldersAndDataFoldersOnly) {
         return failureOf([&] { DataDirectoryPreference::validate(root); }, kind);
     };
     const std::string unreachable =
-        "Der gewählte Datenordner ist nicht erreichbar. Bitte das Laufwerk verbinden oder in den Einstellungen einen "
+        "Der gewählte Datenordner ist nicht erreichbar. Bitte das Laufwerk verbinden oder in den Einstellungen "
+        "einen "
         "anderen Ordner wählen.";
-    const std::string foreign = "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.";
+    const std::string foreign =
+        "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.";
     EXPECT_EQ(failure(Kind::storage), unreachable);
     write(root, "eine Datei");
     EXPECT_EQ(failure(Kind::storage), unreachable);
@@ -336,7 +349,8 @@ TEST(DataDirectoryPreference, RemembersTheChosenFolderInTheUsersConfiguration) {
     EXPECT_EQ(DataDirectoryPreference::selectedRoot(defaults), home.path() / "data" / "Quillstead");
     const auto chosen = home.path() / "Gewählt";
     fs::create_directories(chosen / "leer");
-    EXPECT_NE(failureOf([&] { DataDirectoryPreference::select(chosen, defaults); }, Kind::storage), "no failure");
+    EXPECT_NE(failureOf([&] { DataDirectoryPreference::select(chosen, defaults); }, Kind::storage),
+              "no failure");
     EXPECT_FALSE(fs::exists(home.path() / "config")) << "a refused folder changes nothing";
     DataDirectoryPreference::select(chosen / "leer" / ".." / "leer" / "", defaults);
     EXPECT_EQ(DataDirectoryPreference::selectedRoot(UserDefaults::standard()), chosen / "leer");
@@ -369,13 +383,15 @@ TEST(Trash, TakesAFolderWhole) {
     EXPECT_FALSE(fs::exists(folder));
     const auto trash = home.path() / "data" / "Trash";
     EXPECT_EQ(contentOf(trash / "files" / ".Audio-entfernen" / "a.chunk" / "audio.wav"), "Ton");
-    EXPECT_THAT(contentOf(trash / "info" / ".Audio-entfernen.trashinfo"), ::testing::HasSubstr("Path=" + folder.string()));
+    EXPECT_THAT(contentOf(trash / "info" / ".Audio-entfernen.trashinfo"),
+                ::testing::HasSubstr("Path=" + folder.string()));
     EXPECT_THAT(failureOf([&] { moveToSystemTrash(folder); }, Kind::storage),
                 StartsWith("„.Audio-entfernen“ konnte nicht in den Papierkorb gelegt werden: "));
 #else
-    EXPECT_EQ(failureOf([&] { moveToSystemTrash(folder); }, Kind::notConfigured),
-              "„.Audio-entfernen“ konnte nicht in den Papierkorb gelegt werden: Diese Ausgabe des Programms kennt "
-              "keinen Papierkorb.");
+    EXPECT_EQ(
+        failureOf([&] { moveToSystemTrash(folder); }, Kind::notConfigured),
+        "„.Audio-entfernen“ konnte nicht in den Papierkorb gelegt werden: Diese Ausgabe des Programms kennt "
+        "keinen Papierkorb.");
     EXPECT_TRUE(fs::exists(folder / "a.chunk" / "audio.wav"));
 #endif
 }

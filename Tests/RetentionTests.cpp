@@ -19,12 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using ::testing::ElementsAre;
 using testing::failureOf;
+using ::testing::IsEmpty;
 using testing::TemporaryFolder;
 using testing::testChunk;
 using testing::testSession;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 using Kind = MeetingError::Kind;
 
@@ -118,8 +118,12 @@ struct RecordedMeeting {
     SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
     std::vector<AudioChunk> chunks{testChunk(session, 0, 0, 960'000), testChunk(session, 1, 60, 16'000),
                                    testChunk(UUID::random(), 0, 0, 960'000)};
-    AudioRemoval::Trash refuse = [](const fs::path&) { throw MeetingError::storage("Der Papierkorb ist voll."); };
-    AudioRemoval::Trash intoRoot = [this](const fs::path& item) { fs::rename(item, root.path() / "Papierkorb"); };
+    AudioRemoval::Trash refuse = [](const fs::path&) {
+        throw MeetingError::storage("Der Papierkorb ist voll.");
+    };
+    AudioRemoval::Trash intoRoot = [this](const fs::path& item) {
+        fs::rename(item, root.path() / "Papierkorb");
+    };
 };
 
 TEST(AudioRetentionPolicy, CountsAMeetingAsProcessedWhenNothingIsOpen) {
@@ -170,7 +174,8 @@ TEST(AudioRemoval, MovesTheAudioAwayAndSaysSo) {
     EXPECT_EQ(jobs["failed"], 1);
     EXPECT_EQ(jobs["completed"], 1);
     EXPECT_EQ(meeting.database.registeredChunkCount(), 1) << "of the other meeting";
-    EXPECT_EQ(failureOf([&] { meeting.remove(meeting.refuse); }, Kind::storage), "Keine Audiodateien vorhanden.");
+    EXPECT_EQ(failureOf([&] { meeting.remove(meeting.refuse); }, Kind::storage),
+              "Keine Audiodateien vorhanden.");
     EXPECT_TRUE(AudioArchive::removed(meeting.session, meeting.root.path()));
 }
 
@@ -186,7 +191,8 @@ TEST(AudioRemoval, LeavesTheMeetingAsItWasWhereTheTrashRefuses) {
         meeting.refuse(item);
     };
     EXPECT_EQ(failureOf([&] { meeting.remove(takeAndComplain); }, Kind::storage), "Der Papierkorb ist voll.");
-    EXPECT_TRUE(AudioArchive::removed(meeting.session, meeting.root.path())) << "the audio is gone all the same";
+    EXPECT_TRUE(AudioArchive::removed(meeting.session, meeting.root.path()))
+        << "the audio is gone all the same";
     EXPECT_THAT(meeting.recover(meeting.refuse).finished, ElementsAre(meeting.session));
     EXPECT_EQ(meeting.database.jobStats(meeting.session)["failed"], 2);
 }
@@ -199,7 +205,8 @@ TEST(AudioRemoval, RecoversOneMeetingAfterTheOther) {
     EXPECT_THAT(quiet.finished, IsEmpty()) << "all is done";
     EXPECT_THAT(quiet.problems, IsEmpty());
 
-    // As a crash left them: one removal with all of the audio in its staging folder, one with nothing in it yet.
+    // As a crash left them: one removal with all of the audio in its staging folder, one with nothing in it
+    // yet.
     const auto staging = meeting.folder() / (".Audio-entfernen-" + UUID::random().string());
     fs::rename(meeting.root.path() / "Papierkorb", staging);
     const auto begun = UUID::random();

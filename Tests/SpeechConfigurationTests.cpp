@@ -15,11 +15,12 @@
 namespace meetingcore {
 namespace {
 
-using testing::failureOf;
 using ::testing::ElementsAre;
+using testing::failureOf;
 using ::testing::IsEmpty;
 
-const std::string rangeMessage = "Bitte Deutsch oder Automatisch, Stärke 1–3 und höchstens 100 Begriffe wählen.";
+const std::string rangeMessage =
+    "Bitte Deutsch oder Automatisch, Stärke 1–3 und höchstens 100 Begriffe wählen.";
 const std::string phraseMessage = "Ein Begriff darf maximal 100 Zeichen und keine Steuerzeichen enthalten.";
 const std::string metadataMessage = "Meeting-Angaben sind zu lang oder ungültig.";
 const std::string definitionMessage =
@@ -40,9 +41,9 @@ TEST(SpeechConfiguration, AcceptsItsRangesAndNothingBeyond) {
         std::size_t phrases;
         bool valid;
     };
-    const Case cases[] = {{"de-DE", 1, 0, true},     {"auto", 3, 100, true},   {"en-US", 2, 0, false},
-                          {"de-de", 2, 0, false},    {"", 2, 0, false},        {"auto", 0.99F, 0, false},
-                          {"auto", 3.01F, 0, false}, {"auto", NAN, 0, false},  {"auto", INFINITY, 0, false},
+    const Case cases[] = {{"de-DE", 1, 0, true},     {"auto", 3, 100, true},  {"en-US", 2, 0, false},
+                          {"de-de", 2, 0, false},    {"", 2, 0, false},       {"auto", 0.99F, 0, false},
+                          {"auto", 3.01F, 0, false}, {"auto", NAN, 0, false}, {"auto", INFINITY, 0, false},
                           {"auto", 2, 101, false}};
     for (const auto& [language, boost, phrases, valid] : cases) {
         const SpeechConfiguration configuration{SpeechModel::nemotron, language,
@@ -59,7 +60,9 @@ TEST(SpeechConfiguration, TrimsPhrasesAndKeepsTheFirstOfEach) {
     EXPECT_THAT(phrasesOf({"Müller", "müller", "  ", " ÄRGER\n", "Ärger", "Muller"}),
                 ElementsAre("Müller", "ÄRGER", "Muller"));
     EXPECT_THAT(phrasesOf({" " + characters(100) + "\t"}), ElementsAre(characters(100)));
-    for (const auto& phrase : {characters(101), std::string("a\tb"), std::string("a\xE2\x80\x8D" "b")}) {
+    for (const auto& phrase : {characters(101), std::string("a\tb"),
+                               std::string("a\xE2\x80\x8D"
+                                           "b")}) {
         EXPECT_EQ(failureOf([&] { phrasesOf({phrase}); }), phraseMessage) << phrase;
     }
 }
@@ -101,17 +104,20 @@ TEST(AudioInputSelection, TellsTheCapturedTracks) {
     EXPECT_THAT(AudioInputSelection(session).sources(), ElementsAre(AudioSource::microphone));
 }
 
-MeetingMetadata metadataWith(const std::string& participant, const std::string& fieldName, const std::string& value) {
+MeetingMetadata metadataWith(const std::string& participant, const std::string& fieldName,
+                             const std::string& value) {
     return {{participant}, {{UUID::random(), fieldName, value}}, std::nullopt};
 }
 
 TEST(MeetingMetadata, AcceptsItsLimitsAndNothingBeyond) {
-    const auto message = [](const MeetingMetadata& metadata) { return failureOf([&] { metadata.validated(); }); };
+    const auto message = [](const MeetingMetadata& metadata) {
+        return failureOf([&] { metadata.validated(); });
+    };
     const auto valid = metadataWith(characters(100), characters(60), characters(4000));
     EXPECT_EQ(valid.validated(), valid);
-    for (const auto& metadata :
-         {metadataWith(" \n ", "f", "v"), metadataWith(characters(100) + " ", "f", "v"), metadataWith("p", "", "v"),
-          metadataWith("p", characters(61), "v"), metadataWith("p", "f", characters(4001))}) {
+    for (const auto& metadata : {metadataWith(" \n ", "f", "v"), metadataWith(characters(100) + " ", "f", "v"),
+                                 metadataWith("p", "", "v"), metadataWith("p", characters(61), "v"),
+                                 metadataWith("p", "f", characters(4001))}) {
         EXPECT_EQ(message(metadata), metadataMessage);
     }
     auto full = valid;
@@ -136,13 +142,16 @@ TEST(MeetingMetadata, BringsItsFieldsInLineWithTheDefinitions) {
         {{"Quartal"}}};
     const std::vector<MeetingFieldDefinition> definitions{{added, "Ort"}, {renamed, "Auftraggeber"}};
     const MeetingMetadata expected{
-        {"Anna"}, {{added, "Ort", ""}, {renamed, "Auftraggeber", "Nord"}, {deleted, "Alt", "bleibt"}}, {{"Quartal"}}};
+        {"Anna"},
+        {{added, "Ort", ""}, {renamed, "Auftraggeber", "Nord"}, {deleted, "Alt", "bleibt"}},
+        {{"Quartal"}}};
     EXPECT_EQ(metadata.resolving(definitions), expected);
 }
 
 TEST(MeetingMetadata, AddsParticipantsThatAreNew) {
     MeetingMetadata metadata;
-    for (const auto* name : {" Anna\nSchmidt ", "anna  SCHMIDT", "Ánna Schmidt", " \t", "Straße", "STRASSE", "Bo"}) {
+    for (const auto* name :
+         {" Anna\nSchmidt ", "anna  SCHMIDT", "Ánna Schmidt", " \t", "Straße", "STRASSE", "Bo"}) {
         metadata.addParticipant(name);
     }
     metadata.addParticipant(characters(120));
@@ -165,14 +174,27 @@ TEST(MeetingFieldDefinition, NeedsNamesThatDifferByMoreThanCaseAndAccents) {
     }
     auto tooMany = twenty;
     tooMany.emplace_back("z");
-    for (const auto& names : std::vector<std::vector<std::string>>{
-             tooMany, {"Kunde", "kunde"}, {"Büro", "Buro"}, {"Ärger", "arger"}, {" Datum "}, {"Zusammenfassung"},
-             {"TEILNEHMER"}, {""}, {" \n "}, {characters(61)}, {"a\nb"}, {"a\xE2\x80\xA9" "b"}, {"a\xC2\x85" "b"}}) {
+    for (const auto& names : std::vector<std::vector<std::string>>{tooMany,
+                                                                   {"Kunde", "kunde"},
+                                                                   {"Büro", "Buro"},
+                                                                   {"Ärger", "arger"},
+                                                                   {" Datum "},
+                                                                   {"Zusammenfassung"},
+                                                                   {"TEILNEHMER"},
+                                                                   {""},
+                                                                   {" \n "},
+                                                                   {characters(61)},
+                                                                   {"a\nb"},
+                                                                   {"a\xE2\x80\xA9"
+                                                                    "b"},
+                                                                   {"a\xC2\x85"
+                                                                    "b"}}) {
         EXPECT_EQ(message(names), definitionMessage) << names.front();
     }
     const auto id = UUID::random();
     EXPECT_EQ(failureOf([&] { MeetingFieldDefinition::validated({{id, "a"}, {id, "b"}}); }), definitionMessage);
-    EXPECT_EQ(MeetingFieldDefinition::validated({{id, " Ort\n"}}), (std::vector<MeetingFieldDefinition>{{id, "Ort"}}));
+    EXPECT_EQ(MeetingFieldDefinition::validated({{id, " Ort\n"}}),
+              (std::vector<MeetingFieldDefinition>{{id, "Ort"}}));
 }
 
 }  // namespace

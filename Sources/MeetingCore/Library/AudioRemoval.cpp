@@ -91,7 +91,8 @@ void Removal::undo() {
     }
     files_.flushDirectory(staging_);
     files_.flushDirectory(meeting_);
-    // The staging folder goes last: as long as it is there, the next start knows that something is to be undone.
+    // The staging folder goes last: as long as it is there, the next start knows that something is to be
+    // undone.
     if (files_.status(meeting_ / markerName)) {
         files_.remove(meeting_ / markerName);
         files_.flushDirectory(meeting_);
@@ -103,7 +104,8 @@ void Removal::undo() {
 /// Ends the removals that one meeting's folder tells of. Only a removal without a staging folder may still have
 /// to tell the job store, which `retire` does where it is needed.
 void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
-                    FileManager& files, const std::function<bool()>& retire, AudioRemoval::Recovered& recovered) {
+                    FileManager& files, const std::function<bool()>& retire,
+                    AudioRemoval::Recovered& recovered) {
     const auto names = files.list(meeting);
     const bool marked = std::find(names.begin(), names.end(), markerName) != names.end();
     const bool gathered = marked && std::none_of(names.begin(), names.end(), isAudio);

@@ -57,7 +57,8 @@ void validate(const fs::path& folder, FileManager& files) {
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     if (!names.empty() && !(has("quillmoot.sqlite") && has("Meetings"))) {
-        throw MeetingError::storage("Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
+        throw MeetingError::storage(
+            "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
     }
     if (has("library.json")) static_cast<void>(MeetingLibrary::read(folder / "library.json", files));
     requireWritable(folder, files);

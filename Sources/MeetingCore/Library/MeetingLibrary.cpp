@@ -154,8 +154,8 @@ void MeetingLibrary::reconcile(const fs::path& meetings, std::span<const AudioCh
 
 void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {
     const auto file = directory / "events.json";
-    auto events =
-        TranscriptStorage::readOptional<std::vector<SessionEvent>>(file, files).value_or(std::vector<SessionEvent>{});
+    auto events = TranscriptStorage::readOptional<std::vector<SessionEvent>>(file, files)
+                      .value_or(std::vector<SessionEvent>{});
     events.push_back(event);
     TranscriptStorage::save(events, file, files);
 }

@@ -109,9 +109,9 @@ public:
     const LibrarySnapshot& snapshot() const noexcept { return snapshot_; }
 
     /// The only way to change the library: `body` changes a copy, which is checked as a whole and written
-    /// atomically before it takes the place of `snapshot`. On return the change is on stable storage. Any error,
-    /// also one of `body`, leaves snapshot and file as they were; only after a failure to flush the renamed file
-    /// the disk may already hold the new state.
+    /// atomically before it takes the place of `snapshot`. On return the change is on stable storage. Any
+    /// error, also one of `body`, leaves snapshot and file as they were; only after a failure to flush the
+    /// renamed file the disk may already hold the new state.
     void update(const std::function<void(LibrarySnapshot&)>& body);
 
     /// Brings the meetings in line with the sessions on disk and the durable chunks: adds what is missing,

@@ -27,8 +27,8 @@ constexpr auto reservedNames = std::to_array<std::string_view>(
 bool isBlank(std::string_view text) { return text::trimmed(text).empty(); }
 
 bool containsLineBreak(std::string_view text) {
-    constexpr auto breaks = std::to_array<std::string_view>(
-        {"\n", "\v", "\f", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"});
+    constexpr auto breaks =
+        std::to_array<std::string_view>({"\n", "\v", "\f", "\r", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"});
     return std::any_of(breaks.begin(), breaks.end(),
                        [&](auto lineBreak) { return text.find(lineBreak) != std::string_view::npos; });
 }
@@ -99,9 +99,8 @@ MeetingMetadata MeetingMetadata::resolving(std::span<const MeetingFieldDefinitio
             {definition.id, definition.name, found == fields.end() ? std::string() : found->value});
     }
     for (const auto& field : fields) {
-        const bool defined =
-            std::any_of(definitions.begin(), definitions.end(),
-                        [&](const auto& definition) { return definition.id == field.id; });
+        const bool defined = std::any_of(definitions.begin(), definitions.end(),
+                                         [&](const auto& definition) { return definition.id == field.id; });
         if (!defined && !isBlank(field.value)) resolved.fields.push_back(field);
     }
     return resolved;

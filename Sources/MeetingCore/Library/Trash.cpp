@@ -26,9 +26,10 @@ void moveToSystemTrash(const std::filesystem::path& item) {
 #else
 
 void moveToSystemTrash(const std::filesystem::path& item) {
-    throw MeetingError::notConfigured(quotedName(item) +
-                                      " konnte nicht in den Papierkorb gelegt werden: Diese Ausgabe des Programms "
-                                      "kennt keinen Papierkorb.");
+    throw MeetingError::notConfigured(
+        quotedName(item) +
+        " konnte nicht in den Papierkorb gelegt werden: Diese Ausgabe des Programms "
+        "kennt keinen Papierkorb.");
 }
 
 #endif

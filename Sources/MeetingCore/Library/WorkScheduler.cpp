@@ -29,8 +29,8 @@ std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, boo
 void enqueue(std::span<const AudioChunk> chunks, SQLiteJobStore& database, bool flushTail) {
     forEachTrack(chunks, [&](const std::vector<AudioChunk>& track) {
         for (const auto& window : WindowPlanner::plan(track, windowSeconds, flushTail)) {
-            database.enqueue({window.id(), window.sessionID, "transcribe",
-                              json::encode(window, json::Keys::sorted)});
+            database.enqueue(
+                {window.id(), window.sessionID, "transcribe", json::encode(window, json::Keys::sorted)});
         }
     });
 }

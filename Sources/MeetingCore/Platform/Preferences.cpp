@@ -76,7 +76,8 @@ std::optional<std::string> UserDefaults::string(std::string_view key) const {
 
 void UserDefaults::set(std::string_view key, const std::string& value) {
     if (text::repaired(value) != value) {
-        throw MeetingError::invalidData("Die Einstellung kann nicht gespeichert werden: Sie ist kein gültiger Text.");
+        throw MeetingError::invalidData(
+            "Die Einstellung kann nicht gespeichert werden: Sie ist kein gültiger Text.");
     }
     auto values = read();
     values[std::string(key)] = value;
