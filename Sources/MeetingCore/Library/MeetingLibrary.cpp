@@ -137,7 +137,7 @@ void MeetingLibrary::update(const std::function<void(LibrarySnapshot&)>& body) {
     requireSound(isSound(changed));
     const auto bytes = json::encode(changed);
     // A text that is no UTF-8 would make the whole file unreadable for the next start.
-    requireSound(json::isValid(bytes));
+    requireSound(simdjson::validate_utf8(bytes));
     writeAtomically(files_, bytes, file_);
     snapshot_ = std::move(changed);
 }
