@@ -27,10 +27,14 @@ std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, boo
 }
 
 void enqueue(std::span<const AudioChunk> chunks, SQLiteJobStore& database, bool flushTail) {
+    WorkItem item{{}, {}, "transcribe", {}};
     forEachTrack(chunks, [&](const std::vector<AudioChunk>& track) {
         for (const auto& window : WindowPlanner::plan(track, windowSeconds, flushTail)) {
-            database.enqueue(
-                {window.id(), window.sessionID, "transcribe", json::encode(window, json::Keys::sorted)});
+            item.id = window.id();
+            item.sessionID = window.sessionID;
+            item.payloadJSON.clear();
+            json::Writer(item.payloadJSON, json::Keys::sorted).write(window);
+            database.enqueue(item);
         }
     });
 }
