@@ -25,12 +25,14 @@ int countedFlush(const char* name, int descriptor) {
 }  // namespace
 
 // Stand before the system's own, so that SQLite's calls are counted too.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int fsync(int descriptor) { return countedFlush("fsync", descriptor); }
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int fdatasync(int descriptor) { return countedFlush("fdatasync", descriptor); }
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using benchmarks::interleaved;
 using benchmarks::secondsOf;
 using testing::TemporaryFolder;
@@ -255,3 +257,4 @@ BENCHMARK(schedulingAgain)->UseManualTime()->Iterations(1)->Unit(benchmark::kMil
 BENCHMARK(schedulingNew)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+}  // namespace meetingcore

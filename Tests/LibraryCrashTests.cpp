@@ -273,7 +273,9 @@ TEST(AudioRemovalCrashes, RecoversEveryStageThroughFurtherCrashes) {
                           {{.staged = true, .marked = true, .moved = 2}, "before"},
                           {{.staged = true, .marked = true, .moved = 3}, "removed"},
                           {{.staged = true, .marked = true, .moved = 3, .trashed = true}, "removed"}};
-    for (const auto& [left, after] : cases) {
+    for (const auto& stage : cases) {
+        const auto& left = stage.left;
+        const auto& after = stage.after;
         Jobs jobs;
         const CrashTest test{[&](auto&, const fs::path& folder) { prepareMeeting(folder, left); },
                              [&](CrashingFileManager& files, const fs::path& folder) {

@@ -116,8 +116,8 @@ TEST(MeetingLibrary, RefusesABrokenSnapshotAndStaysAsItWas) {
          [](auto& s) { s.meetings[0].duration = INFINITY; }},
         {"nein", [](auto& s) { s.meetings.clear(), throw MeetingError::invalidData("nein"); }},
     };
-    for (const auto& [message, body] : cases) {
-        EXPECT_EQ(failureOf([&] { library.update(body); }), message);
+    for (const auto& refused : cases) {
+        EXPECT_EQ(failureOf([&] { library.update(refused.body); }), refused.message);
         EXPECT_EQ(library.snapshot(), before);
         EXPECT_EQ(contentOf(library.file()), bytes);
     }

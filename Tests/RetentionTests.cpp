@@ -24,7 +24,6 @@ using testing::failureOf;
 using ::testing::IsEmpty;
 using testing::TemporaryFolder;
 using testing::testChunk;
-using testing::testSession;
 using ::testing::UnorderedElementsAre;
 using Kind = MeetingError::Kind;
 

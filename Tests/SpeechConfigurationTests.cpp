@@ -17,7 +17,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::failureOf;
-using ::testing::IsEmpty;
 
 const std::string rangeMessage =
     "Bitte Deutsch oder Automatisch, Stärke 1–3 und höchstens 100 Begriffe wählen.";
@@ -164,6 +163,7 @@ TEST(MeetingMetadata, AddsParticipantsThatAreNew) {
 TEST(MeetingFieldDefinition, NeedsNamesThatDifferByMoreThanCaseAndAccents) {
     const auto message = [](const std::vector<std::string>& names) {
         std::vector<MeetingFieldDefinition> definitions;
+        definitions.reserve(names.size());
         for (const auto& name : names) definitions.push_back({UUID::random(), name});
         return failureOf([&] { MeetingFieldDefinition::validated(definitions); });
     };
