@@ -21,7 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using testing::CrashingFileManager;
-using testing::CrashReport;
 using testing::CrashTest;
 using ::testing::IsEmpty;
 using testing::TemporaryFolder;

@@ -27,7 +27,6 @@ namespace fs = std::filesystem;
 
 using ::testing::ElementsAre;
 using testing::failureOf;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using testing::TemporaryFolder;
 using testing::testChunk;
