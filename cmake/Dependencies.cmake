@@ -5,6 +5,12 @@ find_package(SQLite3 REQUIRED)
 find_package(LibUUID REQUIRED)
 find_package(Threads REQUIRED)
 
+# For the desktop's trash; without it, moving something there is refused.
+find_package(PkgConfig QUIET)
+if(PkgConfig_FOUND)
+    pkg_check_modules(GIO QUIET IMPORTED_TARGET gio-2.0)
+endif()
+
 if(MEETING_BUILD_TESTS)
     find_package(GTest REQUIRED)
 endif()

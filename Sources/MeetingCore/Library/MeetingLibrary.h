@@ -1,11 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "MeetingCore/Library/MeetingMetadata.h"
+#include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Recording/Models.h"
 
 namespace meetingcore {
 
@@ -34,6 +39,12 @@ struct MeetingEntry {
     double duration = 0;                        ///< seconds: the end of the meeting's latest chunk
     std::int64_t chunkCount = 0;                ///< durable chunks of the meeting
     std::optional<bool> automaticTitlePending;  ///< whether a title is still to be generated
+
+    /// The entry of a recording that has just begun.
+    static MeetingEntry starting(const MeetingSession& session, const std::optional<UUID>& projectID);
+
+    /// Whether a title is still to be generated; entries written before there was a flag tell by their title.
+    bool needsAutomaticTitle() const;
 
     bool operator==(const MeetingEntry&) const = default;
 };
@@ -78,5 +89,46 @@ inline constexpr auto json::fields<SessionEvent> = json::record(json::field("id"
                                                                 json::field("date", &SessionEvent::date),
                                                                 json::field("kind", &SessionEvent::kind),
                                                                 json::field("detail", &SessionEvent::detail));
+
+/// The index of all meetings of one data folder, "library.json" in it.
+///
+/// One object per open data folder, held by the process that has its application lock; not thread-safe. Errors
+/// are MeetingErrors: invalidData for broken rules, storage for the file system.
+class MeetingLibrary {
+public:
+    /// Creates the data folder if it is missing and reads its library; without a file the library is empty, and
+    /// none is written before the first update. The file manager must outlive the object.
+    explicit MeetingLibrary(const std::filesystem::path& root, FileManager& files = FileManager::system());
+
+    /// Reads a library file. Throws for one that is missing, broken or of another version.
+    static LibrarySnapshot read(const std::filesystem::path& file, FileManager& files = FileManager::system());
+
+    const std::filesystem::path& file() const noexcept { return file_; }
+
+    /// The last state that was written.
+    const LibrarySnapshot& snapshot() const noexcept { return snapshot_; }
+
+    /// The only way to change the library: `body` changes a copy, which is checked as a whole and written
+    /// atomically before it takes the place of `snapshot`. On return the change is on stable storage. Any
+    /// error, also one of `body`, leaves snapshot and file as they were; only after a failure to flush the
+    /// renamed file the disk may already hold the new state.
+    void update(const std::function<void(LibrarySnapshot&)>& body);
+
+    /// Brings the meetings in line with the sessions on disk and the durable chunks: adds what is missing,
+    /// counts chunks, and marks recordings that were cut off as interrupted, so no recording may be running.
+    /// `meetings` is the folder of the session folders, and is created if it is missing. What the user entered
+    /// is never changed, and meetings without a folder stay. Throws, and changes nothing, at the first session
+    /// folder whose manifest cannot be read or belongs to another session.
+    void reconcile(const std::filesystem::path& meetings, std::span<const AudioChunk> chunks);
+
+    /// Appends an event to "events.json" in a session's folder. Durable on return.
+    static void appendEvent(const SessionEvent& event, const std::filesystem::path& directory,
+                            FileManager& files = FileManager::system());
+
+private:
+    FileManager& files_;
+    std::filesystem::path file_;
+    LibrarySnapshot snapshot_;
+};
 
 }  // namespace meetingcore

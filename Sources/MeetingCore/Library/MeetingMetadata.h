@@ -1,7 +1,9 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "MeetingCore/Platform/JSON.h"
@@ -12,6 +14,11 @@ namespace meetingcore {
 struct MeetingFieldDefinition {
     UUID id;  ///< identity of the field, also after it was renamed
     std::string name;
+
+    /// The library's definitions with trimmed names. Throws MeetingError (invalidData) unless there are at most
+    /// 20, with distinct ids and with names of 1 to 60 characters on one line that differ from each other and
+    /// from the reserved ones by more than case and accents.
+    static std::vector<MeetingFieldDefinition> validated(std::vector<MeetingFieldDefinition> definitions);
 
     bool operator==(const MeetingFieldDefinition&) const = default;
 };
@@ -39,6 +46,20 @@ struct MeetingMetadata {
     std::vector<std::string> participants;  ///< display names, in the order added
     std::vector<MeetingFieldValue> fields;
     std::optional<std::vector<std::string>> transcriptionPhrases;  ///< words that recognition should favour
+
+    /// Throws MeetingError (invalidData) for the first rule that is broken; changes nothing.
+    void validate() const;
+
+    /// The same metadata once it was found valid.
+    MeetingMetadata validated() const;
+
+    /// The metadata with one value for each definition, in their order and under their current names. Behind
+    /// them follow the values of deleted fields that hold text, so that nothing that was typed is lost.
+    MeetingMetadata resolving(std::span<const MeetingFieldDefinition> definitions) const;
+
+    /// Adds a typed name with single blanks between its words, cut to 100 characters, unless it is empty, is
+    /// there already (but for case and accents) or the list is full.
+    void addParticipant(std::string_view name);
 
     bool operator==(const MeetingMetadata&) const = default;
 };

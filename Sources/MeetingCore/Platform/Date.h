@@ -24,7 +24,7 @@ public:
 
     constexpr Date advanced(double seconds) const { return Date(seconds_ + seconds); }
 
-    auto operator<=>(const Date&) const = default;
+    auto operator<=>(const Date&) const = default;  // NOLINT(modernize-use-nullptr): misled by "< 0"
 
 private:
     static constexpr double referenceSince1970 = 978'307'200;

@@ -38,7 +38,7 @@ public:
         return words;
     }
 
-    auto operator<=>(const UUID&) const = default;
+    auto operator<=>(const UUID&) const = default;  // NOLINT(modernize-use-nullptr): misled by "< 0"
 
 private:
     std::array<std::uint8_t, 16> bytes_{};

@@ -10,10 +10,8 @@ namespace {
 
 }  // namespace
 
-SQLiteStatement::SQLiteStatement(sqlite3* db, const char* sql, Values values) : db_(db) {
-    sqlite3_stmt* prepared = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &prepared, nullptr) != SQLITE_OK) failWithMessage(db);
-    statement_.reset(prepared);
+SQLiteStatement::SQLiteStatement(sqlite3* db, sqlite3_stmt* prepared, Values values)
+    : db_(db), statement_(prepared) {
     int index = 0;
     for (const auto value : values) {
         // An empty view may have no address, which SQLite would bind as NULL.
@@ -61,14 +59,25 @@ void SQLiteConnection::execute(const char* sql) {
     if (sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) failWithMessage(db_.get());
 }
 
+SQLiteStatement SQLiteConnection::prepare(const char* sql, SQLiteStatement::Values values) {
+    auto& statement = statements_[sql];
+    if (statement == nullptr) {
+        sqlite3_stmt* prepared = nullptr;
+        const auto result = sqlite3_prepare_v3(db_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+        if (result != SQLITE_OK) failWithMessage(db_.get());
+        statement.reset(prepared);
+    }
+    return {db_.get(), statement.get(), values};
+}
+
 std::int64_t SQLiteConnection::update(const char* sql, SQLiteStatement::Values values) {
-    SQLiteStatement statement(db_.get(), sql, values);
+    auto statement = prepare(sql, values);
     if (statement.step()) throw MeetingError::database("Unerwartete Ergebniszeile der Datenbank.");
     return sqlite3_changes(db_.get());
 }
 
 std::optional<std::string> SQLiteConnection::textValue(const char* sql, SQLiteStatement::Values values) {
-    SQLiteStatement statement(db_.get(), sql, values);
+    auto statement = prepare(sql, values);
     if (!statement.step() || statement.isNull(0)) return std::nullopt;
     return statement.text(0);
 }

@@ -7,18 +7,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include <sqlite3.h>
 
 namespace meetingcore {
 
-/// One prepared statement. Every parameter is bound as text, numbers as their decimal text: the affinity of the
+/// One run of a statement. Every parameter is bound as text, numbers as their decimal text: the affinity of the
 /// REAL and INTEGER columns makes SQLite store and compare them as numbers.
 class SQLiteStatement {
 public:
     using Values = std::initializer_list<std::string_view>;
 
-    SQLiteStatement(sqlite3* db, const char* sql, Values values);
+    /// Runs a prepared statement that is not running, and gives it back on destruction; errors come from `db`.
+    SQLiteStatement(sqlite3* db, sqlite3_stmt* prepared, Values values);
 
     /// True while there is a row.
     bool step();
@@ -28,16 +30,20 @@ public:
     bool isNull(int column) const;
 
 private:
-    struct Finalize {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    struct Reset {
+        void operator()(sqlite3_stmt* statement) const {
+            sqlite3_reset(statement);
+            sqlite3_clear_bindings(statement);
+        }
     };
 
     sqlite3* db_;
-    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+    std::unique_ptr<sqlite3_stmt, Reset> statement_;
 };
 
 /// An open SQLite database in full-mutex mode with a busy timeout of 5 s. Failures throw MeetingError
-/// (database) with SQLite's own message.
+/// (database) with SQLite's own message. Each statement is compiled once, so a statement's text must be a literal,
+/// and one text runs once at a time.
 class SQLiteConnection {
 public:
     explicit SQLiteConnection(const std::filesystem::path& file);
@@ -51,18 +57,16 @@ public:
     /// The first column of the first row as text; nothing without a row or where the column is NULL.
     std::optional<std::string> textValue(const char* sql, SQLiteStatement::Values values);
 
-    SQLiteStatement prepare(const char* sql, SQLiteStatement::Values values) {
-        return {db_.get(), sql, values};
-    }
+    SQLiteStatement prepare(const char* sql, SQLiteStatement::Values values);
 
     /// Runs `body` between BEGIN IMMEDIATE and COMMIT. Taking the write lock at once keeps two processes from
     /// reading the same state and both acting on it. Any exception rolls back and goes on to the caller.
     template <class Body>
     void transaction(const Body& body) {
-        execute("BEGIN IMMEDIATE");
+        update("BEGIN IMMEDIATE", {});
         try {
             body();
-            execute("COMMIT");
+            update("COMMIT", {});
         } catch (...) {
             // Where SQLite has rolled back by itself this fails, and the first error is the one to report.
             sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
@@ -74,8 +78,12 @@ private:
     struct Close {
         void operator()(sqlite3* db) const { sqlite3_close(db); }
     };
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
 
     std::unique_ptr<sqlite3, Close> db_;
+    std::unordered_map<const char*, std::unique_ptr<sqlite3_stmt, Finalize>> statements_;
 };
 
 }  // namespace meetingcore

@@ -223,6 +223,19 @@ void SQLiteJobStore::retireAudio(const UUID& session) {
     });
 }
 
+std::vector<UUID> SQLiteJobStore::sessionsWithAudioWork() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(R"(SELECT json_extract(payload,'$.sessionID') FROM chunks
+  UNION SELECT session_id FROM jobs WHERE status!='completed'
+  AND NOT (status='failed' AND last_error IS 'Audio bewusst entfernt'))",
+                              {});
+    std::vector<UUID> sessions;
+    while (row.step()) {
+        if (const auto session = UUID::parse(row.text(0))) sessions.push_back(*session);
+    }
+    return sessions;
+}
+
 void SQLiteJobStore::forgetSession(const UUID& session) {
     const std::scoped_lock guard(lock_);
     auto& db = open();

@@ -86,6 +86,10 @@ public:
     /// Fails the session's unfinished jobs and forgets its chunks, since their audio was removed on purpose.
     void retireAudio(const UUID& session);
 
+    /// The sessions for which retireAudio would change something: those with registered chunks, and those with
+    /// unfinished jobs that it has not failed.
+    std::vector<UUID> sessionsWithAudioWork();
+
     /// Deletes the session's jobs, results and chunks.
     void forgetSession(const UUID& session);
 

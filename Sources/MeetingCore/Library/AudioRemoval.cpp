@@ -1,0 +1,181 @@
+#include "MeetingCore/Library/AudioRemoval.h"
+
+#include <algorithm>
+#include <set>
+#include <string_view>
+
+#include "MeetingCore/Platform/TimeZone.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+
+namespace meetingcore {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view markerName = "audio-removed.json";
+constexpr std::string_view stagingPrefix = ".Audio-entfernen-";
+
+struct Marker {
+    std::string removedAt;  // ISO 8601, UTC
+};
+
+bool isAudio(const std::string& name) {
+    const auto extension = fs::path(name).extension();
+    return extension == ".chunk" || extension == ".partial" || name == "Audio";
+}
+
+bool isStaging(const std::string& name) { return name.starts_with(stagingPrefix); }
+
+/// One removal in a meeting's folder.
+class Removal {
+public:
+    Removal(fs::path meeting, const std::string& stagingName, FileManager& files)
+        : meeting_(std::move(meeting)), staging_(meeting_ / stagingName), files_(files) {}
+
+    void begin(Date now);
+    void gather(const std::vector<std::string>& items);
+
+    /// Hands the staging folder over. What it took must not come back after a power cut, so all moves are
+    /// flushed before.
+    void finish(const AudioRemoval::Trash& trash);
+
+    void undo();
+
+    /// Undoes as much as can be; the rest is left for the next start.
+    void undoAfterError() noexcept {
+        try {
+            undo();
+        } catch (const std::exception&) {  // the first error is the one to report
+        }
+    }
+
+private:
+    fs::path meeting_;
+    fs::path staging_;
+    FileManager& files_;
+};
+
+}  // namespace
+
+template <>
+inline constexpr auto json::fields<Marker> = json::record(json::field("removedAt", &Marker::removedAt));
+
+namespace {
+
+void Removal::begin(Date now) {
+    // The marker's arrival flushes this folder: with it the staging folder is there to stay.
+    TranscriptStorage::save(Marker{iso8601(now)}, meeting_ / markerName, files_);
+}
+
+void Removal::gather(const std::vector<std::string>& items) {
+    for (const auto& item : items) files_.move(meeting_ / item, staging_ / item);
+}
+
+void Removal::finish(const AudioRemoval::Trash& trash) {
+    files_.flushDirectory(staging_);
+    files_.flushDirectory(meeting_);
+    trash(staging_);
+    files_.flushDirectory(meeting_);
+}
+
+void Removal::undo() {
+    // Where the trash has the audio, in spite of its error, the marker tells the truth and stays.
+    if (!files_.status(staging_)) return;
+    for (const auto& item : files_.list(staging_)) {
+        if (files_.status(meeting_ / item)) {
+            throw MeetingError::storage(quotedName(item) +
+                                        " kann nicht an seinen Platz zurück: Der Name ist schon vergeben.");
+        }
+        files_.move(staging_ / item, meeting_ / item);
+    }
+    files_.flushDirectory(staging_);
+    files_.flushDirectory(meeting_);
+    // The staging folder goes last: as long as it is there, the next start knows that something is to be
+    // undone.
+    if (files_.status(meeting_ / markerName)) {
+        files_.remove(meeting_ / markerName);
+        files_.flushDirectory(meeting_);
+    }
+    files_.remove(staging_);
+    files_.flushDirectory(meeting_);
+}
+
+/// Ends the removals that one meeting's folder tells of. Only a removal without a staging folder may still have
+/// to tell the job store, which `retire` does where it is needed.
+void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
+                    FileManager& files, const std::function<bool()>& retire,
+                    AudioRemoval::Recovered& recovered) {
+    const auto names = files.list(meeting);
+    const bool marked = std::find(names.begin(), names.end(), markerName) != names.end();
+    const bool gathered = marked && std::none_of(names.begin(), names.end(), isAudio);
+    bool staged = false;
+    for (const auto& name : names) {
+        if (!isStaging(name)) continue;
+        staged = true;
+        Removal removal(meeting, name, files);
+        if (!gathered) {
+            removal.undo();
+            continue;
+        }
+        try {
+            removal.finish(trash);
+        } catch (const std::exception&) {
+            removal.undoAfterError();
+            throw;
+        }
+    }
+    if (staged && !gathered) recovered.undone.push_back(id);
+    if (gathered && (retire() || staged)) recovered.finished.push_back(id);
+}
+
+}  // namespace
+
+namespace AudioRemoval {
+
+void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database, const Trash& trash,
+                 FileManager& files, Date now) {
+    const auto meeting = TranscriptStorage::sessionDirectory(root, id);
+    auto items = files.list(meeting);
+    std::erase_if(items, [](const auto& name) { return !isAudio(name); });
+    if (items.empty()) throw MeetingError::storage("Keine Audiodateien vorhanden.");
+    const auto stagingName = std::string(stagingPrefix) + UUID::random().string();
+    files.createDirectory(meeting / stagingName);
+    Removal removal(meeting, stagingName, files);
+    try {
+        files.flushDirectory(meeting);
+        removal.begin(now);
+        removal.gather(items);
+        removal.finish(trash);
+    } catch (const std::exception&) {
+        removal.undoAfterError();
+        throw;
+    }
+    database.retireAudio(id);
+}
+
+Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& trash, FileManager& files) {
+    Recovered recovered;
+    const auto meetings = root / "Meetings";
+    if (!pathExists(meetings)) return recovered;
+    const auto sessions = database.sessionsWithAudioWork();
+    const std::set<UUID> unretired(sessions.begin(), sessions.end());
+    for (const auto& name : files.list(meetings)) {
+        const auto id = UUID::parse(name);
+        if (!id) continue;
+        const auto retire = [&] {
+            if (!unretired.contains(*id)) return false;
+            database.retireAudio(*id);
+            return true;
+        };
+        try {
+            recoverMeeting(*id, meetings / name, trash, files, retire, recovered);
+        } catch (const std::exception& error) {  // the trash may throw what it likes
+            recovered.problems.push_back(name + ": " + error.what());
+        }
+    }
+    return recovered;
+}
+
+}  // namespace AudioRemoval
+}  // namespace meetingcore

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Recording/SQLiteJobStore.h"
+
+namespace meetingcore {
+
+/// Removes the audio of a meeting on purpose, so that a meeting is never left half-deleted: the audio is
+/// gathered in a hidden staging folder beside it, and this folder goes to the trash as a whole.
+///
+/// At any instant the meeting's folder shows how far a removal came:
+///
+///     no marker, no staging folder        not begun, or undone
+///     an empty staging folder             begun
+///     marker, staging folder, some audio  being gathered, or being undone
+///     marker, staging folder, no audio    gathered
+///     marker alone                        in the trash
+///
+/// `root` is the data folder, whose application lock the caller holds. Errors are MeetingErrors.
+namespace AudioRemoval {
+
+/// Moves a folder to the trash, or throws and leaves it where it is.
+using Trash = std::function<void(const std::filesystem::path& folder)>;
+
+/// Moves the meeting's chunks, partial chunks and complete audio files to the trash, leaves the marker
+/// "audio-removed.json" and fails the meeting's open jobs. Throws where there is no audio (storage); after any
+/// error up to the trash the meeting is as before. When it returns, all is on stable storage.
+///
+/// Where only the jobs could not be failed any more, the audio is gone all the same, and `recover` makes up for
+/// it.
+void moveToTrash(const UUID& id, const std::filesystem::path& root, SQLiteJobStore& database,
+                 const Trash& trash, FileManager& files = FileManager::system(), Date now = Date::now());
+
+/// What became of the removals that a crash had interrupted.
+struct Recovered {
+    std::vector<UUID> undone;           ///< their audio is back
+    std::vector<UUID> finished;         ///< their audio is removed
+    std::vector<std::string> problems;  ///< one German line per meeting that could not be brought to an end
+};
+
+/// Brings interrupted removals to an end, at start-up and before the chunk store's recovery: a removal that had
+/// gathered all audio is finished, any other is undone. Goes on where one meeting fails, which leaves that
+/// meeting for the next time. Running it again changes nothing.
+Recovered recover(const std::filesystem::path& root, SQLiteJobStore& database, const Trash& trash,
+                  FileManager& files = FileManager::system());
+
+}  // namespace AudioRemoval
+}  // namespace meetingcore

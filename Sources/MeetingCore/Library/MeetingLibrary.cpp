@@ -1,0 +1,163 @@
+#include "MeetingCore/Library/MeetingLibrary.h"
+
+#include <algorithm>
+#include <limits>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "MeetingCore/Library/DistinctIDs.h"
+#include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+
+namespace meetingcore {
+
+namespace fs = std::filesystem;
+
+template LibrarySnapshot json::decode(std::string_view, const std::string&);
+template std::vector<SessionEvent> json::decode(std::string_view, const std::string&);
+
+namespace {
+
+constexpr std::int64_t formatVersion = 1;
+
+bool isBlank(std::string_view text) { return text::trimmed(text).empty(); }
+
+bool isSound(const LibrarySnapshot& library) {
+    std::unordered_set<UUID> projects;
+    for (const auto& project : library.projects) projects.insert(project.id);
+    return library.version == formatVersion && projects.size() == library.projects.size() &&
+           haveDistinctIDs(library.meetings) &&
+           std::none_of(library.projects.begin(), library.projects.end(),
+                        [](const auto& project) { return isBlank(project.name); }) &&
+           std::all_of(library.meetings.begin(), library.meetings.end(), [&](const auto& meeting) {
+               return !isBlank(meeting.title) && (!meeting.projectID || projects.contains(*meeting.projectID));
+           });
+}
+
+void requireSound(bool sound) {
+    if (!sound) throw MeetingError::invalidData("Ungültige Bibliotheksdaten.");
+}
+
+MeetingSession readManifest(const fs::path& folder, const UUID& id, FileManager& files) {
+    const auto file = folder / "session.json";
+    const auto bytes = TranscriptStorage::readBytes(file, files);
+    if (!bytes) throw MeetingError::storage(quotedName(folder) + " enthält kein Sitzungsmanifest.");
+    auto session = json::decode<MeetingSession>(*bytes, quotedName(file));
+    if (session.id != id) throw MeetingError::invalidData("Ungültiges Sitzungsmanifest.");
+    return session;
+}
+
+std::vector<MeetingSession> readSessions(const fs::path& meetings, FileManager& files) {
+    std::vector<MeetingSession> sessions;
+    for (const auto& name : files.list(meetings)) {
+        if (const auto id = UUID::parse(name)) sessions.push_back(readManifest(meetings / name, *id, files));
+    }
+    return sessions;
+}
+
+void addMissing(LibrarySnapshot& library, std::span<const MeetingSession> sessions) {
+    std::unordered_set<UUID> known;
+    for (const auto& meeting : library.meetings) known.insert(meeting.id);
+    for (const auto& session : sessions) {
+        if (known.insert(session.id).second) {
+            library.meetings.push_back(MeetingEntry::starting(session, std::nullopt));
+        }
+    }
+}
+
+struct RecordedAudio {
+    std::int64_t chunkCount = 0;
+    double endSeconds = -std::numeric_limits<double>::infinity();
+};
+
+std::unordered_map<UUID, RecordedAudio> audioBySession(std::span<const AudioChunk> chunks) {
+    std::unordered_map<UUID, RecordedAudio> sessions;
+    for (const auto& chunk : chunks) {
+        auto& audio = sessions[chunk.sessionID];
+        ++audio.chunkCount;
+        audio.endSeconds = std::max(audio.endSeconds, chunk.endSeconds());
+    }
+    return sessions;
+}
+
+void bringInLine(LibrarySnapshot& library, const std::unordered_map<UUID, RecordedAudio>& recorded) {
+    for (auto& meeting : library.meetings) {
+        const auto audio = recorded.find(meeting.id);
+        meeting.chunkCount = audio == recorded.end() ? 0 : audio->second.chunkCount;
+        if (audio != recorded.end()) meeting.duration = audio->second.endSeconds;
+        const bool cutOff =
+            meeting.state == "starting" || meeting.state == "recording" || meeting.state == "paused";
+        if (cutOff) meeting.state = "interrupted";
+    }
+    std::stable_sort(library.meetings.begin(), library.meetings.end(),
+                     [](const auto& a, const auto& b) { return a.createdAt > b.createdAt; });
+}
+
+}  // namespace
+
+MeetingEntry MeetingEntry::starting(const MeetingSession& session, const std::optional<UUID>& projectID) {
+    MeetingEntry entry;
+    entry.id = session.id;
+    entry.title = session.title;
+    entry.createdAt = session.createdAt;
+    entry.projectID = projectID;
+    entry.state = "starting";
+    return entry;
+}
+
+bool MeetingEntry::needsAutomaticTitle() const {
+    return automaticTitlePending.value_or(title == defaultMeetingTitle);
+}
+
+MeetingLibrary::MeetingLibrary(const fs::path& root, FileManager& files)
+    : files_(files), file_(root / "library.json") {
+    createDirectories(files, root);
+    if (pathExists(file_)) snapshot_ = read(file_, files);
+}
+
+LibrarySnapshot MeetingLibrary::read(const fs::path& file, FileManager& files) {
+    const auto bytes = files.read(file, 0, std::numeric_limits<std::size_t>::max());
+    auto library = json::decode<LibrarySnapshot>(bytes, quotedName(file));
+    if (library.version != formatVersion) throw MeetingError::invalidData("Unbekannte Bibliotheksversion.");
+    return library;
+}
+
+void MeetingLibrary::update(const std::function<void(LibrarySnapshot&)>& body) {
+    auto changed = snapshot_;
+    body(changed);
+    if (changed.customFields) {
+        changed.customFields = MeetingFieldDefinition::validated(std::move(*changed.customFields));
+    }
+    for (const auto& meeting : changed.meetings) {
+        if (meeting.metadata) meeting.metadata->validate();
+    }
+    requireSound(isSound(changed));
+    const auto bytes = json::encode(changed);
+    // A text that is no UTF-8 would make the whole file unreadable for the next start.
+    requireSound(simdjson::validate_utf8(bytes));
+    writeAtomically(files_, bytes, file_);
+    snapshot_ = std::move(changed);
+}
+
+void MeetingLibrary::reconcile(const fs::path& meetings, std::span<const AudioChunk> chunks) {
+    createDirectories(files_, meetings);
+    const auto sessions = readSessions(meetings, files_);
+    const auto recorded = audioBySession(chunks);
+    update([&](LibrarySnapshot& library) {
+        addMissing(library, sessions);
+        bringInLine(library, recorded);
+    });
+}
+
+void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {
+    const auto file = directory / "events.json";
+    auto events = TranscriptStorage::readOptional<std::vector<SessionEvent>>(file, files)
+                      .value_or(std::vector<SessionEvent>{});
+    events.push_back(event);
+    TranscriptStorage::save(events, file, files);
+}
+
+}  // namespace meetingcore

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "MeetingCore/Recording/SQLiteJobStore.h"
+#include "MeetingCore/Recording/WindowPlanner.h"
+
+namespace meetingcore {
+
+/// Turns durable chunks into transcription jobs.
+namespace WorkScheduler {
+
+/// The length that a transcription window has at least, but at a gap or at the end of a track.
+inline constexpr double windowSeconds = 60;
+
+/// The windows of all tracks among the chunks, track by track. Throws as WindowPlanner does.
+std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, bool flushTail);
+
+/// Adds a "transcribe" job for each window of the chunks, which may belong to several sessions. The job's id
+/// and payload follow from the chunks alone, so that calling again over the same chunks changes nothing. The
+/// rest of a track that is shorter than a window waits for more audio unless `flushTail`.
+///
+/// The first error ends the call; jobs added before stay. Each new job is on stable storage before the next.
+void enqueue(std::span<const AudioChunk> chunks, SQLiteJobStore& database, bool flushTail);
+
+}  // namespace WorkScheduler
+}  // namespace meetingcore
