@@ -11,6 +11,7 @@
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
+#include "Support/NaivePacking.h"
 #include "Support/VocabularyModel.h"
 
 namespace {
@@ -18,6 +19,8 @@ namespace {
 using namespace meetingcore;
 using benchmarks::GeneratedMeeting;
 using benchmarks::secondsOf;
+using testing::packNaively;
+using testing::promptAround;
 
 /// The real vocabulary with an answer that names the first source of its prompt.
 class CitingModel final : public TextModel {
@@ -42,27 +45,6 @@ public:
 private:
     testing::VocabularyModel vocabulary_{MEETING_QWEN2_VOCABULARY};
 };
-
-std::string promptAround(const std::string& input) {
-    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(
-        input, "Fasse zusammen.");
-}
-
-std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model,
-                                     std::size_t budget) {
-    std::vector<std::string> arrays;
-    std::string current;
-    for (const auto& value : values) {
-        auto candidate = current.empty() ? value : current + "," + value;
-        if (!current.empty() && model.tokenize(promptAround("[" + candidate + "]")).size() > budget) {
-            arrays.push_back("[" + current + "]");
-            candidate = value;
-        }
-        current = std::move(candidate);
-    }
-    arrays.push_back("[" + current + "]");
-    return arrays;
-}
 
 void cutting(benchmark::State& state) {
     const auto segments = static_cast<std::size_t>(state.range(0));

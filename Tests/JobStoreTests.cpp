@@ -11,7 +11,7 @@
 
 #include "MeetingCore/Recording/SQLiteConnection.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
-#include "Support/ChildProcess.h"
+#include "Support/ForkedProcess.h"
 #include "Support/Failure.h"
 #include "Support/TemporaryFolder.h"
 
@@ -19,7 +19,7 @@ namespace meetingcore {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ChildProcess;
+using testing::ForkedProcess;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -501,7 +501,7 @@ TEST_F(JobStoreTest, ProcessesOnOneFileLoseAndDoubleNothing) {
         }
         return 0;
     };
-    std::vector<ChildProcess> workers;
+    std::vector<ForkedProcess> workers;
     for (int number = 0; number < processes; ++number)
         workers.emplace_back([&, number] { return work(number); });
     for (int number = 0; number < processes; ++number) start.send();
@@ -515,7 +515,7 @@ TEST_F(JobStoreTest, ProcessesOnOneFileLoseAndDoubleNothing) {
 
 TEST_F(JobStoreTest, JobsOutliveAProcessThatIsKilled) {
     Signal ready;
-    ChildProcess worker([&] {
+    ForkedProcess worker([&] {
         SQLiteJobStore mine(file());
         mine.enqueue(item("a"));
         mine.claimNext(noon, 60);

@@ -15,7 +15,7 @@
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/ChildProcess.h"
+#include "Support/ForkedProcess.h"
 #include "Support/Failure.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
@@ -227,7 +227,7 @@ TEST(MeetingLibrary, KnowsWhichMeetingsStillNeedATitle) {
 TEST(MeetingLibrary, IsOpenInOneApplicationAtATime) {
     const TemporaryFolder root;
     const auto openFromAnotherProcess = [&] {
-        testing::ChildProcess other([&] {
+        testing::ForkedProcess other([&] {
             const auto message = failureOf(
                 [&] {
                     const WorkerLock lock(root.path(), WorkerLock::Purpose::application);

@@ -16,7 +16,7 @@
 #include "MeetingCore/Platform/NumberText.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/Models.h"
-#include "Support/ChildProcess.h"
+#include "Support/ForkedProcess.h"
 #include "Support/Failure.h"
 #include "Support/TemporaryFolder.h"
 
@@ -547,7 +547,7 @@ TEST_F(FileManagerTest, AtomicWriteReplacesAWiderFileByANarrowOne) {
 
 TEST_F(FileManagerTest, AtomicWriteThatFailsLeavesTheOldFileAndNothingElse) {
     std::ofstream(path("state.json")) << "old";
-    testing::ChildProcess writer([&] {
+    testing::ForkedProcess writer([&] {
         // Stands for a full disk: the write stops in the middle of the data.
         const rlimit limit{1000, 1000};
         std::signal(SIGXFSZ, SIG_IGN);

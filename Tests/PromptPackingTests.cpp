@@ -6,36 +6,14 @@
 #include "MeetingCore/Summary/SummaryInstructions.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/RawSummary.h"
+#include "Support/NaivePacking.h"
 #include "Support/VocabularyModel.h"
 
 namespace meetingcore {
 namespace {
 
-std::string promptAround(const std::string& input) {
-    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(
-        input, "Fasse zusammen.");
-}
-
-/// Counts the whole prompt anew for every value.
-std::vector<std::string> packNaively(const std::vector<std::string>& values, TextModel& model,
-                                     std::size_t budget) {
-    std::vector<std::string> arrays;
-    std::string current;
-    for (const auto& value : values) {
-        auto candidate = current.empty() ? value : current + "," + value;
-        if (promptAround("[" + candidate + "]").size() > maximumPromptBytes) {
-            throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
-        }
-        const auto count = model.tokenize(promptAround("[" + candidate + "]")).size();
-        if (count > budget && !current.empty()) {
-            arrays.push_back("[" + current + "]");
-            candidate = value;
-        }
-        current = std::move(candidate);
-    }
-    if (!current.empty()) arrays.push_back("[" + current + "]");
-    return arrays;
-}
+using testing::packNaively;
+using testing::promptAround;
 
 std::vector<std::string> conversation(std::size_t segments, unsigned seed) {
     const std::vector<std::string> words = {

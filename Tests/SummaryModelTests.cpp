@@ -9,7 +9,7 @@
 #include "MeetingCore/Summary/RuntimeProfile.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
-#include "Support/ChildProcess.h"
+#include "Support/ForkedProcess.h"
 #include "Support/Failure.h"
 #include "Support/TemporaryFolder.h"
 
@@ -397,7 +397,7 @@ TEST(WorkerLock, ExcludesOtherHoldersOfTheSamePurposeAndRoot) {
 TEST(WorkerLock, EndsWithItsProcess) {
     const testing::TemporaryFolder folder;
     const testing::Signal held;
-    testing::ChildProcess holder([&] {
+    testing::ForkedProcess holder([&] {
         const WorkerLock lock(folder.path(), inference);
         held.send();
         ::pause();

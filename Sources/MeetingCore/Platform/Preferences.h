@@ -10,8 +10,8 @@
 
 namespace meetingcore {
 
-/// The user's own folders for programs, which need not exist. Where the environment variables of the XDG Base
-/// Directory Specification name an absolute path they decide, else the platform's usual place in the home
+/// The user's own folders for programs, which need not exist. Where the environment variables of freedesktop.org
+/// (XDG base directories) name an absolute path they decide, else the platform's usual place in the home
 /// folder does. Throws MeetingError (notConfigured) where the user has no home folder.
 namespace userFolder {
 

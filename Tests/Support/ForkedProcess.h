@@ -13,9 +13,9 @@ namespace meetingcore::testing {
 
 /// A second process that runs a function and ends with what it returns, or with status 99 where it throws.
 /// Start it while the parent has one thread and no open database. Killed and awaited when it goes out of scope.
-class ChildProcess {
+class ForkedProcess {
 public:
-    explicit ChildProcess(const std::function<int()>& body) : id_(::fork()) {
+    explicit ForkedProcess(const std::function<int()>& body) : id_(::fork()) {
         if (id_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
         if (id_ > 0) return;
         int status = 99;
@@ -25,11 +25,11 @@ public:
         }
         ::_exit(status);
     }
-    ~ChildProcess() { kill(); }
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-    ChildProcess(ChildProcess&& other) noexcept : id_(std::exchange(other.id_, -1)) {}
-    ChildProcess& operator=(ChildProcess&&) = delete;
+    ~ForkedProcess() { kill(); }
+    ForkedProcess(const ForkedProcess&) = delete;
+    ForkedProcess& operator=(const ForkedProcess&) = delete;
+    ForkedProcess(ForkedProcess&& other) noexcept : id_(std::exchange(other.id_, -1)) {}
+    ForkedProcess& operator=(ForkedProcess&&) = delete;
 
     /// Waits for the end and returns the exit status, negative after a signal.
     int wait() {
