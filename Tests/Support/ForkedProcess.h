@@ -1,6 +1,7 @@
 #pragma once
 
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <functional>
 #include <system_error>
@@ -21,7 +22,8 @@ public:
         int status = 99;
         try {
             status = body();
-        } catch (...) {  // NOLINT(bugprone-empty-catch): the status tells
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "The forked process ended with: %s\n", error.what());
         }
         ::_exit(status);
     }

@@ -171,10 +171,6 @@ void createDirectories(FileManager& files, const fs::path& path) {
         }
         return;
     }
-    if (pathExists(path)) {
-        throw MeetingError::storage(quotedName(path) +
-                                    " kann nicht angelegt werden: Der Name ist schon vergeben.");
-    }
     createDirectories(files, parent);
     try {
         files.createDirectory(path);

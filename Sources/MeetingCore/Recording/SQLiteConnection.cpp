@@ -1,10 +1,14 @@
 #include "MeetingCore/Recording/SQLiteConnection.h"
 
+#include <chrono>
+
 #include "MeetingCore/Platform/MeetingError.h"
 
 namespace meetingcore {
 
 namespace {
+
+constexpr int busyMilliseconds = 5000;
 
 [[noreturn]] void failWithMessage(sqlite3* db) { throw MeetingError::database(sqlite3_errmsg(db)); }
 
@@ -45,7 +49,6 @@ bool SQLiteStatement::isNull(int column) const {
 }
 
 SQLiteConnection::SQLiteConnection(const std::filesystem::path& file) {
-    constexpr int busyMilliseconds = 5000;
     sqlite3* opened = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
     const auto result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
@@ -53,6 +56,18 @@ SQLiteConnection::SQLiteConnection(const std::filesystem::path& file) {
     if (opened == nullptr) throw MeetingError::database("SQLite konnte nicht geöffnet werden.");
     if (result != SQLITE_OK) failWithMessage(opened);
     sqlite3_busy_timeout(opened, busyMilliseconds);
+}
+
+void SQLiteConnection::executeRepeatable(const char* sql) {
+    using Clock = std::chrono::steady_clock;
+    constexpr int pauseMilliseconds = 10;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(busyMilliseconds);
+    while (true) {
+        const auto result = sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr);
+        if (result == SQLITE_OK) return;
+        if (result != SQLITE_BUSY || Clock::now() >= deadline) failWithMessage(db_.get());
+        sqlite3_sleep(pauseMilliseconds);
+    }
 }
 
 void SQLiteConnection::execute(const char* sql) {

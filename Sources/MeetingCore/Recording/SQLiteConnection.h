@@ -51,6 +51,10 @@ public:
     /// Runs a script of any number of statements.
     void execute(const char* sql);
 
+    /// Runs a script that may be repeated, again and again for up to 5 s while other connections are in its way. Where
+    /// several switch a new file to WAL together, SQLite reports that at once instead of waiting.
+    void executeRepeatable(const char* sql);
+
     /// Runs one statement that returns no rows; returns the number of rows that it changed.
     std::int64_t update(const char* sql, SQLiteStatement::Values values);
 

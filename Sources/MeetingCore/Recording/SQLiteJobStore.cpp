@@ -53,12 +53,12 @@ SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& f
     // is not opened here: closing it would drop the locks that another connection of this process holds on it.
     FileDescriptor::open(file, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
     auto db = std::make_unique<SQLiteConnection>(file);
-    db->execute("PRAGMA journal_mode=WAL;");
+    db->executeRepeatable("PRAGMA journal_mode=WAL;");
     db->execute("PRAGMA synchronous=FULL;");
     db->execute("PRAGMA foreign_keys=ON;");
     // Sorting results must not spill what was said in a meeting into the system's folder for temporary files.
     db->execute("PRAGMA temp_store=MEMORY;");
-    db->execute(schema);
+    db->executeRepeatable(schema);
     restrictToOwner(file);
     // SQLite goes on when its own flush of the folder fails, and the new database would be gone after a power
     // cut.
