@@ -82,8 +82,12 @@ TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
         int first, last;  // of the calls with which a session and a chunk are stored
     };
     // The first flush is that of a folder above the root, which may be closed to us.
-    for (const auto& [calls, first, last] : std::vector<Case>{
-             {"fsync", 2, 9}, {"write", 1, 3}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}}) {
+    std::vector<Case> cases{{"fsync", 2, 9}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}};
+#ifndef __SANITIZE_ADDRESS__
+    cases.push_back(
+        {"write", 1, 3});  // the address sanitizer writes to pipes of its own, and ends where that fails
+#endif
+    for (const auto& [calls, first, last] : cases) {
         for (const char* error : {"EIO", "ENOSPC", "EMFILE"}) {
             for (int call = first; call <= last; ++call) {
                 const TemporaryFolder folder;
