@@ -9,6 +9,10 @@ namespace meetingcore {
 
 namespace {
 
+/// By how many tokens one value more or less may change a prompt beside the value's own: those at its two ends,
+/// which may be cut differently next to another neighbour.
+constexpr std::ptrdiff_t uncertainty = 8;
+
 class Packer {
 public:
     Packer(std::span<const std::string> values, const PromptBuilder& prompt, TextModel& model,
@@ -46,8 +50,18 @@ private:
         if (promptBytes(begin, fits) > maximumPromptBytes) failForSize();
         while (fails - fits > 1) {
             const auto end = std::clamp(estimatedEnd(begin), fits + 1, fails - 1);
-            const bool fit = promptBytes(begin, end) <= maximumPromptBytes && count(begin, end) <= budget_;
-            (fit ? fits : fails) = end;
+            if (promptBytes(begin, end) > maximumPromptBytes) {
+                fails = end;
+                continue;
+            }
+            const auto tokens = count(begin, end);
+            if (tokens <= budget_) {
+                fits = end;
+                if (end < values_.size() && tokens + estimate(end) - uncertainty > budget_) fails = end + 1;
+            } else {
+                fails = end;
+                if (tokens - estimate(end - 1) + uncertainty <= budget_) fits = std::max(fits, end - 1);
+            }
         }
         // Adding values one by one, this is the next prompt that would have been built.
         if (fails <= values_.size() && promptBytes(begin, fails) > maximumPromptBytes) failForSize();
@@ -59,6 +73,8 @@ private:
         const auto past = std::upper_bound(estimates_.begin(), estimates_.end(), limit);
         return static_cast<std::size_t>(std::max<std::ptrdiff_t>(0, past - estimates_.begin() - 1));
     }
+
+    std::ptrdiff_t estimate(std::size_t value) const { return estimates_[value + 1] - estimates_[value]; }
 
     /// Counts the tokens of the array's prompt and corrects the estimates by what they were off.
     std::ptrdiff_t count(std::size_t begin, std::size_t end) {

@@ -75,9 +75,17 @@ void EvidenceSummary::validate(std::span<const TranscriptSegment> segments) cons
     if (count > maximumPoints) throw MeetingError::invalidData("Zu viele Zusammenfassungspunkte.");
     if (count == 0) return;
 
+    // A few points cite few of perhaps a hundred thousand segments.
+    std::unordered_set<UUID> cited;
+    for (const auto* category : categories) {
+        for (const auto& bullet : *category) {
+            cited.insert(bullet.sourceSegmentIDs.begin(), bullet.sourceSegmentIDs.end());
+        }
+    }
     TextByID texts;
-    texts.reserve(segments.size());
-    for (const auto& segment : segments) texts.emplace(segment.id, segment.text);
+    for (const auto& segment : segments) {
+        if (cited.contains(segment.id)) texts.emplace(segment.id, segment.text);
+    }
     for (const auto* category : categories) {
         for (const auto& bullet : *category) validateBullet(bullet, texts);
     }
