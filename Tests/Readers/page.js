@@ -58,6 +58,8 @@ expect("in sight", box.top >= document.querySelector(".tools").offsetHeight && b
 expect("all again", shownSegments(), data.texts);
 
 // Times: one form at a time, switched by the button.
+// A block that the browser has not come to show yet has no inner text.
+all(".block").forEach((block) => { block.style.contentVisibility = "visible"; });
 const times = () => all(".block .at").map((time) => time.innerText.trim());
 expect("elapsed", times().slice(0, 2), data.elapsed);
 document.getElementById("times").click();
