@@ -278,6 +278,46 @@ std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
     return results;
 }
 
+std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jobStatsBySession() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("SELECT session_id,status,COUNT(*) FROM jobs GROUP BY session_id,status", {});
+    std::unordered_map<UUID, std::map<std::string, std::int64_t>> stats;
+    while (row.step()) {
+        if (const auto session = UUID::parse(row.text(0))) stats[*session][row.text(1)] = row.integer(2);
+    }
+    return stats;
+}
+
+std::vector<JobRecord> SQLiteJobStore::jobs(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(
+        "SELECT id,kind,status,attempts,payload,last_error FROM jobs WHERE session_id=? ORDER BY created_at,id",
+        {session.string()});
+    std::vector<JobRecord> jobs;
+    while (row.step()) {
+        jobs.push_back({row.text(0), row.text(1), row.text(2), row.integer(3), row.text(4),
+                        row.isNull(5) ? std::nullopt : std::optional(row.text(5))});
+    }
+    return jobs;
+}
+
+std::int64_t SQLiteJobStore::expiredLeases(Date now) {
+    const std::scoped_lock guard(lock_);
+    auto row =
+        open().prepare("SELECT COUNT(*) FROM jobs WHERE status='running' AND lease_until<?", {seconds(now)});
+    return row.step() ? row.integer(0) : 0;
+}
+
+std::vector<std::string> SQLiteJobStore::integrityProblems() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("PRAGMA integrity_check", {});
+    std::vector<std::string> problems;
+    while (row.step()) {
+        if (const auto line = row.text(0); line != "ok") problems.push_back(line);
+    }
+    return problems;
+}
+
 std::int64_t SQLiteJobStore::jobCount() {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare("SELECT COUNT(*) FROM jobs", {});

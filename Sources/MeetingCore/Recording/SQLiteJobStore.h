@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "MeetingCore/Platform/FileManager.h"
@@ -37,6 +38,16 @@ struct JobLease {
     WorkItem item;
     UUID token;                ///< fresh for every claim
     std::int64_t attempt = 0;  ///< counts from 1, this claim included
+};
+
+/// A job as it stands in the queue.
+struct JobRecord {
+    std::string id;
+    std::string kind;
+    std::string status;  ///< "pending", "running", "completed" or "failed"
+    std::int64_t attempts = 0;
+    std::string payloadJSON;
+    std::optional<std::string> lastError;
 };
 
 /// The durable work queue of a meeting library, one SQLite file: registered chunks, jobs under leases, and
@@ -96,11 +107,23 @@ public:
     /// Number of jobs by status word ("pending", "running", "completed", "failed"), for one session or all.
     std::map<std::string, std::int64_t> jobStats(const std::optional<UUID>& session = std::nullopt);
 
+    /// The same for every session that has jobs.
+    std::unordered_map<UUID, std::map<std::string, std::int64_t>> jobStatsBySession();
+
     /// The result of a completed job.
     std::optional<std::string> result(const std::string& id);
 
     /// For each transcription job of the session, oldest first: its result, else the last archived one.
     std::vector<std::string> completedResults(const UUID& session);
+
+    /// The session's jobs, oldest first.
+    std::vector<JobRecord> jobs(const UUID& session);
+
+    /// How many jobs are running under a lease that ended before now.
+    std::int64_t expiredLeases(Date now);
+
+    /// What SQLite's own check of the whole file finds; empty where it is sound. Reads all of it.
+    std::vector<std::string> integrityProblems();
 
     std::int64_t jobCount();
     std::int64_t registeredChunkCount();
