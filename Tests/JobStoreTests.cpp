@@ -209,6 +209,7 @@ TEST_F(JobStoreTest, LeaseEndsJustAfterItsLastInstant) {
         EXPECT_EQ(failureOf([&] { store().finish(lease, "{}", after); }), staleLease);
         EXPECT_EQ(failureOf([&] { store().fail(lease, "x", after); }), staleLease);
         EXPECT_EQ(failureOf([&] { store().renew(lease, after, 60); }), staleLease);
+        EXPECT_EQ(failureOf([&] { store().release(lease, "x", after); }), staleLease);
         auto foreign = lease;
         foreign.token = UUID::random();
         EXPECT_EQ(failureOf([&] { store().finish(foreign, "{}", noon); }), staleLease);
@@ -247,6 +248,10 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
         {"fail",
          [&](auto& l) { store().fail(l, "x", noon); },
          {"pending", "failed", "completed", "failed"},
+         staleLease},
+        {"release",
+         [&](auto& l) { store().release(l, "x", noon); },
+         {"pending", "pending", "completed", "failed"},
          staleLease},
         {"renew", [&](auto& l) { store().renew(l, noon, 9); }, states, staleLease},
         {"recover",
@@ -291,6 +296,9 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
             }
             if (event.after[i] == "pending") {
                 EXPECT_EQ(column(where, "result IS NULL"), "1") << where;
+            }
+            if (event.name == "release" && i == 1) {
+                EXPECT_EQ(column(where, "last_error||attempts"), "x1");
             }
             if (event.name == "retire" && i != 2) {
                 EXPECT_EQ(column(where, "last_error"), "Audio bewusst entfernt");

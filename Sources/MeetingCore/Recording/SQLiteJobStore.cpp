@@ -41,7 +41,7 @@ std::string seconds(Date date) { return number::plain(date.secondsSince1970()); 
 bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && leaseSeconds > 0; }
 
 void requireLeaseHeld(std::int64_t changedRows) {
-    if (changedRows != 1) throw MeetingError::database("Veraltete oder unbekannte Worker-Lease.");
+    if (changedRows != 1) throw MeetingError::database(SQLiteJobStore::lostLease);
 }
 
 }  // namespace
@@ -164,6 +164,14 @@ void SQLiteJobStore::fail(const JobLease& lease, const std::string& message, Dat
         "UPDATE jobs SET status='failed',last_error=?,lease_token=NULL,lease_until=NULL "
         "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
         {text::prefix(message, maximumErrorCharacters), lease.item.id, lease.token.string(), seconds(now)}));
+}
+
+void SQLiteJobStore::release(const JobLease& lease, const std::string& reason, Date now) {
+    const std::scoped_lock guard(lock_);
+    requireLeaseHeld(open().update(
+        "UPDATE jobs SET status='pending',last_error=?,lease_token=NULL,lease_until=NULL "
+        "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
+        {text::prefix(reason, maximumErrorCharacters), lease.item.id, lease.token.string(), seconds(now)}));
 }
 
 std::int64_t SQLiteJobStore::recoverExpired(Date now) {

@@ -48,6 +48,10 @@ struct JobLease {
 /// arguments, else `database`, with SQLite's own message where the store has none. Times come from the caller.
 class SQLiteJobStore {
 public:
+    /// The message of the error in which finish, renew, fail and release end when the lease has expired or is
+    /// not the job's own.
+    static constexpr const char* lostLease = "Veraltete oder unbekannte Worker-Lease.";
+
     /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
@@ -73,6 +77,10 @@ public:
 
     /// Ends a leased job as failed with the first 2000 characters of the message.
     void fail(const JobLease& lease, const std::string& message, Date now);
+
+    /// Gives a leased job back unfinished: pending again at once, its attempt counted, with the first 2000
+    /// characters of the reason as its last error.
+    void release(const JobLease& lease, const std::string& reason, Date now);
 
     /// Makes jobs whose lease ended before now pending again; returns their number.
     std::int64_t recoverExpired(Date now);
