@@ -1,4 +1,6 @@
+#include <atomic>
 #include <csignal>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -11,12 +13,14 @@
 #include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Platform/Subprocess.h"
+#include "MeetingCore/Summary/SummaryProcess.h"
 #include "Support/Failure.h"
 #include "Support/TemporaryFolder.h"
 
 namespace meetingcore {
 namespace {
 
+namespace fs = std::filesystem;
 using End = SubprocessResult::End;
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
@@ -187,6 +191,58 @@ TEST(Subprocess, EndsOnARequestFromAnotherThread) {
     while (started < 4) std::this_thread::yield();
     all.request();
     for (auto& thread : threads) thread.join();
+}
+
+/// A worker that runs a script, and what became of it.
+class SummaryProcessTest : public ::testing::Test {
+protected:
+    std::string run(const std::string& script, bool titleOnly = false) {
+        std::ofstream(program_) << "#!/bin/sh\n" << script << "\n";
+        fs::permissions(program_, fs::perms::owner_all);
+        states_.clear();
+        const SummaryProcess::Task task{session_, "Daten", "Modelle", titleOnly, program_};
+        bool finished = false;
+        const auto failure = failureOf([&] {
+            finished = SummaryProcess::run(task, stop_, [&](auto state) {
+                states_ += std::string(json::nameOf(state)) + " ";
+                if (state == SummaryProcess::State::titling) stop_.request();
+            });
+        });
+        return failure != "no failure" ? failure : finished ? "finished" : "stopped";
+    }
+
+    static std::string line(const std::string& state, const std::string& more = "") {
+        return R"(echo '{"state":")" + state + R"(","version":"1")" + more + "}'; ";
+    }
+
+    TemporaryFolder folder_;
+    fs::path program_ = folder_.path() / "Worker";
+    UUID session_ = UUID::random();
+    StopRequest stop_;
+    std::string states_;
+};
+
+TEST_F(SummaryProcessTest, FollowsTheWorkerToItsResult) {
+    const auto words = "--protocol 1 --session " + session_.string() + " --root " +
+                       fs::absolute("Daten").string() + " --models " + fs::absolute("Modelle").string();
+    const auto expected = [](const std::string& all) { return "[ \"$*\" = '" + all + "' ] || exit 9; "; };
+    EXPECT_EQ(run(expected(words) + line("loadingSummary") + line("summarizing") + "echo Unsinn; " +
+                  line("dreaming") + R"(echo '{"state":"titling","version":"2"}'; )" + line("summarizing") +
+                  line("summaryFinished")),
+              "finished");
+    EXPECT_EQ(states_, "loadingSummary summarizing summarizing summaryFinished ");
+    EXPECT_EQ(run(expected(words + " --title-only") + line("titleFinished"), true), "finished");
+}
+
+TEST_F(SummaryProcessTest, SaysWhyThereIsNoResult) {
+    const std::string withoutResult = "Die lokale KI-Verarbeitung endete ohne Ergebnis: ";
+    EXPECT_EQ(run(line("failed", R"(,"message":"Noch kein Transkript zum Zusammenfassen.")") + "exit 1"),
+              "Noch kein Transkript zum Zusammenfassen.");
+    EXPECT_EQ(run(line("summarizing") + "echo kaputt >&2; exit 1"), withoutResult + "Status 1: kaputt");
+    EXPECT_EQ(run(line("summaryFinished") + "kill -9 $$"), withoutResult + "Signal 9.");
+    EXPECT_EQ(run(line("titleFinished")), withoutResult + "Status 0.");
+    EXPECT_EQ(run(line("failed") + "exit 1"), withoutResult + "Status 1.");
+    EXPECT_EQ(run(line("titling") + "sleep 60", true), "stopped");
 }
 
 }  // namespace
