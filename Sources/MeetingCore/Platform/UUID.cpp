@@ -1,5 +1,9 @@
 #include "MeetingCore/Platform/UUID.h"
 
+#include <algorithm>
+#include <stdexcept>
+
+#include <openssl/evp.h>
 #include <uuid/uuid.h>
 
 namespace meetingcore {
@@ -25,6 +29,21 @@ constexpr auto hexValues = [] {
 UUID UUID::random() {
     UUID id;
     uuid_generate_random(id.bytes_.data());
+    return id;
+}
+
+// Of the libraries behind <uuid/uuid.h>, not all know names.
+UUID UUID::derived(const UUID& space, std::string_view name) {
+    std::string input(space.bytes_.begin(), space.bytes_.end());
+    input += name;
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    if (EVP_Digest(input.data(), input.size(), digest.data(), nullptr, EVP_sha1(), nullptr) != 1) {
+        throw std::runtime_error("SHA-1 ist auf diesem System nicht verfügbar.");
+    }
+    UUID id;
+    std::copy_n(digest.begin(), id.bytes_.size(), id.bytes_.begin());
+    id.bytes_[6] = static_cast<std::uint8_t>((id.bytes_[6] & 0x0F) | 0x50);  // the version
+    id.bytes_[8] = static_cast<std::uint8_t>((id.bytes_[8] & 0x3F) | 0x80);  // the variant
     return id;
 }
 

@@ -21,6 +21,10 @@ public:
     /// A fresh random identifier (version 4).
     static UUID random();
 
+    /// The identifier that a name has within a namespace (version 5, RFC 4122 §4.3): the same two always give
+    /// the same one, so that what is made again from the same input keeps its identifier.
+    static UUID derived(const UUID& space, std::string_view name);
+
     /// Reads the canonical 8-4-4-4-12 form in either case; nothing for any other text, braces and blanks
     /// included.
     static std::optional<UUID> parse(std::string_view text);

@@ -1,5 +1,6 @@
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <sys/stat.h>
@@ -42,6 +43,41 @@ bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && 
 
 void requireLeaseHeld(std::int64_t changedRows) {
     if (changedRows != 1) throw MeetingError::database(SQLiteJobStore::lostLease);
+}
+
+void requireUsableLease(double leaseSeconds) {
+    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Die Lease-Dauer muss positiv sein.");
+}
+
+/// Takes the job that the query, which reads a pending job's id, session, kind, payload and attempts, finds
+/// first.
+std::optional<JobLease> claimFirst(SQLiteConnection& db, const char* query, SQLiteStatement::Values values,
+                                   Date now, double leaseSeconds) {
+    std::optional<JobLease> lease;
+    db.transaction([&] {
+        {
+            auto row = db.prepare(query, values);
+            if (!row.step()) return;
+            const auto session = UUID::parse(row.text(1));
+            if (!session) throw MeetingError::database("Ungültige Sitzung im Auftrag.");
+            lease =
+                JobLease{{row.text(0), *session, row.text(2), row.text(3)}, UUID::random(), row.integer(4) + 1};
+        }
+        const auto changed = db.update(
+            "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
+            "status='pending'",
+            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
+             lease->item.id});
+        if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
+    });
+    return lease;
+}
+
+JobStatus statusNamed(const std::string& word) {
+    const auto& words = json::names<JobStatus>;
+    const auto found = std::find(words.begin(), words.end(), word);
+    if (found == words.end()) throw MeetingError::database("Unbekannter Auftragsstatus.");
+    return static_cast<JobStatus>(found - words.begin());
 }
 
 }  // namespace
@@ -114,30 +150,28 @@ void SQLiteJobStore::enqueue(const WorkItem& item) {
 
 std::optional<JobLease> SQLiteJobStore::claimNext(Date now, double leaseSeconds) {
     const std::scoped_lock guard(lock_);
-    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Die Lease-Dauer muss positiv sein.");
-    auto& db = open();
-    std::optional<JobLease> lease;
-    db.transaction([&] {
-        {
-            auto row = db.prepare(
-                "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' ORDER BY "
-                "created_at,id "
-                "LIMIT 1",
-                {});
-            if (!row.step()) return;
-            const auto session = UUID::parse(row.text(1));
-            if (!session) throw MeetingError::database("Ungültige Sitzung im Auftrag.");
-            lease =
-                JobLease{{row.text(0), *session, row.text(2), row.text(3)}, UUID::random(), row.integer(4) + 1};
-        }
-        const auto changed = db.update(
-            "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
-            "status='pending'",
-            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
-             lease->item.id});
-        if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
-    });
-    return lease;
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' "
+                      "ORDER BY created_at,id LIMIT 1",
+                      {}, now, leaseSeconds);
+}
+
+std::optional<JobLease> SQLiteJobStore::claimNext(const UUID& session, Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' "
+                      "AND session_id=? ORDER BY created_at,id LIMIT 1",
+                      {session.string()}, now, leaseSeconds);
+}
+
+std::optional<JobLease> SQLiteJobStore::claim(const std::string& id, Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' AND id=?",
+                      {id}, now, leaseSeconds);
 }
 
 void SQLiteJobStore::finish(const JobLease& lease, const std::string& resultJSON, Date now) {
@@ -217,6 +251,18 @@ void SQLiteJobStore::restartSession(const UUID& session) {
     });
 }
 
+void SQLiteJobStore::restartCompleted(const std::string& id) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    db.transaction([&] {
+        db.update(
+            "INSERT INTO result_history(job_id,session_id,result,created_at) SELECT id,session_id,result,? "
+            "FROM jobs WHERE id=? AND status='completed' AND result IS NOT NULL",
+            {seconds(Date::now()), id});
+        db.update("UPDATE jobs SET status='pending',result=NULL WHERE id=? AND status='completed'", {id});
+    });
+}
+
 void SQLiteJobStore::retireAudio(const UUID& session) {
     const std::scoped_lock guard(lock_);
     auto& db = open();
@@ -264,6 +310,22 @@ std::map<std::string, std::int64_t> SQLiteJobStore::jobStats(const std::optional
     std::map<std::string, std::int64_t> counts;
     while (row.step()) counts[row.text(0)] = row.integer(1);
     return counts;
+}
+
+std::vector<JobState> SQLiteJobStore::jobs(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(
+        "SELECT id,kind,status,attempts,lease_until,last_error FROM jobs WHERE session_id=? ORDER BY "
+        "created_at,id",
+        {session.string()});
+    std::vector<JobState> states;
+    while (row.step()) {
+        JobState state{row.text(0), row.text(1), statusNamed(row.text(2)), row.integer(3), {}, {}};
+        if (!row.isNull(4)) state.leaseUntil = Date::since1970(row.real(4));
+        if (!row.isNull(5)) state.lastError = row.text(5);
+        states.push_back(std::move(state));
+    }
+    return states;
 }
 
 std::optional<std::string> SQLiteJobStore::result(const std::string& id) {

@@ -32,6 +32,24 @@ inline constexpr auto json::fields<WorkItem> = json::record(json::field("id", &W
                                                             json::field("kind", &WorkItem::kind),
                                                             json::field("payloadJSON", &WorkItem::payloadJSON));
 
+enum class JobStatus { pending, running, completed, failed };
+
+template <>
+inline constexpr auto json::names<JobStatus> = std::to_array<std::string_view>({"pending", "running",
+                                                                                "completed", "failed"});
+
+/// Where a job stands.
+struct JobState {
+    std::string id;
+    std::string kind;
+    JobStatus status = JobStatus::pending;
+    std::int64_t attempts = 0;             ///< claims so far
+    std::optional<Date> leaseUntil;        ///< while it is running
+    std::optional<std::string> lastError;  ///< why it failed, or was taken from its worker
+
+    bool operator==(const JobState&) const = default;
+};
+
 /// A worker's right to one job until the lease ends.
 struct JobLease {
     WorkItem item;
@@ -69,6 +87,12 @@ public:
     /// alone.
     std::optional<JobLease> claimNext(Date now, double leaseSeconds);
 
+    /// The same among the jobs of one session.
+    std::optional<JobLease> claimNext(const UUID& session, Date now, double leaseSeconds);
+
+    /// The same for one job: nothing where it is not pending.
+    std::optional<JobLease> claim(const std::string& id, Date now, double leaseSeconds);
+
     /// Completes a leased job with its result, which must be JSON.
     void finish(const JobLease& lease, const std::string& resultJSON, Date now);
 
@@ -91,6 +115,9 @@ public:
     /// Archives the session's results and makes all its jobs pending. Refused while one of them is running.
     void restartSession(const UUID& session);
 
+    /// Archives the result of one completed job and makes it pending; a job in another state stays as it is.
+    void restartCompleted(const std::string& id);
+
     /// Fails the session's unfinished jobs and forgets its chunks, since their audio was removed on purpose.
     void retireAudio(const UUID& session);
 
@@ -103,6 +130,9 @@ public:
 
     /// Number of jobs by status word ("pending", "running", "completed", "failed"), for one session or all.
     std::map<std::string, std::int64_t> jobStats(const std::optional<UUID>& session = std::nullopt);
+
+    /// The session's jobs, oldest first.
+    std::vector<JobState> jobs(const UUID& session);
 
     /// The result of a completed job.
     std::optional<std::string> result(const std::string& id);
