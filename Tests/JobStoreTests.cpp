@@ -11,16 +11,16 @@
 
 #include "MeetingCore/Recording/SQLiteConnection.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
-#include "Support/ForkedProcess.h"
 #include "Support/Failure.h"
+#include "Support/ForkedProcess.h"
 #include "Support/TemporaryFolder.h"
 
 namespace meetingcore {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ForkedProcess;
 using ::testing::ElementsAre;
+using testing::ForkedProcess;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using testing::Signal;
@@ -190,6 +190,45 @@ TEST_F(JobStoreTest, ClaimsTheOldestJobAndBreaksTiesById) {
     EXPECT_THAT(order, ElementsAre("old", "a", "b", "c"));
 }
 
+TEST_F(JobStoreTest, ClaimsWithinASessionAndByIdUnderTheSameRules) {
+    auto foreign = item("0-foreign");
+    foreign.sessionID = otherSession_;
+    store().enqueue(foreign);
+    for (const auto* const id : {"c", "b", "old"}) store().enqueue(item(id));
+    execute("UPDATE jobs SET created_at=CASE id WHEN 'old' THEN 9.5 ELSE 10 END");
+    EXPECT_EQ(store().claimNext(session_, noon, 1)->item.id, "old");
+    const auto lease = store().claim("c", noon, 1).value();
+    EXPECT_EQ(lease.item, item("c"));
+    EXPECT_EQ(column("c", "status||attempts||lease_until||lease_token"),
+              "running11700000001.5" + lease.token.string());
+    EXPECT_EQ(store().claim("c", noon.advanced(9), 1), std::nullopt);  // expired, but not recovered
+    EXPECT_EQ(store().claim("unknown", noon, 1), std::nullopt);
+    EXPECT_EQ(store().claimNext(session_, noon, 1)->item.id, "b");
+    EXPECT_EQ(store().claimNext(session_, noon, 1), std::nullopt);
+    EXPECT_EQ(column("0-foreign", "status||attempts"), "pending0");
+    for (const auto& claim :
+         std::vector<std::function<void()>>{[&] { store().claim("0-foreign", noon, 0); },
+                                            [&] { store().claimNext(session_, noon, HUGE_VAL); }}) {
+        EXPECT_EQ(failureOf(claim, invalidData), "Die Lease-Dauer muss positiv sein.");
+    }
+}
+
+TEST_F(JobStoreTest, TellsWhereJobsStandAndRestartsOnlyWhatIsCompleted) {
+    jobIn("completed", "a");
+    jobIn("running", "b");
+    jobIn("failed", "c");
+    jobIn("pending", "d");
+    for (const auto* const id : {"a", "b", "c", "d"}) store().restartCompleted(id);
+    EXPECT_THAT(store().jobs(session_),
+                ElementsAre(JobState{"a", "transcribe", JobStatus::pending, 1, {}, {}},
+                            JobState{"b", "transcribe", JobStatus::running, 1, noon.advanced(60), {}},
+                            JobState{"c", "transcribe", JobStatus::failed, 1, {}, "kaputt"},
+                            JobState{"d", "transcribe", JobStatus::pending, 0, {}, {}}));
+    EXPECT_EQ(store().result("a"), std::nullopt);
+    EXPECT_THAT(store().completedResults(session_), ElementsAre("{}"));  // shown until the new one arrives
+    EXPECT_THAT(store().jobs(otherSession_), IsEmpty());
+}
+
 TEST_F(JobStoreTest, RefusesAJobOfNoSessionAndLeavesItPending) {
     store().enqueue(item("a"));
     execute("UPDATE jobs SET session_id='keine'");
@@ -209,6 +248,7 @@ TEST_F(JobStoreTest, LeaseEndsJustAfterItsLastInstant) {
         EXPECT_EQ(failureOf([&] { store().finish(lease, "{}", after); }), staleLease);
         EXPECT_EQ(failureOf([&] { store().fail(lease, "x", after); }), staleLease);
         EXPECT_EQ(failureOf([&] { store().renew(lease, after, 60); }), staleLease);
+        EXPECT_EQ(failureOf([&] { store().release(lease, "x", after); }), staleLease);
         auto foreign = lease;
         foreign.token = UUID::random();
         EXPECT_EQ(failureOf([&] { store().finish(foreign, "{}", noon); }), staleLease);
@@ -247,6 +287,10 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
         {"fail",
          [&](auto& l) { store().fail(l, "x", noon); },
          {"pending", "failed", "completed", "failed"},
+         staleLease},
+        {"release",
+         [&](auto& l) { store().release(l, "x", noon); },
+         {"pending", "pending", "completed", "failed"},
          staleLease},
         {"renew", [&](auto& l) { store().renew(l, noon, 9); }, states, staleLease},
         {"recover",
@@ -291,6 +335,9 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
             }
             if (event.after[i] == "pending") {
                 EXPECT_EQ(column(where, "result IS NULL"), "1") << where;
+            }
+            if (event.name == "release" && i == 1) {
+                EXPECT_EQ(column(where, "last_error||attempts"), "x1");
             }
             if (event.name == "retire" && i != 2) {
                 EXPECT_EQ(column(where, "last_error"), "Audio bewusst entfernt");

@@ -503,6 +503,12 @@ TEST(UUID, ReadsEitherCaseAndWritesUpperCase) {
     EXPECT_NE(id, UUID::random());
 }
 
+TEST(UUID, DerivesTheIdentifierOfANameAsOthersDo) {
+    const auto dns = UUID::parse("6BA7B810-9DAD-11D1-80B4-00C04FD430C8").value();
+    EXPECT_EQ(UUID::derived(dns, "www.example.com").string(), "2ED6657D-E927-568B-95E1-2665A8AEA6A2");
+    EXPECT_EQ(UUID::derived(dns, "").string(), "4EBD0208-8328-5D69-8C44-EC50939C0967");
+}
+
 mode_t permissions(const fs::path& path) {
     struct stat info {};
     EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;

@@ -338,10 +338,10 @@ int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
     return problems.empty() ? done : failed;
 }
 
-JobRow rowOf(const JobRecord& job) {
+JobRow rowOf(const JobState& job) {
     JobRow row{.id = job.id,
                .kind = job.kind,
-               .status = job.status,
+               .status = std::string(json::nameOf(job.status)),
                .attempts = job.attempts,
                .source = {},
                .startSeconds = {},

@@ -1,12 +1,10 @@
 #include "MeetingCore/Library/AudioArchive.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <vector>
 
 #include "MeetingCore/Platform/JSONReader.h"
-#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/JoinedAudio.h"
 #include "MeetingCore/Recording/WAV.h"
 
 namespace meetingcore {
@@ -31,15 +29,10 @@ namespace AudioArchive {
 namespace {
 
 constexpr std::int64_t longestSeconds = 86'400;
-constexpr std::size_t pieceBytes = 262'144;  // stays in the processor's cache between reading and writing
 constexpr std::uint64_t maximumManifestBytes = 67'108'864;
 
 fs::path meetingFolder(const UUID& session, const fs::path& root) {
     return root / "Meetings" / session.string();
-}
-
-std::uint64_t firstSample(const AudioChunk& chunk) {
-    return static_cast<std::uint64_t>(std::llround(chunk.startSeconds * audio::sampleRate));
 }
 
 /// The track's chunks by start time, as many as recovery vouches for.
@@ -61,14 +54,6 @@ std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, con
     return chunks;
 }
 
-std::uint64_t totalSamples(const std::vector<AudioChunk>& chunks) {
-    std::uint64_t end = 0;
-    for (const auto& chunk : chunks) {
-        end = std::max(end, firstSample(chunk) + static_cast<std::uint64_t>(chunk.sampleCount));
-    }
-    return end;
-}
-
 class Build {
 public:
     Build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files)
@@ -77,7 +62,7 @@ public:
           folder_(meeting_ / "Audio"),
           track_(json::nameOf(source)),
           chunks_(trackChunks(session, source, root, files)),
-          samples_(totalSamples(chunks_)) {}
+          audio_(chunks_, 0) {}
 
     fs::path run() {
         if (isComplete()) return target();
@@ -107,12 +92,13 @@ private:
     bool isComplete() {
         const auto audio = statusOfFile(target());
         const auto record = statusOfFile(manifest());
-        if (!audio || audio->size != WAV::fileBytes(samples_) || !record || record->size > maximumManifestBytes)
+        if (!audio || audio->size != WAV::fileBytes(audio_.sampleCount()) || !record ||
+            record->size > maximumManifestBytes)
             return false;
         try {
             const auto bytes = files_.read(manifest(), 0, maximumManifestBytes);
             return json::decode<ArchiveManifest>(bytes, quotedName(manifest())).chunks == chunks_ &&
-                   files_.read(target(), 0, WAV::headerBytes) == WAV::header(samples_);
+                   files_.read(target(), 0, WAV::headerBytes) == WAV::header(audio_.sampleCount());
         } catch (const MeetingError&) {
             return false;
         }
@@ -141,40 +127,9 @@ private:
 
     void write(const fs::path& partial) {
         const auto file = files_.createFile(partial);
-        file->write(WAV::header(samples_));
-        std::uint64_t written = 0;
-        for (const auto& chunk : chunks_) {
-            const auto start = firstSample(chunk);
-            const auto end = start + static_cast<std::uint64_t>(chunk.sampleCount);
-            if (start > written) writeSilence(*file, start - written);
-            if (end > std::max(start, written)) {
-                copySamples(*file, chunk, written > start ? written - start : 0);
-                written = end;
-            }
-        }
+        audio_.write(*file, DurableChunkStore(meeting_.parent_path(), files_), files_);
         file->flush();
         file->close();
-    }
-
-    static void writeSilence(FileWriter& file, std::uint64_t samples) {
-        static constexpr std::array<char, pieceBytes> silence{};
-        for (auto left = samples * WAV::bytesPerSample; left > 0;) {
-            const auto count = std::min<std::uint64_t>(left, silence.size());
-            file.write({silence.data(), count});
-            left -= count;
-        }
-    }
-
-    /// All samples of a chunk but the first `skipped`.
-    void copySamples(FileWriter& file, const AudioChunk& chunk, std::uint64_t skipped) {
-        const auto audio = meeting_ / (chunk.id.string() + ".chunk") / "audio.wav";
-        const auto end = WAV::fileBytes(static_cast<std::uint64_t>(chunk.sampleCount));
-        for (auto offset = WAV::fileBytes(skipped); offset < end;) {
-            const auto bytes = files_.read(audio, offset, std::min<std::uint64_t>(end - offset, pieceBytes));
-            if (bytes.empty()) throw MeetingError::storage(quotedName(audio) + " ist zu kurz.");
-            file.write(bytes);
-            offset += bytes.size();
-        }
     }
 
     FileManager& files_;
@@ -182,13 +137,14 @@ private:
     fs::path folder_;
     std::string track_;
     std::vector<AudioChunk> chunks_;
-    std::uint64_t samples_;
+    JoinedAudio audio_;
 };
 
 }  // namespace
 
 bool removed(const UUID& session, const fs::path& root) {
-    std::error_code undecided;  // what cannot be told is no removal: it would let unfinished work pass for finished
+    std::error_code
+        undecided;  // what cannot be told is no removal: it would let unfinished work pass for finished
     return fs::exists(meetingFolder(session, root) / "audio-removed.json", undecided);
 }
 

@@ -44,6 +44,8 @@ std::int64_t SQLiteStatement::integer(int column) const {
     return sqlite3_column_int64(statement_.get(), column);
 }
 
+double SQLiteStatement::real(int column) const { return sqlite3_column_double(statement_.get(), column); }
+
 bool SQLiteStatement::isNull(int column) const {
     return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
 }

@@ -27,6 +27,7 @@ public:
 
     std::string text(int column) const;
     std::int64_t integer(int column) const;
+    double real(int column) const;
     bool isNull(int column) const;
 
 private:

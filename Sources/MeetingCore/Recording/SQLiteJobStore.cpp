@@ -1,5 +1,6 @@
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <sys/stat.h>
@@ -41,7 +42,42 @@ std::string seconds(Date date) { return number::plain(date.secondsSince1970()); 
 bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && leaseSeconds > 0; }
 
 void requireLeaseHeld(std::int64_t changedRows) {
-    if (changedRows != 1) throw MeetingError::database("Veraltete oder unbekannte Worker-Lease.");
+    if (changedRows != 1) throw MeetingError::database(SQLiteJobStore::lostLease);
+}
+
+void requireUsableLease(double leaseSeconds) {
+    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Die Lease-Dauer muss positiv sein.");
+}
+
+/// Takes the job that the query, which reads a pending job's id, session, kind, payload and attempts, finds
+/// first.
+std::optional<JobLease> claimFirst(SQLiteConnection& db, const char* query, SQLiteStatement::Values values,
+                                   Date now, double leaseSeconds) {
+    std::optional<JobLease> lease;
+    db.transaction([&] {
+        {
+            auto row = db.prepare(query, values);
+            if (!row.step()) return;
+            const auto session = UUID::parse(row.text(1));
+            if (!session) throw MeetingError::database("Ungültige Sitzung im Auftrag.");
+            lease =
+                JobLease{{row.text(0), *session, row.text(2), row.text(3)}, UUID::random(), row.integer(4) + 1};
+        }
+        const auto changed = db.update(
+            "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
+            "status='pending'",
+            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
+             lease->item.id});
+        if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
+    });
+    return lease;
+}
+
+JobStatus statusNamed(const std::string& word) {
+    const auto& words = json::names<JobStatus>;
+    const auto found = std::find(words.begin(), words.end(), word);
+    if (found == words.end()) throw MeetingError::database("Unbekannter Auftragsstatus.");
+    return static_cast<JobStatus>(found - words.begin());
 }
 
 }  // namespace
@@ -114,30 +150,28 @@ void SQLiteJobStore::enqueue(const WorkItem& item) {
 
 std::optional<JobLease> SQLiteJobStore::claimNext(Date now, double leaseSeconds) {
     const std::scoped_lock guard(lock_);
-    if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Die Lease-Dauer muss positiv sein.");
-    auto& db = open();
-    std::optional<JobLease> lease;
-    db.transaction([&] {
-        {
-            auto row = db.prepare(
-                "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' ORDER BY "
-                "created_at,id "
-                "LIMIT 1",
-                {});
-            if (!row.step()) return;
-            const auto session = UUID::parse(row.text(1));
-            if (!session) throw MeetingError::database("Ungültige Sitzung im Auftrag.");
-            lease =
-                JobLease{{row.text(0), *session, row.text(2), row.text(3)}, UUID::random(), row.integer(4) + 1};
-        }
-        const auto changed = db.update(
-            "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
-            "status='pending'",
-            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
-             lease->item.id});
-        if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
-    });
-    return lease;
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' "
+                      "ORDER BY created_at,id LIMIT 1",
+                      {}, now, leaseSeconds);
+}
+
+std::optional<JobLease> SQLiteJobStore::claimNext(const UUID& session, Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' "
+                      "AND session_id=? ORDER BY created_at,id LIMIT 1",
+                      {session.string()}, now, leaseSeconds);
+}
+
+std::optional<JobLease> SQLiteJobStore::claim(const std::string& id, Date now, double leaseSeconds) {
+    const std::scoped_lock guard(lock_);
+    requireUsableLease(leaseSeconds);
+    return claimFirst(open(),
+                      "SELECT id,session_id,kind,payload,attempts FROM jobs WHERE status='pending' AND id=?",
+                      {id}, now, leaseSeconds);
 }
 
 void SQLiteJobStore::finish(const JobLease& lease, const std::string& resultJSON, Date now) {
@@ -164,6 +198,14 @@ void SQLiteJobStore::fail(const JobLease& lease, const std::string& message, Dat
         "UPDATE jobs SET status='failed',last_error=?,lease_token=NULL,lease_until=NULL "
         "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
         {text::prefix(message, maximumErrorCharacters), lease.item.id, lease.token.string(), seconds(now)}));
+}
+
+void SQLiteJobStore::release(const JobLease& lease, const std::string& reason, Date now) {
+    const std::scoped_lock guard(lock_);
+    requireLeaseHeld(open().update(
+        "UPDATE jobs SET status='pending',last_error=?,lease_token=NULL,lease_until=NULL "
+        "WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
+        {text::prefix(reason, maximumErrorCharacters), lease.item.id, lease.token.string(), seconds(now)}));
 }
 
 std::int64_t SQLiteJobStore::recoverExpired(Date now) {
@@ -206,6 +248,18 @@ void SQLiteJobStore::restartSession(const UUID& session) {
             "UPDATE jobs SET status='pending',result=NULL,last_error=NULL,lease_token=NULL,lease_until=NULL "
             "WHERE session_id=?",
             {id});
+    });
+}
+
+void SQLiteJobStore::restartCompleted(const std::string& id) {
+    const std::scoped_lock guard(lock_);
+    auto& db = open();
+    db.transaction([&] {
+        db.update(
+            "INSERT INTO result_history(job_id,session_id,result,created_at) SELECT id,session_id,result,? "
+            "FROM jobs WHERE id=? AND status='completed' AND result IS NOT NULL",
+            {seconds(Date::now()), id});
+        db.update("UPDATE jobs SET status='pending',result=NULL WHERE id=? AND status='completed'", {id});
     });
 }
 
@@ -258,6 +312,22 @@ std::map<std::string, std::int64_t> SQLiteJobStore::jobStats(const std::optional
     return counts;
 }
 
+std::vector<JobState> SQLiteJobStore::jobs(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(
+        "SELECT id,kind,payload,status,attempts,lease_until,last_error FROM jobs WHERE session_id=? "
+        "ORDER BY created_at,id",
+        {session.string()});
+    std::vector<JobState> states;
+    while (row.step()) {
+        JobState state{row.text(0), row.text(1), row.text(2), statusNamed(row.text(3)), row.integer(4), {}, {}};
+        if (!row.isNull(5)) state.leaseUntil = Date::since1970(row.real(5));
+        if (!row.isNull(6)) state.lastError = row.text(6);
+        states.push_back(std::move(state));
+    }
+    return states;
+}
+
 std::optional<std::string> SQLiteJobStore::result(const std::string& id) {
     const std::scoped_lock guard(lock_);
     return open().textValue("SELECT result FROM jobs WHERE id=? AND status='completed'", {id});
@@ -286,19 +356,6 @@ std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jo
         if (const auto session = UUID::parse(row.text(0))) stats[*session][row.text(1)] = row.integer(2);
     }
     return stats;
-}
-
-std::vector<JobRecord> SQLiteJobStore::jobs(const UUID& session) {
-    const std::scoped_lock guard(lock_);
-    auto row = open().prepare(
-        "SELECT id,kind,status,attempts,payload,last_error FROM jobs WHERE session_id=? ORDER BY created_at,id",
-        {session.string()});
-    std::vector<JobRecord> jobs;
-    while (row.step()) {
-        jobs.push_back({row.text(0), row.text(1), row.text(2), row.integer(3), row.text(4),
-                        row.isNull(5) ? std::nullopt : std::optional(row.text(5))});
-    }
-    return jobs;
 }
 
 std::int64_t SQLiteJobStore::expiredLeases(Date now) {

@@ -33,21 +33,30 @@ inline constexpr auto json::fields<WorkItem> = json::record(json::field("id", &W
                                                             json::field("kind", &WorkItem::kind),
                                                             json::field("payloadJSON", &WorkItem::payloadJSON));
 
+enum class JobStatus { pending, running, completed, failed };
+
+template <>
+inline constexpr auto json::names<JobStatus> = std::to_array<std::string_view>({"pending", "running",
+                                                                                "completed", "failed"});
+
+/// Where a job stands.
+struct JobState {
+    std::string id;
+    std::string kind;
+    std::string payloadJSON;
+    JobStatus status = JobStatus::pending;
+    std::int64_t attempts = 0;             ///< claims so far
+    std::optional<Date> leaseUntil;        ///< while it is running
+    std::optional<std::string> lastError;  ///< why it failed, or was taken from its worker
+
+    bool operator==(const JobState&) const = default;
+};
+
 /// A worker's right to one job until the lease ends.
 struct JobLease {
     WorkItem item;
     UUID token;                ///< fresh for every claim
     std::int64_t attempt = 0;  ///< counts from 1, this claim included
-};
-
-/// A job as it stands in the queue.
-struct JobRecord {
-    std::string id;
-    std::string kind;
-    std::string status;  ///< "pending", "running", "completed" or "failed"
-    std::int64_t attempts = 0;
-    std::string payloadJSON;
-    std::optional<std::string> lastError;
 };
 
 /// The durable work queue of a meeting library, one SQLite file: registered chunks, jobs under leases, and
@@ -59,6 +68,10 @@ struct JobRecord {
 /// arguments, else `database`, with SQLite's own message where the store has none. Times come from the caller.
 class SQLiteJobStore {
 public:
+    /// The message of the error in which finish, renew, fail and release end when the lease has expired or is
+    /// not the job's own.
+    static constexpr const char* lostLease = "Veraltete oder unbekannte Worker-Lease.";
+
     /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
@@ -76,6 +89,12 @@ public:
     /// alone.
     std::optional<JobLease> claimNext(Date now, double leaseSeconds);
 
+    /// The same among the jobs of one session.
+    std::optional<JobLease> claimNext(const UUID& session, Date now, double leaseSeconds);
+
+    /// The same for one job: nothing where it is not pending.
+    std::optional<JobLease> claim(const std::string& id, Date now, double leaseSeconds);
+
     /// Completes a leased job with its result, which must be JSON.
     void finish(const JobLease& lease, const std::string& resultJSON, Date now);
 
@@ -85,6 +104,10 @@ public:
     /// Ends a leased job as failed with the first 2000 characters of the message.
     void fail(const JobLease& lease, const std::string& message, Date now);
 
+    /// Gives a leased job back unfinished: pending again at once, its attempt counted, with the first 2000
+    /// characters of the reason as its last error.
+    void release(const JobLease& lease, const std::string& reason, Date now);
+
     /// Makes jobs whose lease ended before now pending again; returns their number.
     std::int64_t recoverExpired(Date now);
 
@@ -93,6 +116,9 @@ public:
 
     /// Archives the session's results and makes all its jobs pending. Refused while one of them is running.
     void restartSession(const UUID& session);
+
+    /// Archives the result of one completed job and makes it pending; a job in another state stays as it is.
+    void restartCompleted(const std::string& id);
 
     /// Fails the session's unfinished jobs and forgets its chunks, since their audio was removed on purpose.
     void retireAudio(const UUID& session);
@@ -110,14 +136,14 @@ public:
     /// The same for every session that has jobs.
     std::unordered_map<UUID, std::map<std::string, std::int64_t>> jobStatsBySession();
 
+    /// The session's jobs, oldest first.
+    std::vector<JobState> jobs(const UUID& session);
+
     /// The result of a completed job.
     std::optional<std::string> result(const std::string& id);
 
     /// For each transcription job of the session, oldest first: its result, else the last archived one.
     std::vector<std::string> completedResults(const UUID& session);
-
-    /// The session's jobs, oldest first.
-    std::vector<JobRecord> jobs(const UUID& session);
 
     /// How many jobs are running under a lease that ended before now.
     std::int64_t expiredLeases(Date now);

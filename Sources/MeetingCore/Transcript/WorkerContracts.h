@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "MeetingCore/Platform/StopRequest.h"
 #include "MeetingCore/Recording/Models.h"
 
 namespace meetingcore {
@@ -99,8 +100,12 @@ class Transcribing {
 public:
     virtual ~Transcribing() = default;
 
-    /// Recognises one window, whose samples lie in the chunk store.
-    virtual std::future<SpeechResult> transcribe(const TranscriptionWindow& window) = 0;
+    /// Recognises one window, whose samples lie in the chunk store. Calls for different windows may overlap.
+    /// After a stop request the result is not wanted any more, and any error will do. A MeetingError of the
+    /// kind notConfigured says that no window can be recognised, any other error is about this one. The engine,
+    /// the window and the request outlive the future's shared state.
+    virtual std::future<SpeechResult> transcribe(const TranscriptionWindow& window,
+                                                 const StopRequest& stop) = 0;
 };
 
 /// A diarization engine, fed with one session's audio in order. Calls for one session do not overlap.
