@@ -132,7 +132,7 @@ int importAudio(Shell& shell, const Values& values) {
         }
         recording.project = found->id;
     }
-    const Interruption interruption;
+    const auto& stop = stopOnInterrupt();
     auto bar = shell.progress();
     double before = 0;
     auto current = inputs.front().source;
@@ -141,7 +141,7 @@ int importAudio(Shell& shell, const Values& values) {
             if (track != current) before = inputs.front().file->seconds();
             current = track;
             bar.show((before + seconds) / total, std::string(trackName(track)) + " " + lengthOf(seconds));
-            return !Interruption::requested();
+            return !stop.requested();
         });
     bar.clear();
     if (outcome == RecordingImport::Outcome::stopped) {

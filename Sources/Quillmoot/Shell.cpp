@@ -1,7 +1,6 @@
 #include "Shell.h"
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 
 #include <unistd.h>
@@ -15,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto stopSignals = std::to_array<int>({SIGINT, SIGTERM, SIGHUP});
+StopRequest interrupted;
 
 }  // namespace
 
@@ -77,17 +76,11 @@ fs::path Shell::root() const {
     return fs::absolute(root).lexically_normal();
 }
 
-std::atomic<bool> Interruption::flag_{false};
-
-Interruption::Interruption() {
-    flag_ = false;
+const StopRequest& stopOnInterrupt() {
     struct sigaction action {};
-    action.sa_handler = [](int) { flag_ = true; };
-    for (const auto signal : stopSignals) ::sigaction(signal, &action, nullptr);
-}
-
-Interruption::~Interruption() {
-    for (const auto signal : stopSignals) std::signal(signal, SIG_DFL);
+    action.sa_handler = [](int) { interrupted.request(); };
+    for (const auto signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(signal, &action, nullptr);
+    return interrupted;
 }
 
 }  // namespace meetingcore::quillmoot

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Platform/StopRequest.h"
 #include "MeetingCore/Presentation/RecordingClock.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -106,21 +106,9 @@ private:
     std::function<int()> selected_;
 };
 
-/// Turns Ctrl-C and the other polite ends (SIGINT, SIGTERM, SIGHUP) into a flag while it lives, so that a
-/// command ends between two steps. One at a time.
-class Interruption {
-public:
-    Interruption();
-    ~Interruption();
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
-
-    static bool requested() { return flag_.load(); }
-    static const std::atomic<bool>& flag() { return flag_; }
-
-private:
-    static std::atomic<bool> flag_;
-};
+/// Turns Ctrl-C and the other polite ends (SIGINT, SIGTERM, SIGHUP) into a stop request from now on, so that a
+/// command ends between two steps. The request is the process's only one.
+const StopRequest& stopOnInterrupt();
 
 /// Exit statuses.
 inline constexpr int done = 0;
