@@ -44,7 +44,8 @@ TEST(WAV, TakesOneTo960000Samples) {
 TEST(WAV, RefusesEveryOtherHeaderAndLength) {
     const auto file = WAV::encode(std::vector<std::int16_t>{1, 2, 3});
     WAV::validate(file, 3);
-    for (const auto count : {-1, 0, 2, 4}) {
+    constexpr auto wrapsToThree = std::numeric_limits<std::int64_t>::min() + 3;
+    for (const auto count : std::initializer_list<std::int64_t>{wrapsToThree, -1, 0, 2, 4}) {
         EXPECT_EQ(messageOf([&] { WAV::validate(file, count); }), brokenFile) << count;
     }
     for (std::size_t length = 0; length < file.size(); ++length) {

@@ -82,7 +82,8 @@ void WAV::validateHeader(std::string_view firstBytes, std::uint64_t fileBytes,
                        firstBytes.substr(36, 4) == "data" && is(4, 4, fileBytes - 8) &&
                        is(16, 4, formatBlockBytes) && is(20, 2, pcm) && is(22, 2, channels) &&
                        is(24, 4, sampleRate) && is(28, 4, bytesPerSecond) && is(32, 2, blockAlignment) &&
-                       is(34, 2, bitsPerSample) && is(40, 4, bytesPerSample * samples);
+                       is(34, 2, bitsPerSample) && is(40, 4, bytesPerSample * samples) &&
+                       expectedSampleCount >= 0;
     if (!valid) {
         throw MeetingError::invalidData("WAV-Datei ist beschädigt oder hat ein unerwartetes Format.");
     }
