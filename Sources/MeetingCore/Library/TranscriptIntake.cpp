@@ -1,0 +1,229 @@
+#include "MeetingCore/Library/TranscriptIntake.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "MeetingCore/Library/SpeakerIntake.h"
+#include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Transcript/FileProblems.h"
+
+namespace meetingcore::TranscriptIntake {
+
+namespace {
+
+/// Longer than a busy database may take, and short enough to wait for after a crash.
+constexpr double leaseSeconds = 10;
+constexpr double secondsOutsideAudio = 1;
+
+struct Span {
+    double start;
+    double end;
+};
+
+bool fits(const Span& span, const TranscriptionWindow& window) {
+    return span.start >= window.startSeconds() - SpeechResult::secondsBeforeWindow &&
+           span.end <= window.endSeconds() + SpeechResult::secondsAfterWindow;
+}
+
+struct PlacedWord {
+    const CaptionWord* word;
+    std::size_t window;
+};
+
+class Assignment {
+public:
+    explicit Assignment(std::span<const TranscriptionWindow> windows)
+        : windows_(windows), results_(windows.size()) {
+        for (std::size_t i = 0; i < windows.size(); ++i) results_[i].windowID = windows[i].id();
+    }
+
+    /// False where the caption is outside all audio.
+    bool add(const Caption& caption) {
+        const Span span{caption.startSeconds, caption.endSeconds};
+        const auto window = windowOf(span);
+        if (!window) return false;
+        if (fits(span, windows_[*window]) || !cut(caption)) place(*window, span, caption.text);
+        addWords(caption, *window);
+        return true;
+    }
+
+    std::vector<SpeechResult> take() {
+        for (std::size_t i = 0; i < windows_.size(); ++i) {
+            identify(results_[i], windows_[i].sessionID);
+            results_[i].validate(windows_[i]);
+        }
+        return std::move(results_);
+    }
+
+private:
+    /// The window that shares most time with the span, or lies nearest to it.
+    std::optional<std::size_t> windowOf(const Span& span) const {
+        const auto first = std::partition_point(windows_.begin(), windows_.end(), [&](const auto& window) {
+            return window.endSeconds() < span.start - secondsOutsideAudio;
+        });
+        std::optional<std::size_t> best;
+        double most = -secondsOutsideAudio;
+        for (auto window = first; window != windows_.end(); ++window) {
+            if (window->startSeconds() > span.end + secondsOutsideAudio) break;
+            const auto shared =
+                std::min(span.end, window->endSeconds()) - std::max(span.start, window->startSeconds());
+            if (shared < most) continue;
+            most = shared;
+            best = static_cast<std::size_t>(window - windows_.begin());
+        }
+        return best;
+    }
+
+    void place(std::size_t window, Span span, std::string text) {
+        const auto& target = windows_[window];
+        const auto earliest = std::max(0.0, target.startSeconds() - SpeechResult::secondsBeforeWindow);
+        const auto latest = target.endSeconds() + SpeechResult::secondsAfterWindow;
+        results_[window].segments.push_back({{},
+                                             std::clamp(span.start, earliest, latest),
+                                             std::clamp(span.end, earliest, latest),
+                                             target.source,
+                                             std::nullopt,
+                                             std::move(text)});
+    }
+
+    /// Cuts a caption where its words change from one window to another. Words without times stay with the word
+    /// before.
+    bool cut(const Caption& caption) {
+        const auto windowOfWord = [&](const CaptionWord& word) {
+            return word.startSeconds ? windowOf({*word.startSeconds, *word.endSeconds}) : std::nullopt;
+        };
+        std::optional<std::size_t> window;
+        for (auto word = caption.words.begin(); !window && word != caption.words.end(); ++word) {
+            window = windowOfWord(*word);
+        }
+        if (!window) return false;
+        std::vector<PlacedWord> placed;
+        for (const auto& word : caption.words) {
+            window = windowOfWord(word).value_or(*window);
+            placed.push_back({&word, *window});
+        }
+        for (auto word = placed.begin(); word != placed.end();) {
+            const auto next = std::find_if(
+                word, placed.end(), [&](const PlacedWord& other) { return other.window != word->window; });
+            placePiece(caption, {word, next});
+            word = next;
+        }
+        return true;
+    }
+
+    void placePiece(const Caption& caption, std::span<const PlacedWord> words) {
+        std::optional<Span> span;
+        std::string text;
+        for (const auto& [word, window] : words) {
+            if (!text.empty()) text += ' ';
+            text += word->text;
+            if (!word->startSeconds) continue;
+            span =
+                span ? Span{std::min(span->start, *word->startSeconds), std::max(span->end, *word->endSeconds)}
+                     : Span{*word->startSeconds, *word->endSeconds};
+        }
+        place(words.front().window, span.value_or(Span{caption.startSeconds, caption.endSeconds}),
+              std::move(text));
+    }
+
+    void addWords(const Caption& caption, std::size_t window) {
+        for (const auto& word : caption.words) {
+            if (!word.startSeconds) continue;
+            const auto own = windowOf({*word.startSeconds, *word.endSeconds}).value_or(window);
+            results_[own].words.push_back({word.text, *word.startSeconds, *word.endSeconds});
+        }
+    }
+
+    /// Identifiers follow from the content: corrections stay with a segment that is imported again as it was,
+    /// and leave one that changed.
+    static void identify(SpeechResult& result, const UUID& session) {
+        std::stable_sort(result.segments.begin(), result.segments.end(),
+                         [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
+        std::unordered_set<UUID> taken;
+        for (auto& segment : result.segments) {
+            auto name = result.windowID + json::encode(segment);
+            while (!taken.insert(segment.id = UUID::derived(session, name)).second) name += '+';
+        }
+    }
+
+    std::span<const TranscriptionWindow> windows_;
+    std::vector<SpeechResult> results_;
+};
+
+std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const std::filesystem::path& root,
+                                    FileManager& files) {
+    auto chunks = DurableChunkStore(root / "Meetings", files).recover(session).chunks;
+    std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
+    if (chunks.empty())
+        throw MeetingError::invalidData("Das Meeting hat auf dieser Tonspur keine Audioabschnitte.");
+    return chunks;
+}
+
+[[noreturn]] void refuseBusyJob() {
+    throw MeetingError::database("Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.");
+}
+
+/// The results that are not stored yet, with the state of their jobs.
+std::vector<std::pair<const SpeechResult*, JobStatus>> unfinished(std::span<const SpeechResult> results,
+                                                                  const UUID& session, SQLiteJobStore& database,
+                                                                  Existing existing) {
+    std::unordered_map<std::string, JobStatus> states;
+    for (const auto& job : database.jobs(session)) states.emplace(job.id, job.status);
+    std::vector<std::pair<const SpeechResult*, JobStatus>> open;
+    for (const auto& result : results) {
+        const auto status = states[result.windowID];
+        if (status == JobStatus::running) refuseBusyJob();
+        if (status == JobStatus::completed) {
+            const auto stored = database.result(result.windowID).value_or("");
+            if (json::decode<SpeechResult>(stored, "Das Ergebnis eines Transkriptionsauftrags") == result)
+                continue;
+            if (existing == Existing::refuse) {
+                throw MeetingError::invalidData("Diese Tonspur ist schon transkribiert.");
+            }
+        }
+        open.emplace_back(&result, status);
+    }
+    return open;
+}
+
+void finish(const SpeechResult& result, JobStatus status, SQLiteJobStore& database,
+            const std::function<Date()>& clock) {
+    if (status == JobStatus::completed) database.restartCompleted(result.windowID);
+    if (status == JobStatus::failed) database.retryFailed(result.windowID);
+    const auto lease = database.claim(result.windowID, clock(), leaseSeconds);
+    if (!lease) refuseBusyJob();  // someone was faster
+    database.finish(*lease, json::encode(result), clock());
+}
+
+}  // namespace
+
+std::vector<SpeechResult> assign(const CaptionFile& file, std::span<const TranscriptionWindow> windows) {
+    Assignment assignment(windows);
+    FileProblems problems(file.name, file.placeName);
+    for (const auto& caption : file.captions) {
+        if (!assignment.add(caption)) problems.add(caption.place, "Die Zeit liegt außerhalb der Aufnahme.");
+    }
+    problems.throwIfAny();
+    return assignment.take();
+}
+
+Report take(const UUID& session, AudioSource source, const CaptionFile& file, const std::filesystem::path& root,
+            SQLiteJobStore& database, Existing existing, const std::function<Date()>& clock,
+            FileManager& files) {
+    const auto chunks = trackChunks(session, source, root, files);
+    const auto results = assign(file, WorkScheduler::windows(chunks, /*flushTail=*/true));
+    WorkScheduler::enqueue(chunks, database, /*flushTail=*/true);
+    database.recoverExpired(clock());
+    const auto open = unfinished(results, session, database, existing);
+    for (const auto& [result, status] : open) finish(*result, status, database, clock);
+    SpeakerIntake::settle(session, root, database, files);
+    Report report{results.size(), open.size(), 0};
+    for (const auto& result : results) report.segments += result.segments.size();
+    return report;
+}
+
+}  // namespace meetingcore::TranscriptIntake

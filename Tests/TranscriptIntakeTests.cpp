@@ -1,0 +1,399 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "MeetingCore/Library/SpeakerIntake.h"
+#include "MeetingCore/Library/TranscriptIntake.h"
+#include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Presentation/SubtitleExport.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "Support/CrashingFileManager.h"
+#include "Support/Failure.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TestRecording.h"
+
+namespace meetingcore {
+namespace {
+
+using testing::CrashingFileManager;
+using ::testing::ElementsAre;
+using testing::failureOf;
+using ::testing::HasSubstr;
+using testing::PowerCut;
+
+constexpr auto microphone = AudioSource::microphone;
+constexpr auto meeting = AudioSource::meeting;
+const Date noon = Date::since1970(1'700'000'000);
+const auto atNoon = [] { return noon; };
+
+/// "1-2.5 Anna: Hallo" for each caption, "?" where no speaker is named.
+std::vector<std::string> shown(const CaptionFile& file) {
+    std::vector<std::string> lines;
+    for (const auto& caption : file.captions) {
+        auto line = json::encode(std::vector{caption.startSeconds, caption.endSeconds});
+        lines.push_back(line + " " + caption.speaker.value_or("?") + ": " + caption.text);
+    }
+    return lines;
+}
+
+std::vector<std::string> captionsOf(const std::string& bytes) {
+    return shown(CaptionFile::parse(bytes, "Datei"));
+}
+
+TEST(CaptionFile, ReadsTheHabitsOfEachFormat) {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> files = {
+        {"\xEF\xBB\xBFWEBVTT - Titel\r\nKind: captions\r\n\r\nNOTE 1 -- 2\r\nnichts\r\n\r\nSTYLE\r\n::cue "
+         "{}\r\n\r\n"
+         "0b3f-11/12-0\r\n00:00:01.000 --> 00:00:02.500 align:start\r\n<v Meral "
+         "Ayd\xC4\xB1n>Guten\r\nMorgen</v>\r\n",
+         {"[1,2.5] Meral Aydın: Guten Morgen"}},
+        {"WEBVTT\n\n00:01.5 --> 1:00:02.000\n<v.laut.x A &amp; B><i>5</i> &lt; 6,<00:00:01.700><c.gelb> "
+         "a&#x2192;b&nbsp;&unbekannt; < 3 & <3\n\n00:09.000 --> 00:10.000\n<i> </i>\n",
+         {"[1.5,3602] A & B: 5 < 6, a→b &unbekannt; < 3 & <3"}},
+        {"WEBVTT\r\r00:10.000 --> 00:22.000\r<v A>Ja.</v> <v B>Genau.</v>hm!",
+         {"[10,13] A: Ja.", "[13,19] B: Genau.", "[19,22] ?: hm!"}},
+        {"WEBVTT\n\n1\n00:01.000 --> 00:02.000\nAnna Weber: Hallo\n\n2\n00:02.000 --> 00:03.000\nBernd: Fazit: "
+         "gut\n\n"
+         "3\n00:03.000 --> 00:04.000\nAnna Weber: Schön\n\n4\n00:04.000 --> 00:05.000\nBernd: ja\n",
+         {"[1,2] Anna Weber: Hallo", "[2,3] Bernd: Fazit: gut", "[3,4] Anna Weber: Schön", "[4,5] Bernd: ja"}},
+        {"1\n00:00:01,000 --> 00:00:02,500\n{\\an8}<i>Erste</i>\n<font color=\"red\">Zeile</font> <b\n"
+         "2\n00:00:03.000 --> 00:00:04.000 X1:1\n7 &amp; <x>\n12\n\n00:00:05 --> 00:00:06\nFazit: ohne Zähler",
+         {"[1,2.5] ?: Erste Zeile <b", "[3,4] ?: 7 &amp; <x> 12", "[5,6] ?: Fazit: ohne Zähler"}},
+        {R"({"transcription": [{"timestamps": {"from": "x"}, "offsets": {"from": 1000, "to": 2500}, "text": " Guten Tag."},
+             {"offsets": {"from": 3000, "to": 3000}, "text": " ja", "speaker": "?"}]})",
+         {"[1,2.5] ?: Guten Tag.", "[3,3] ?: ja"}},
+        {R"({"segments": [{"start": 1.5, "end": 2, "text": " Hallo", "speaker": "SPEAKER_00", "words": []},
+             {"start": 2, "end": 3, "text": ""}], "language": "de"})",
+         {"[1.5,2] SPEAKER_00: Hallo"}},
+    };
+    for (const auto& [bytes, expected] : files) EXPECT_EQ(captionsOf(bytes), expected) << bytes;
+}
+
+TEST(CaptionFile, KeepsTheTimesOfWordsThatHaveThem) {
+    const auto tokens = CaptionFile::parse(
+        R"({"transcription": [{"offsets": {"from": 0, "to": 900}, "text": " Guten Tag.", "tokens": [
+        {"text": "[_BEG_]", "offsets": {"from": 0, "to": 0}}, {"text": " Gu", "offsets": {"from": 0, "to": 200}},
+        {"text": "ten", "offsets": {"from": 200, "to": 400}}, {"text": " Tag"}]}]})",
+        "x");
+    EXPECT_THAT(tokens.captions.at(0).words,
+                ElementsAre(CaptionWord{"Guten", 0, 0.4}, CaptionWord{"Tag", {}, {}}));
+    const auto aligned = CaptionFile::parse(
+        R"({"segments": [{"start": 0, "end": 9, "text": "a 3 b", "words": [{"word": "a", "start": 1, "end": 2,
+        "score": 0.5}, {"word": "3"}, {"word": "b", "start": 5, "end": 4}]}]})",
+        "x");
+    EXPECT_THAT(aligned.captions.at(0).words,
+                ElementsAre(CaptionWord{"a", 1, 2}, CaptionWord{"3", {}, {}}, CaptionWord{"b", {}, {}}));
+}
+
+TEST(CaptionFile, NamesEveryWrongPlace) {
+    const auto longText = std::string(20'001, 'x');
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {"WEBVTT\n\n00:61.000 --> 00:02.000\nx\n\n00:03.000 --> 00:02.000\ny\n\nverwaist\n\n00:01.000 --> "
+         "1e9\n\xFF",
+         "a.vtt, Zeile 3: Zeitangabe ist ungültig.\na.vtt, Zeile 6: Das Ende liegt vor dem Anfang.\n"
+         "a.vtt, Zeile 9: Zeitangabe fehlt.\na.vtt, Zeile 11: Zeitangabe ist ungültig.\n"
+         "a.vtt, Zeile 12: Text ist kein gültiges UTF-8."},
+        {"1\r\n00:00:01,000 -->\r\nx\r\n\r\n00:00:01,0000 --> 00:00:02\r\n\r\n00:00:01 --> 00:00:02\r\n" +
+             longText,
+         "a.vtt, Zeile 2: Zeitangabe ist ungültig.\na.vtt, Zeile 5: Zeitangabe ist ungültig.\n"
+         "a.vtt, Zeile 7: Text ist länger als 20.000 Zeichen."},
+        {R"({"segments": [{"start": -1, "end": 2, "text": "a"}, {"end": 2, "text": "b"}, {"start": 1, "end": 2},
+            {"start": 2, "end": 1, "text": "c"}]})",
+         "a.vtt, Segment 1: Zeitangabe ist ungültig.\na.vtt, Segment 2: Zeitangabe fehlt.\n"
+         "a.vtt, Segment 3: Text fehlt.\na.vtt, Segment 4: Das Ende liegt vor dem Anfang."},
+        {R"({"segments": [{"start": NaN}]})", "a.vtt ist kein gültiges JSON (Feld „segments[0].start“)."},
+        {R"({"text": "nur Text"})", "a.vtt enthält keine Transkription („transcription“ oder „segments“)."},
+        {"WEBVTTX\n\nText", "a.vtt ist weder WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX."},
+    };
+    for (const auto& [bytes, expected] : files) {
+        EXPECT_EQ(failureOf([&] { CaptionFile::parse(bytes, "a.vtt"); }), expected);
+    }
+    std::string many = "WEBVTT\n";
+    for (int i = 0; i < 22; ++i) many += "\nx --> y\n";
+    const auto message = failureOf([&] { CaptionFile::parse(many, "a"); });
+    EXPECT_THAT(message, HasSubstr("Zeile 41: Zeitangabe ist ungültig.\n2 weitere Fehler."));
+}
+
+/// A meeting whose tracks were recorded: 0–100 s and, after a gap, 110–120 s, in windows 0–60, 60–100 and
+/// 110–120.
+class IntakeTest : public ::testing::Test {
+protected:
+    IntakeTest() {
+        DurableChunkStore store(root.path() / "Meetings");
+        store.createSession(session);
+        for (const auto source : {microphone, meeting}) {
+            std::int64_t sequence = 0;
+            for (const auto& [start, seconds] :
+                 std::vector<std::pair<double, std::int64_t>>{{0, 60}, {60, 40}, {110, 10}}) {
+                const auto chunk = testing::testChunk(session.id, sequence++, start, seconds * 16'000, source);
+                store.commit(chunk, testing::samplesOf(chunk));
+                chunks.push_back(chunk);
+            }
+        }
+        WorkScheduler::enqueue(chunks, database, true);
+    }
+
+    std::vector<TranscriptionWindow> windows(AudioSource source) const {
+        auto all = WorkScheduler::windows(chunks, true);
+        std::erase_if(all, [&](const auto& window) { return window.source != source; });
+        return all;
+    }
+
+    TranscriptIntake::Report take(AudioSource source, const CaptionFile& file,
+                                  TranscriptIntake::Existing existing = TranscriptIntake::Existing::refuse) {
+        return TranscriptIntake::take(session.id, source, file, root.path(), database, existing, atNoon);
+    }
+
+    SpeakerIntake::Report takeSpeakers(AudioSource source, const std::string& bytes,
+                                       const std::optional<std::string>& recording = {}) {
+        return SpeakerIntake::take(session.id, source, SpeakerTurnFile::parse(bytes, "a.rttm"), recording,
+                                   root.path(), database);
+    }
+
+    TranscriptDocument load() { return TranscriptStorage::load(session.id, root.path(), database); }
+
+    std::filesystem::path edits() const {
+        return TranscriptStorage::sessionDirectory(root.path(), session.id) / "transcript-edits.json";
+    }
+
+    /// "Sprecher 1: Hallo" for each segment.
+    std::vector<std::string> lines() {
+        std::vector<std::string> lines;
+        const auto document = load();
+        for (const auto& segment : document.segments) {
+            lines.push_back(document.speakerLabel(segment) + ": " + segment.text);
+        }
+        return lines;
+    }
+
+    testing::TemporaryFolder root;
+    MeetingSession session = testing::testSession();
+    SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
+    std::vector<AudioChunk> chunks;
+};
+
+CaptionFile captions(std::vector<Caption> list) {
+    CaptionFile file{"a.vtt", "Zeile", std::move(list)};
+    for (std::size_t i = 0; i < file.captions.size(); ++i) file.captions[i].place = i + 1;
+    return file;
+}
+
+Caption caption(double start, double end, const std::string& text = "x", std::vector<CaptionWord> words = {}) {
+    return {start, end, text, std::nullopt, std::move(words), 0};
+}
+
+TEST_F(IntakeTest, GivesCaptionsToTheWindowsTheyFallInto) {
+    struct Case {
+        Caption caption;
+        std::vector<std::string> segments;  ///< "window start-end text"
+    };
+    const std::vector<CaptionWord> words = {
+        {"drei", {}, {}}, {"alte", 57, 58}, {"7", {}, {}}, {"neue", 60.5, 62}};
+    const std::vector<Case> cases = {
+        {caption(0, 2), {"0 [0,2] x"}},
+        {caption(59, 60.5), {"0 [59,60.5] x"}},    // as far as a result may reach
+        {caption(59, 60.75), {"0 [59,60.5] x"}},   // further: cut
+        {caption(59, 61), {"1 [59.9,61] x"}},      // the middle is the border
+        {caption(60, 60), {"1 [60,60] x"}},        // starts belong to windows, ends do not
+        {caption(40, 200), {"1 [59.9,100.5] x"}},  // most of it
+        {caption(57, 62, "drei alte 7 neue", words), {"0 [57,58] drei alte 7", "1 [60.5,62] neue"}},
+        {caption(57, 60.25, "drei alte 7 neue", words), {"0 [57,60.25] drei alte 7 neue"}},
+        {caption(101, 101.5), {"1 [100.5,100.5] x"}},  // in the gap, but near
+        {caption(120.5, 124), {"2 [120.5,120.5] x"}},
+    };
+    const auto track = windows(meeting);
+    for (const auto& [given, expected] : cases) {
+        std::vector<std::string> placed;
+        const auto results = TranscriptIntake::assign(captions({given}), track);
+        for (std::size_t i = 0; i < results.size(); ++i) {
+            for (const auto& segment : results[i].segments) {
+                placed.push_back(std::to_string(i) + " " +
+                                 json::encode(std::vector{segment.startSeconds, segment.endSeconds}) + " " +
+                                 segment.text);
+            }
+        }
+        EXPECT_EQ(placed, expected) << given.startSeconds;
+        EXPECT_EQ(results, TranscriptIntake::assign(captions({given}), track));
+    }
+    EXPECT_EQ(
+        failureOf([&] {
+            TranscriptIntake::assign(captions({caption(103, 105), caption(1, 2), caption(122, 123)}), track);
+        }),
+        "a.vtt, Zeile 1: Die Zeit liegt außerhalb der Aufnahme.\n"
+        "a.vtt, Zeile 3: Die Zeit liegt außerhalb der Aufnahme.");
+}
+
+TEST_F(IntakeTest, FinishesTheTrackAndLeavesTheOtherAlone) {
+    const auto file = captions({caption(61, 62, "zwei"), caption(1, 2, "eins"), caption(1, 2, "eins")});
+    const auto report = take(meeting, file);
+    EXPECT_EQ(report.windows, 3U);
+    EXPECT_EQ(report.finished, 3U);
+    EXPECT_EQ(report.segments, 3U);
+    EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: eins", "Meeting-Ton: zwei"));
+    EXPECT_FALSE(load().diarizationPending());
+    for (const auto& window : windows(microphone))
+        EXPECT_TRUE(database.claim(window.id(), noon, 1)) << window.id();
+    EXPECT_EQ(take(meeting, file).finished, 0U);
+}
+
+TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
+    const auto file = captions({caption(1, 2, "eins"), caption(61, 62, "zwei")});
+    const auto track = windows(meeting);
+    const auto results = TranscriptIntake::assign(file, track);
+    const auto finish = [&](std::size_t i) {
+        database.finish(database.claim(track[i].id(), noon, 1).value(), json::encode(results[i]), noon);
+    };
+    finish(0);
+    const auto failed = database.claim(track[2].id(), noon, 1).value();
+    database.fail(failed, "kaputt", noon);
+    const auto foreign = database.claim(track[1].id(), noon, 60).value();
+    const std::string busy = "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.";
+    EXPECT_EQ(failureOf([&] { take(meeting, file); }, MeetingError::Kind::database), busy);
+    EXPECT_EQ(database.jobStats(session.id).at("failed"), 1);  // nothing was touched
+    database.renew(foreign, noon, 60);                         // the other worker keeps its lease
+    database.fail(foreign, "Absturz", noon);
+    EXPECT_EQ(take(meeting, file).finished, 2U);
+
+    const auto changed = captions({caption(1, 2, "eins"), caption(61, 62, "neu")});
+    const auto outside = captions({caption(1, 2, "neu"), caption(300, 301)});
+    EXPECT_EQ(failureOf([&] { take(meeting, changed); }), "Diese Tonspur ist schon transkribiert.");
+    EXPECT_THAT(failureOf([&] { take(meeting, outside, TranscriptIntake::Existing::replace); }),
+                HasSubstr("Zeile 2"));
+    EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: zwei"));
+    const auto kept = load().segments[0].id;
+    const auto corrected = load().segments[1].id;
+    EXPECT_EQ(take(meeting, changed, TranscriptIntake::Existing::replace).finished, 1U);
+    EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: neu"));
+    EXPECT_EQ(load().segments[0].id, kept);
+    EXPECT_NE(load().segments[1].id, corrected);  // a correction of the old text must not hit the new one
+}
+
+TEST_F(IntakeTest, CompletesTheTrackWhereverItWasStopped) {
+    const auto file = captions({caption(1, 2, "eins"), caption(61, 62, "zwei"), caption(111, 112, "drei")});
+    bool stopped = true;
+    for (int last = 0; stopped; ++last) {
+        stopped = false;
+        int calls = 0;
+        const auto takeWith = [&](const std::function<Date()>& clock) {
+            TranscriptIntake::take(session.id, meeting, file, root.path(), database,
+                                   TranscriptIntake::Existing::refuse, clock);
+        };
+        try {
+            takeWith([&] {
+                if (calls++ == last) throw PowerCut{};
+                return noon;
+            });
+        } catch (const PowerCut&) {
+            stopped = true;
+        }
+        takeWith([] { return noon.advanced(10.5); });  // the lease of the stopped import has ended
+        EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: zwei", "Meeting-Ton: drei"))
+            << last;
+        EXPECT_EQ(database.jobStats(session.id)["completed"], 3);
+        database.restartSession(session.id);
+        EXPECT_LT(last, 9);
+    }
+}
+
+TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
+    take(microphone, captions({caption(1, 3, "ich"), caption(11, 13, "unklar")}));
+    take(meeting, captions({caption(4, 6, "wir"), caption(7, 9, "alle")}));
+    EXPECT_THAT(lines(), ElementsAre("Ich · Mikrofon: ich", "Meeting-Ton: wir", "Meeting-Ton: alle",
+                                     "Ich · Mikrofon: unklar"));
+    const auto corrected = load().segments[1].id.string();
+    TranscriptStorage::save(TranscriptEdits{{{corrected, "Wir!"}}, {{"9", "alt"}}, UUID::random()}, edits());
+
+    const auto report =
+        takeSpeakers(meeting,
+                     ";; Kommentar\nSPKR-INFO f 1 <NA> <NA> <NA> unknown Bernd <NA>\n"
+                     "SPEAKER f 1 6.5 3 <NA> <NA> SPEAKER_01 <NA> <NA>\n"
+                     "SPEAKER f 1 4 1.5 <NA> <NA> Bernd <NA>\r\nSPEAKER f 1 4.5 1 <NA> <NA> Bernd <NA>\n");
+    EXPECT_EQ(report.speakers, 2U);
+    EXPECT_EQ(report.named, 1U);
+    EXPECT_EQ(report.turns, 2U);  // Bernd's two overlap
+    EXPECT_EQ(load().diarization->version, 1);
+    EXPECT_THAT(lines(), ElementsAre("Ich · Mikrofon: ich", "Bernd: Wir!", "Sprecher 2: alle",
+                                     "Ich · Mikrofon: unklar"));
+    EXPECT_FALSE(load().edits.speakerNames.contains("9"));
+
+    auto named = load().edits;  // the user names the one whom the file does not
+    named.speakerNames["2"] = "Cem";
+    TranscriptStorage::save(named, edits());
+    const std::string voices =
+        "WEBVTT\n\n00:01.000 --> 00:03.000\n<v Anna>ich\n\n00:10.500 --> 00:13.000\n<v Dora>ja\n\n"
+        "00:11.000 --> 00:13.500\n<v Anna>nein\n";
+    for (int repeat = 0; repeat < 2; ++repeat) {
+        EXPECT_EQ(takeSpeakers(microphone, voices).turns, 3U);
+        EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Bernd: Wir!", "Cem: alle", "Mikrofon · unklar: unklar"));
+        EXPECT_FALSE(load().diarizationPending());
+    }
+    EXPECT_EQ(load().diarization->version, 2);
+    EXPECT_EQ(load().diarization->turns.front(), (SpeakerTurn{"mic:1", microphone, 1, 3}));
+
+    takeSpeakers(meeting,
+                 "SPEAKER f 1 4 6 <NA> <NA> Eva <NA> <NA>");  // anew: Bernd's and Cem's numbers are free
+    EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Eva: Wir!", "Eva: alle", "Mikrofon · unklar: unklar"));
+    EXPECT_FALSE(load().edits.speakerNames.contains("2"));
+}
+
+TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
+    take(microphone, captions({caption(1, 3, "ich")}));
+    take(meeting, captions({caption(4, 6, "wir")}));
+    takeSpeakers(meeting, "SPEAKER f 1 4 2 <NA> <NA> Bernd <NA>");
+    const auto before = load();
+    const auto folder = edits().parent_path();
+    bool stopped = true;
+    for (std::size_t change = 0; stopped; ++change) {
+        stopped = false;
+        TranscriptStorage::save(before.edits, edits());
+        TranscriptStorage::save(*before.diarization, folder / "diarization.json");
+        CrashingFileManager files(folder);
+        files.cutPowerAt(change);
+        const auto file = SpeakerTurnFile::parse("SPEAKER f 1 1 2 <NA> <NA> Anna <NA>", "a");
+        try {
+            SpeakerIntake::take(session.id, microphone, file, {}, root.path(), database, files);
+        } catch (const PowerCut&) {
+            stopped = true;
+        }
+        SpeakerIntake::take(session.id, microphone, file, {}, root.path(), database);
+        EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Bernd: wir")) << change;
+        EXPECT_TRUE(stopped || change > 4);
+    }
+}
+
+TEST_F(IntakeTest, RefusesSpeakersThatItCannotPlace) {
+    const std::string two =
+        "SPEAKER links 1 0 1 <NA> <NA> A <NA> <NA>\nSPEAKER rechts 1 2 1 <NA> <NA> B <NA> <NA>\n";
+    EXPECT_EQ(takeSpeakers(meeting, two, "rechts").turns, 1U);
+    const auto before = load().diarization;
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {two, "a.rttm enthält mehrere Aufnahmen: „links“, „rechts“."},
+        {"SPEAKER f 1 x 1 <NA> <NA> A <NA>\n\nSPEAKER f 1 -1 1 <NA> <NA> A <NA>\nSPEAKER f 1 1e308 1e308 - - A "
+         "-\n"
+         "SPEAKER f 1 1 1 <NA> <NA> <NA> <NA>\nSPEAKER f 1 1 1 <NA>\nSprecher 1\n",
+         "a.rttm, Zeile 1: Zeitangabe ist ungültig.\na.rttm, Zeile 3: Zeitangabe ist ungültig.\n"
+         "a.rttm, Zeile 4: Zeitangabe ist ungültig.\na.rttm, Zeile 5: Der Sprecher fehlt.\n"
+         "a.rttm, Zeile 6: Die Zeile hat nicht neun oder zehn Felder.\n"
+         "a.rttm, Zeile 7: Die Zeile ist kein RTTM-Eintrag."},
+        {"WEBVTT\n\n00:01.000 --> 00:03.000\nohne\n", "a.rttm nennt keine Sprecher."},
+    };
+    for (const auto& [bytes, expected] : files) {
+        EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, bytes); }), expected);
+    }
+    EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, two, "oben"); }), "a.rttm enthält keine Aufnahme „oben“.");
+    EXPECT_EQ(load().diarization, before);
+}
+
+TEST_F(IntakeTest, ReadsTheLibrarysOwnSubtitlesBack) {
+    const auto file =
+        captions({caption(1, 2, "5 < 6 & mehr"), caption(3, 4, "<v X> --x"), caption(61, 62, "Ende: gut")});
+    take(meeting, file);
+    takeSpeakers(meeting, "SPEAKER f 1 0 2.5 <NA> <NA> A&B <NA>\nSPEAKER f 1 3 70 <NA> <NA> Cem <NA>\n");
+    EXPECT_THAT(captionsOf(SubtitleExport::webVTT(load())),
+                ElementsAre("[1,2] A&B: 5 < 6 & mehr", "[3,4] Cem: <v X> --x", "[61,62] Cem: Ende: gut"));
+    EXPECT_THAT(
+        captionsOf(SubtitleExport::subRip(load())),
+        ElementsAre("[1,2] ?: A&B: 5 < 6 & mehr", "[3,4] ?: Cem: <v X> --x", "[61,62] ?: Cem: Ende: gut"));
+}
+
+}  // namespace
+}  // namespace meetingcore
