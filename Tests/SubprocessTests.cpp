@@ -72,10 +72,10 @@ TEST(Subprocess, ReportsOutputErrorsAndStatus) {
     };
     for (const auto& [script, status, output, description] : {
              Case{"echo a; printf b; printf 'x\\n  Modell fehlt \\n' >&2; exit 3", 3, "a\nb",
-                  "Status 3:   Modell fehlt"},
+                  "Status 3: Modell fehlt"},
              Case{"kill -9 $$", -9, "", "Signal 9."},
              Case{"cat; exec 1>&- 2>&-; sleep 0.1; exit 7", 7, "", "Status 7."},
-             Case{"printf 'a\\377' >&2; exit 1", 1, "", "Status 1: a\xEF\xBF\xBD"},
+             Case{"printf 'a\\377\\033b' >&2; exit 1", 1, "", "Status 1: a\xEF\xBF\xBD b"},
          }) {
         const auto result = run(shell(script));
         EXPECT_EQ(result.end, End::byItself) << script;
