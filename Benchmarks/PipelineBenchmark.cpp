@@ -8,7 +8,6 @@
 
 #include "Comparison.h"
 #include "GeneratedMeeting.h"
-#include "MeetingCore/Summary/SummaryArtifact.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
 #include "Support/NaivePacking.h"
@@ -75,17 +74,8 @@ void cutting(benchmark::State& state) {
 }
 
 void summarize(const GeneratedMeeting& meeting, CitingModel& model) {
-    SQLiteJobStore database(meeting.database());
-    const auto document = TranscriptStorage::load(meeting.session, meeting.root(), database);
-    const MeetingRun run{meeting.session,
-                         meeting.root(),
-                         meeting.folder(),
-                         database,
-                         document,
-                         SummaryArtifact::fingerprint(document),
-                         0,
-                         model,
-                         [](std::string_view) {}};
+    const SummaryRun of(meeting.session, meeting.root());
+    const MeetingRun run{of, model, [](std::string_view) {}};
     SummaryTask(run).run();
 }
 

@@ -133,7 +133,7 @@ PageData expectationsOf(const ExportSample& sample) {
     data.elapsed = {"00:00:00", "00:00:04"};
     data.clock = {"10:26:53", "10:26:57"};
     for (const char* query :
-         {"strasse", "MULLER zahlen", "ss", "s", "été", "< script", "e ei in", "\U0001F469"}) {
+         {"strasse", "MULLER zahlen", "ss", "s", "été", "< script", "e ei in", "\U0001F469", "\u0301"}) {
         data.searches.push_back(searchFor(query, data.texts));
     }
     addFolding(data);

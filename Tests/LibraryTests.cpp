@@ -100,7 +100,8 @@ TEST(MeetingLibrary, RefusesABrokenSnapshotAndStaysAsItWas) {
         {invalidLibrary, [](auto& s) { s.projects.clear(); }},
         {invalidLibrary, [](auto& s) { s.meetings[1].id = s.meetings[0].id; }},
         {invalidLibrary, [](auto& s) { s.projects.push_back(s.projects[0]); }},
-        {invalidLibrary, [](auto& s) { s.meetings[0].notes = "Notiz \xFF"; }},
+        {"Ein Text enthält ungültige Zeichen und kann nicht gespeichert werden.",
+         [](auto& s) { s.meetings[0].notes = "Notiz \xFF"; }},
         {invalidLibrary, [](auto& s) { s.version = 2; }},
         {"Meeting-Angaben sind zu lang oder ungültig.",
          [](auto& s) {

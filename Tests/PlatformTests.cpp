@@ -147,6 +147,13 @@ TEST(JSONWriter, WritesNumbersInTheirShortestForm) {
     }
 }
 
+TEST(JSONWriter, RefusesTextThatItCouldNotReadBack) {
+    for (const char* text : {"Notiz \xFF", "\xC3", "\xED\xA0\x80", "\xC0\xAF"}) {
+        EXPECT_EQ(failureOf([&] { json::encode(std::string(text)); }),
+                  "Ein Text enthält ungültige Zeichen und kann nicht gespeichert werden.");
+    }
+}
+
 TEST(JSONWriter, EveryDoubleReadsBackToTheSameBits) {
     std::mt19937_64 random(7);
     for (int i = 0; i < 20'000; ++i) {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Summary/RawSummary.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
 #include "SummaryWorker/PromptPacking.h"
-#include "SummaryWorker/RawSummary.h"
 #include "Support/NaivePacking.h"
 #include "Support/VocabularyModel.h"
 

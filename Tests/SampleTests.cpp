@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "MeetingCore/Summary/RawSummary.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
-#include "SummaryWorker/RawSummary.h"
 #include "Support/Process.h"
 #include "Support/SampleMeeting.h"
 #include "Support/TemporaryFolder.h"

@@ -5,11 +5,15 @@ find_package(SQLite3 REQUIRED)
 find_package(LibUUID REQUIRED)
 find_package(Threads REQUIRED)
 
+find_package(PkgConfig REQUIRED)
+
 # For the desktop's trash; without it, moving something there is refused.
-find_package(PkgConfig QUIET)
-if(PkgConfig_FOUND)
-    pkg_check_modules(GIO QUIET IMPORTED_TARGET gio-2.0)
-endif()
+pkg_check_modules(GIO QUIET IMPORTED_TARGET gio-2.0)
+
+# Of the program `quillmoot`: its command line, and reading audio files.
+find_package(CLI11 REQUIRED)
+pkg_check_modules(SndFile REQUIRED IMPORTED_TARGET sndfile)
+pkg_check_modules(SampleRate REQUIRED IMPORTED_TARGET samplerate)
 
 if(MEETING_BUILD_TESTS)
     find_package(GTest REQUIRED)

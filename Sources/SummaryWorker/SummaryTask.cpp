@@ -44,26 +44,28 @@ constexpr std::string_view cacheKeyPrefix = "qwen-summary-v6-source-ids:";
 constexpr int maximumMergePasses = 8;
 
 SummaryInstructions readInstructions(const MeetingRun& run) {
-    const auto file = run.meetingFolder / "summary-request.json";
+    const auto file = run.meeting.folder() / "summary-request.json";
     const SummaryInstructions defaults{std::string(SummaryInstructions::defaultBasePrompt), ""};
-    return TranscriptStorage::readOptional<SummaryInstructions>(file, run.files).value_or(defaults).validated();
+    return TranscriptStorage::readOptional<SummaryInstructions>(file, run.meeting.files())
+        .value_or(defaults)
+        .validated();
 }
 
 }  // namespace
 
 SummaryTask::SummaryTask(const MeetingRun& run)
-    : run_(run), table_(run.document), partsFolder_(run.meetingFolder / "summary-parts") {}
+    : run_(run), table_(run.meeting.document()), partsFolder_(run.meeting.folder() / "summary-parts") {}
 
 void SummaryTask::run() {
     instructions_ = readInstructions(run_);
-    const auto present = run_.files.status(partsFolder_);
+    const auto present = run_.meeting.files().status(partsFolder_);
     if (present && present->kind == FileStatus::Kind::symbolicLink) {
         throw MeetingError::invalidData("Ungültiger Meetingpfad.");  // what was said stays in the library
     }
-    createDirectories(run_.files, partsFolder_);
+    createDirectories(run_.meeting.files(), partsFolder_);
     std::vector<RawSummary> results;
     for (const auto& input : parts()) results.push_back(summarize(input));
-    write(merged(std::move(results)));
+    run_.meeting.writeSummary(table_.checked(merged(std::move(results))), instructions_);
     run_.progress("summaryFinished");
 }
 
@@ -79,7 +81,8 @@ std::vector<std::string> SummaryTask::parts() const {
 }
 
 RawSummary SummaryTask::summarize(const std::string& input) {
-    const auto key = std::string(cacheKeyPrefix) + run_.fingerprint + instructions_.fingerprint() + input;
+    const auto key =
+        std::string(cacheKeyPrefix) + run_.meeting.fingerprint() + instructions_.fingerprint() + input;
     const auto file = partsFolder_ / (ModelCatalog::fingerprint(key) + ".json");
     if (auto result = cached(file)) return *std::move(result);
     run_.progress("summarizing");
@@ -95,7 +98,7 @@ RawSummary SummaryTask::summarize(const std::string& input) {
 /// A damaged entry or one that the transcript does not bear out counts as missing; it will be replaced.
 std::optional<RawSummary> SummaryTask::cached(const std::filesystem::path& file) const {
     try {
-        auto result = TranscriptStorage::readOptional<RawSummary>(file, run_.files);
+        auto result = TranscriptStorage::readOptional<RawSummary>(file, run_.meeting.files());
         if (result) table_.checked(*result);
         return result;
     } catch (const MeetingError&) {
@@ -106,7 +109,7 @@ std::optional<RawSummary> SummaryTask::cached(const std::filesystem::path& file)
 RawSummary SummaryTask::accept(const std::string& answer, const std::filesystem::path& file) const {
     auto result = json::decode<RawSummary>(answer, "Die Antwort des Sprachmodells");
     table_.checked(result);
-    TranscriptStorage::save(result, file, run_.files);
+    TranscriptStorage::save(result, file, run_.meeting.files());
     return result;
 }
 
@@ -147,19 +150,6 @@ std::vector<std::string> SummaryTask::groups(const std::vector<RawSummary>& resu
 bool SummaryTask::fits(const std::string& input) const {
     const auto text = prompt(input);
     return text.size() <= maximumPromptBytes && run_.model.tokenize(text).size() <= promptTokenBudget;
-}
-
-void SummaryTask::write(const RawSummary& result) const {
-    SummaryArtifact artifact;
-    artifact.summary = table_.checked(result);
-    if (run_.currentFingerprint() != run_.fingerprint) {
-        throw MeetingError::invalidData(
-            "Transkript wurde während der Zusammenfassung geändert. Bitte erneut starten.");
-    }
-    artifact.transcriptFingerprint = run_.fingerprint;
-    artifact.createdAt = Date::now();
-    artifact.instructions = instructions_;
-    TranscriptStorage::save(artifact, run_.meetingFolder / "summary.json", run_.files);
 }
 
 }  // namespace meetingcore

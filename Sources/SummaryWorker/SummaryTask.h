@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "MeetingCore/Summary/RawSummary.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
 #include "SummaryWorker/MeetingRun.h"
-#include "SummaryWorker/RawSummary.h"
 
 namespace meetingcore {
 
@@ -33,7 +33,6 @@ private:
     RawSummary merged(std::vector<RawSummary> results);
     std::vector<std::string> groups(const std::vector<RawSummary>& results) const;
     bool fits(const std::string& input) const;
-    void write(const RawSummary& result) const;
 
     const MeetingRun& run_;
     SourceTable table_;

@@ -4,7 +4,7 @@
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
-#include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Summary/SummaryInstructions.h"
 
 namespace meetingcore {
 
@@ -40,7 +40,7 @@ std::vector<TitleSource> everySecond(const std::vector<TitleSource>& sources) {
 }
 
 std::string fittingPrompt(const MeetingRun& run) {
-    auto sources = titleSources(run.document);
+    auto sources = titleSources(run.meeting.document());
     auto prompt = titlePrompt(sources);
     while (run.model.tokenize(prompt).size() > promptTokenBudget && sources.size() >= 2) {
         sources = everySecond(sources);
@@ -75,19 +75,12 @@ std::vector<TitleSource> titleSources(const TranscriptDocument& document) {
 }
 
 void runTitleTask(const MeetingRun& run) {
-    if (run.unfinishedJobs != 0 || run.document.diarizationPending()) {
-        throw MeetingError::invalidData(
-            "Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.");
-    }
+    run.meeting.requireCompleteForTitle();
     const auto prompt = fittingPrompt(run);
     run.progress("titling");
     const auto answer =
         json::decode<RawTitle>(run.model.generate(prompt, true), "Die Antwort des Sprachmodells");
-    const auto artifact = MeetingTitleArtifact::make(run.fingerprint, answer.title);
-    if (run.currentFingerprint() != run.fingerprint) {
-        throw MeetingError::invalidData("Transkript wurde während der Titelerstellung geändert.");
-    }
-    TranscriptStorage::save(artifact, run.meetingFolder / "automatic-title.json", run.files);
+    run.meeting.writeTitle(answer.title);
     run.progress("titleFinished");
 }
 

@@ -9,12 +9,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "MeetingCore/Library/AudioArchive.h"
-#include "MeetingCore/Summary/SummaryArtifact.h"
-#include "MeetingCore/Summary/WorkerLock.h"
+#include "MeetingCore/Summary/SummaryRun.h"
 #include "SummaryWorker/FatalEnd.h"
 #include "SummaryWorker/LanguageModel.h"
-#include "SummaryWorker/MeetingRun.h"
 #include "SummaryWorker/SummaryTask.h"
 #include "SummaryWorker/TitleTask.h"
 
@@ -39,34 +36,12 @@ fs::path fromWorkingDirectory(const fs::path& path) {
     return error ? path : result;
 }
 
-/// The absolute path without symbolic links as far as it exists, without `.` and `..` and without a slash at
-/// its end.
-fs::path resolved(const fs::path& path) {
-    std::error_code error;
-    auto result = fs::weakly_canonical(fromWorkingDirectory(path), error);
-    if (error) result = fromWorkingDirectory(path).lexically_normal();
-    return result.has_filename() ? result : result.parent_path();
-}
-
 UUID requestedSession(std::span<const std::string> arguments) {
     if (argument(arguments, "--protocol") != "1")
         throw MeetingError::invalidData("Ungültiges Summary-Protokoll.");
     const auto session = UUID::parse(argument(arguments, "--session"));
     if (!session) throw MeetingError::invalidData("Ungültiges Summary-Protokoll.");
     return *session;
-}
-
-fs::path meetingFolder(const fs::path& root, const UUID& session) {
-    const auto folder = resolved(TranscriptStorage::sessionDirectory(root, session));
-    if (!folder.native().starts_with(root.native() + "/Meetings/")) {
-        throw MeetingError::invalidData("Ungültiger Meetingpfad.");
-    }
-    return folder;
-}
-
-std::int64_t unfinishedJobs(SQLiteJobStore& database, const UUID& session) {
-    auto counts = database.jobStats(session);
-    return counts["pending"] + counts["running"] + counts["failed"];
 }
 
 /// llama.cpp looks for further backends in the working directory, which may be anybody's, and where a variable
@@ -78,36 +53,16 @@ void leaveWorkingDirectory() {
 
 void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     const auto session = requestedSession(arguments);
-    const auto root = resolved(argument(arguments, "--root"));
+    const auto root = fs::path(argument(arguments, "--root"));
     const auto models = fromWorkingDirectory(argument(arguments, "--models"));
-    const auto folder = meetingFolder(root, session);
-    const WorkerLock lock(root, WorkerLock::Purpose::inference);
-    SQLiteJobStore database(root / "quillmoot.sqlite");
-    const auto unfinished = unfinishedJobs(database, session);
-    const bool audioRemoved = AudioArchive::removed(session, root);
-    if (!audioRemoved && unfinished > 0) {
-        throw MeetingError::invalidData("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.");
-    }
-    const auto document = TranscriptStorage::load(session, root, database);
-    if (document.segments.empty()) throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.");
-    if (!audioRemoved && document.diarizationPending()) {
-        throw MeetingError::invalidData("Die Sprecherzuordnung muss zuerst abgeschlossen sein.");
-    }
-    const auto fingerprint = SummaryArtifact::fingerprint(document);
+    const SummaryRun meeting(session, root);
     progress("loadingSummary");
     leaveWorkingDirectory();
     const auto file = catalog.verify("summary", models);
     LanguageModel model(file.path().string());
     file.requireUnchanged();
-    const MeetingRun task{.session = session,
-                          .root = root,
-                          .meetingFolder = folder,
-                          .database = database,
-                          .document = document,
-                          .fingerprint = fingerprint,
-                          .unfinishedJobs = unfinished,
-                          .model = model,
-                          .progress = [](std::string_view state) { progress(state); }};
+    const MeetingRun task{
+        .meeting = meeting, .model = model, .progress = [](std::string_view state) { progress(state); }};
     const bool titleOnly = std::find(arguments.begin(), arguments.end(), "--title-only") != arguments.end();
     if (titleOnly) {
         runTitleTask(task);

@@ -37,10 +37,6 @@ bool isSound(const LibrarySnapshot& library) {
            });
 }
 
-void requireSound(bool sound) {
-    if (!sound) throw MeetingError::invalidData("Ungültige Bibliotheksdaten.");
-}
-
 MeetingSession readManifest(const fs::path& folder, const UUID& id, FileManager& files) {
     const auto file = folder / "session.json";
     const auto bytes = TranscriptStorage::readBytes(file, files);
@@ -134,11 +130,8 @@ void MeetingLibrary::update(const std::function<void(LibrarySnapshot&)>& body) {
     for (const auto& meeting : changed.meetings) {
         if (meeting.metadata) meeting.metadata->validate();
     }
-    requireSound(isSound(changed));
-    const auto bytes = json::encode(changed);
-    // A text that is no UTF-8 would make the whole file unreadable for the next start.
-    requireSound(simdjson::validate_utf8(bytes));
-    writeAtomically(files_, bytes, file_);
+    if (!isSound(changed)) throw MeetingError::invalidData("Ungültige Bibliotheksdaten.");
+    writeAtomically(files_, json::encode(changed), file_);
     snapshot_ = std::move(changed);
 }
 

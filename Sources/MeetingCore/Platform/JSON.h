@@ -121,10 +121,16 @@ private:
     Keys keys_;
 };
 
+/// Throws MeetingError (invalidData) unless the text is UTF-8.
+void requireUTF8(std::string_view text);
+
+/// Throws MeetingError (invalidData) for a number that is not finite and for a text that is no UTF-8: stored,
+/// it would make its whole file unreadable.
 template <class T>
 std::string encode(const T& value, Keys keys = Keys::declared) {
     std::string out;
     Writer(out, keys).write(value);
+    requireUTF8(out);
     return out;
 }
 

@@ -1,6 +1,8 @@
 #include <array>
 #include <cmath>
 
+#include <simdjson.h>
+
 #include "MeetingCore/Platform/JSON.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/NumberText.h"
@@ -63,6 +65,12 @@ void Writer::write(double value) {
 void Writer::write(float value) {
     requireFinite(std::isfinite(value));
     number::appendJSON(out_, value);
+}
+
+void requireUTF8(std::string_view text) {
+    if (!simdjson::validate_utf8(text))
+        throw MeetingError::invalidData(
+            "Ein Text enthält ungültige Zeichen und kann nicht gespeichert werden.");
 }
 
 }  // namespace meetingcore::json

@@ -50,6 +50,11 @@ std::u16string currentZone() {
 
 void TimeZone::Close::operator()(void* calendar) const { ucal_close(static_cast<UCalendar*>(calendar)); }
 
+std::string TimeZone::currentIdentifier() {
+    const auto zone = currentZone();
+    return {zone.begin(), zone.end()};  // names of zones are ASCII
+}
+
 TimeZone::TimeZone(const std::string& identifier) {
     auto zone = utf16(identifier);
     if (!isKnown(zone)) zone = currentZone();

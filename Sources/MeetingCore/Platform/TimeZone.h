@@ -26,6 +26,9 @@ public:
     /// The system's current zone.
     static TimeZone current() { return TimeZone({}); }
 
+    /// The name of the system's current zone, such as `Europe/Berlin`.
+    static std::string currentIdentifier();
+
     /// Fractions of a second are cut off. An instant that is not finite is taken for the reference date.
     LocalTime local(Date instant) const;
 

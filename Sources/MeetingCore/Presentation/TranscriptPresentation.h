@@ -39,6 +39,10 @@ enum class TranscriptProcessingState {
     complete,
 };
 
+template <>
+inline constexpr auto json::names<TranscriptProcessingState> = std::to_array<std::string_view>(
+    {"loading", "recording", "processing", "waiting", "failed", "interrupted", "partial", "empty", "complete"});
+
 /// What the state follows from.
 struct TranscriptProcessing {
     bool loaded = false;

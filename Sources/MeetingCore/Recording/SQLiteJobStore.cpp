@@ -315,14 +315,14 @@ std::map<std::string, std::int64_t> SQLiteJobStore::jobStats(const std::optional
 std::vector<JobState> SQLiteJobStore::jobs(const UUID& session) {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare(
-        "SELECT id,kind,status,attempts,lease_until,last_error FROM jobs WHERE session_id=? ORDER BY "
-        "created_at,id",
+        "SELECT id,kind,payload,status,attempts,lease_until,last_error FROM jobs WHERE session_id=? "
+        "ORDER BY created_at,id",
         {session.string()});
     std::vector<JobState> states;
     while (row.step()) {
-        JobState state{row.text(0), row.text(1), statusNamed(row.text(2)), row.integer(3), {}, {}};
-        if (!row.isNull(4)) state.leaseUntil = Date::since1970(row.real(4));
-        if (!row.isNull(5)) state.lastError = row.text(5);
+        JobState state{row.text(0), row.text(1), row.text(2), statusNamed(row.text(3)), row.integer(4), {}, {}};
+        if (!row.isNull(5)) state.leaseUntil = Date::since1970(row.real(5));
+        if (!row.isNull(6)) state.lastError = row.text(6);
         states.push_back(std::move(state));
     }
     return states;
@@ -346,6 +346,33 @@ std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
         if (!row.isNull(0)) results.push_back(row.text(0));
     }
     return results;
+}
+
+std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jobStatsBySession() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("SELECT session_id,status,COUNT(*) FROM jobs GROUP BY session_id,status", {});
+    std::unordered_map<UUID, std::map<std::string, std::int64_t>> stats;
+    while (row.step()) {
+        if (const auto session = UUID::parse(row.text(0))) stats[*session][row.text(1)] = row.integer(2);
+    }
+    return stats;
+}
+
+std::int64_t SQLiteJobStore::expiredLeases(Date now) {
+    const std::scoped_lock guard(lock_);
+    auto row =
+        open().prepare("SELECT COUNT(*) FROM jobs WHERE status='running' AND lease_until<?", {seconds(now)});
+    return row.step() ? row.integer(0) : 0;
+}
+
+std::vector<std::string> SQLiteJobStore::integrityProblems() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare("PRAGMA integrity_check", {});
+    std::vector<std::string> problems;
+    while (row.step()) {
+        if (const auto line = row.text(0); line != "ok") problems.push_back(line);
+    }
+    return problems;
 }
 
 std::int64_t SQLiteJobStore::jobCount() {

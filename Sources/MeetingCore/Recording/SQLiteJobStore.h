@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "MeetingCore/Platform/FileManager.h"
@@ -42,6 +43,7 @@ inline constexpr auto json::names<JobStatus> = std::to_array<std::string_view>({
 struct JobState {
     std::string id;
     std::string kind;
+    std::string payloadJSON;
     JobStatus status = JobStatus::pending;
     std::int64_t attempts = 0;             ///< claims so far
     std::optional<Date> leaseUntil;        ///< while it is running
@@ -131,6 +133,9 @@ public:
     /// Number of jobs by status word ("pending", "running", "completed", "failed"), for one session or all.
     std::map<std::string, std::int64_t> jobStats(const std::optional<UUID>& session = std::nullopt);
 
+    /// The same for every session that has jobs.
+    std::unordered_map<UUID, std::map<std::string, std::int64_t>> jobStatsBySession();
+
     /// The session's jobs, oldest first.
     std::vector<JobState> jobs(const UUID& session);
 
@@ -139,6 +144,12 @@ public:
 
     /// For each transcription job of the session, oldest first: its result, else the last archived one.
     std::vector<std::string> completedResults(const UUID& session);
+
+    /// How many jobs are running under a lease that ended before now.
+    std::int64_t expiredLeases(Date now);
+
+    /// What SQLite's own check of the whole file finds; empty where it is sound. Reads all of it.
+    std::vector<std::string> integrityProblems();
 
     std::int64_t jobCount();
     std::int64_t registeredChunkCount();

@@ -109,4 +109,15 @@ std::string EvidenceSummary::sourceQuote(std::span<const UUID> ids,
     return std::string(quote);
 }
 
+bool isBorneOut(const EvidenceBullet& point, std::span<const TranscriptSegment> segments) {
+    EvidenceSummary alone;
+    alone.overview.push_back(point);
+    try {
+        alone.validate(segments);
+        return true;
+    } catch (const MeetingError&) {
+        return false;
+    }
+}
+
 }  // namespace meetingcore

@@ -53,4 +53,7 @@ inline constexpr auto json::fields<EvidenceSummary> = json::record(
     json::field("tasks", &EvidenceSummary::tasks),
     json::field("openQuestions", &EvidenceSummary::openQuestions));
 
+/// Whether the segments, perhaps corrected since, still bear out one point: what `validate` asks of it.
+bool isBorneOut(const EvidenceBullet& point, std::span<const TranscriptSegment> segments);
+
 }  // namespace meetingcore

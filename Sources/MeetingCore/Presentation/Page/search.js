@@ -32,7 +32,7 @@ class SearchableText {
     }
 
     contains(needle) {
-        return this.folded.includes(needle) && (this.isOneToOne || this.hits(needle).length > 0);
+        return needle !== "" && this.folded.includes(needle) && (this.isOneToOne || this.hits(needle).length > 0);
     }
 
     // The occurrences of a folded needle from left to right, as pairs of offsets in the text.

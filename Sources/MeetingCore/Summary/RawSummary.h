@@ -10,7 +10,7 @@
 
 namespace meetingcore {
 
-/// One point of the model's answer. It cites sources by the numbers that the prompt gave them.
+/// One point as an engine delivers it. It cites sources by their numbers.
 struct RawBullet {
     std::string text;
     std::vector<std::string> ids;  ///< "s1", "s2", …
@@ -26,7 +26,8 @@ inline constexpr auto json::fields<RawBullet> = json::record(json::field("text",
                                                              json::field("owner", &RawBullet::owner),
                                                              json::field("dueDate", &RawBullet::dueDate));
 
-/// The model's answer, and the form in which partial results are cached and merged.
+/// An engine's whole answer. The language model's comes as JSON, and partial results are cached and merged in
+/// this form.
 struct RawSummary {
     std::vector<RawBullet> overview;
     std::vector<RawBullet> decisions;
@@ -44,7 +45,7 @@ inline constexpr auto json::fields<RawSummary> = json::record(
     json::field("overview", &RawSummary::overview), json::field("decisions", &RawSummary::decisions),
     json::field("tasks", &RawSummary::tasks), json::field("openQuestions", &RawSummary::openQuestions));
 
-/// One transcript segment as the model sees it.
+/// One transcript segment as an engine sees it.
 struct Source {
     std::string id;       ///< "s" and the segment's position in the document, from 1
     std::string speaker;  ///< its label
@@ -65,7 +66,7 @@ public:
     std::vector<Source> sources() const;
 
     /// The answer with segment identifiers and quotes from the transcript, checked against it. An owner or due
-    /// date that the cited segments do not contain is left out: the model cannot put in a name or a date.
+    /// date that the cited segments do not contain is left out: no engine can put in a name or a date.
     /// Throws MeetingError (invalidData) for unknown sources and whatever the evidence rules refuse.
     EvidenceSummary checked(const RawSummary& raw) const;
 

@@ -1,4 +1,4 @@
-#include "SummaryWorker/RawSummary.h"
+#include "MeetingCore/Summary/RawSummary.h"
 
 #include <algorithm>
 #include <set>

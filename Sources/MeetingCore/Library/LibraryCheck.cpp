@@ -1,0 +1,244 @@
+#include "MeetingCore/Library/LibraryCheck.h"
+
+#include <algorithm>
+#include <set>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+
+namespace meetingcore::LibraryCheck {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr mode_t otherPeople = S_IRWXG | S_IRWXO;
+
+std::string countOf(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+/// What writeAtomically leaves behind when it is cut off.
+bool isInterruptedWrite(const std::string& name) { return name.starts_with('.') && name.ends_with(".tmp"); }
+
+class Check {
+public:
+    Check(const fs::path& root, const ModelCatalog& catalog, const Options& options, Date now)
+        : root_(root), catalog_(catalog), options_(options), now_(now) {}
+
+    std::vector<Finding> run() {
+        if (!checkFolder()) return std::move(findings_);
+        guarded("Bibliothek", [&] { checkLibrary(); });
+        guarded("Datenbank", [&] { checkDatabase(); });
+        guarded("Entferntes Audio", [&] { checkRemovals(); });
+        guarded("Aufnahmen", [&] { checkRecordings(); });
+        guarded("Meetings", [&] { checkMeetings(); });
+        guarded("Reste", [&] { checkLeftovers(); });
+        if (options_.models) checkModels(*options_.models);
+        return std::move(findings_);
+    }
+
+private:
+    void add(Severity severity, std::string topic, std::string text) {
+        findings_.push_back({severity, std::move(topic), std::move(text)});
+    }
+
+    template <class Body>
+    void guarded(const char* topic, const Body& body) {
+        try {
+            body();
+        } catch (const std::exception& error) {
+            add(Severity::error, topic, error.what());
+        }
+    }
+
+    bool checkFolder() {
+        constexpr auto topic = "Datenordner";
+        struct stat status {};
+        if (::stat(root_.c_str(), &status) != 0) {
+            add(Severity::error, topic, root_.string() + ": " + systemErrorText(errno));
+            return false;
+        }
+        if (!S_ISDIR(status.st_mode)) {
+            add(Severity::error, topic, root_.string() + " ist kein Ordner.");
+            return false;
+        }
+        if (::access(root_.c_str(), R_OK | W_OK | X_OK) != 0) {
+            add(Severity::error, topic, root_.string() + ": " + systemErrorText(errno));
+            return ::access(root_.c_str(), R_OK | X_OK) == 0;
+        }
+        add(Severity::fine, topic, root_.string() + " ist lesbar und beschreibbar.");
+        if ((status.st_mode & otherPeople) != 0) {
+            add(Severity::warning, topic, "Andere Benutzer dieses Computers haben Zugriff auf den Ordner.");
+        }
+        return true;
+    }
+
+    void checkLibrary() {
+        const auto file = root_ / "library.json";
+        if (!pathExists(file)) {
+            add(Severity::note, "Bibliothek", "Es gibt noch keine Bibliothek.");
+            return;
+        }
+        library_ = MeetingLibrary::read(file);
+        add(Severity::fine, "Bibliothek",
+            countOf(library_.meetings.size(), "Meeting", "Meetings") + ", " +
+                countOf(library_.projects.size(), "Projekt", "Projekte") + ".");
+    }
+
+    void checkDatabase() {
+        constexpr auto topic = "Datenbank";
+        const auto file = root_ / "quillmoot.sqlite";
+        if (!pathExists(file)) {
+            add(Severity::note, topic, "Es gibt noch keine Aufträge.");
+            return;
+        }
+        database_ = std::make_unique<SQLiteJobStore>(file);
+        const auto problems = database_->integrityProblems();
+        for (const auto& problem : problems) add(Severity::error, topic, problem);
+        if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
+        auto counts = database_->jobStats();
+        const auto open = counts["pending"] + counts["running"];
+        add(open + counts["failed"] == 0 ? Severity::fine : Severity::note, "Aufträge",
+            std::to_string(counts["completed"]) + " abgeschlossen, " + std::to_string(counts["pending"]) +
+                " offen, " + std::to_string(counts["running"]) + " in Arbeit, " +
+                std::to_string(counts["failed"]) + " fehlgeschlagen.");
+        if (const auto expired = database_->expiredLeases(now_); expired > 0 && options_.repair) {
+            const auto count = static_cast<std::size_t>(database_->recoverExpired(now_));
+            add(Severity::repaired, "Aufträge",
+                countOf(count, "abgelaufener Auftrag ist", "abgelaufene Aufträge sind") + " wieder offen.");
+        } else if (expired > 0) {
+            add(Severity::warning, "Aufträge",
+                countOf(static_cast<std::size_t>(expired), "Auftrag gehört", "Aufträge gehören") +
+                    " einem Programm, das sich nicht mehr meldet (--repair gibt sie frei).");
+        }
+    }
+
+    void checkRemovals() {
+        if (!options_.repair || database_ == nullptr) return;
+        const auto recovered = AudioRemoval::recover(root_, *database_, *options_.repair);
+        for (const auto& id : recovered.undone) {
+            add(Severity::repaired, "Entferntes Audio",
+                "Unterbrochenes Entfernen zurückgenommen: " + titleOf(id));
+        }
+        for (const auto& id : recovered.finished) {
+            add(Severity::repaired, "Entferntes Audio", "Unterbrochenes Entfernen beendet: " + titleOf(id));
+        }
+        for (const auto& problem : recovered.problems) add(Severity::error, "Entferntes Audio", problem);
+    }
+
+    void checkRecordings() {
+        constexpr auto topic = "Aufnahmen";
+        const auto meetings = root_ / "Meetings";
+        if (!pathExists(meetings)) return;
+        const auto report = DurableChunkStore(meetings).recover();
+        add(Severity::fine, topic,
+            countOf(report.chunks.size(), "Audioabschnitt", "Audioabschnitte") + " sind vollständig.");
+        for (const auto& folder : report.incompleteDirectories) {
+            add(Severity::note, topic,
+                "Unvollständiger Audioabschnitt, von einem Absturz übrig: " +
+                    folder.lexically_relative(meetings).string());
+        }
+        for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
+        checkScheduled(report.chunks);
+    }
+
+    /// A meeting with a job is one whose windows were planned; the rest of a track may wait for more audio.
+    void checkScheduled(std::span<const AudioChunk> chunks) {
+        if (database_ == nullptr) return;
+        for (const auto& meeting : library_.meetings) {
+            const auto has = [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; };
+            if (meeting.state == "completed" && std::ranges::any_of(chunks, has) &&
+                database_->jobStats(meeting.id).empty()) {
+                add(Severity::warning, "Aufnahmen", "„" + meeting.title + "“ hat Audio, aber keine Aufträge.");
+            }
+        }
+    }
+
+    void checkMeetings() {
+        std::size_t sound = 0;
+        for (const auto& meeting : library_.meetings) {
+            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            if (!pathExists(folder)) {
+                add(Severity::warning, "Meetings", "Der Ordner von „" + meeting.title + "“ fehlt.");
+                continue;
+            }
+            try {
+                if (database_ != nullptr) TranscriptStorage::load(meeting.id, root_, *database_);
+                TranscriptStorage::readOptional<SummaryArtifact>(folder / "summary.json");
+                TranscriptStorage::readOptional<MeetingTitleArtifact>(folder / "automatic-title.json");
+                ++sound;
+            } catch (const MeetingError& error) {
+                add(Severity::error, "Meetings", "„" + meeting.title + "“: " + error.message());
+            }
+        }
+        if (!library_.meetings.empty()) {
+            add(Severity::fine, "Meetings", countOf(sound, "Meeting ist", "Meetings sind") + " lesbar.");
+        }
+    }
+
+    void checkLeftovers() {
+        std::vector<fs::path> leftovers;
+        const auto collect = [&](const fs::path& folder) {
+            for (const auto& entry : fs::directory_iterator(folder)) {
+                if (isInterruptedWrite(entry.path().filename().string())) leftovers.push_back(entry.path());
+            }
+        };
+        collect(root_);
+        for (const auto& meeting : library_.meetings) {
+            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
+                if (fs::is_directory(fs::symlink_status(inner))) collect(inner);
+            }
+        }
+        if (leftovers.empty()) return;
+        const auto what = countOf(leftovers.size(), "Rest eines unterbrochenen Schreibvorgangs",
+                                  "Reste unterbrochener Schreibvorgänge");
+        if (!options_.repair) {
+            add(Severity::note, "Reste", what + " (--repair räumt auf).");
+            return;
+        }
+        for (const auto& file : leftovers) FileManager::system().remove(file);
+        add(Severity::repaired, "Reste", what + " entfernt.");
+    }
+
+    void checkModels(const fs::path& folder) {
+        for (const auto& model : catalog_.models()) {
+            try {
+                catalog_.verify(model.id, folder);
+                add(Severity::fine, "Modelle", model.filename + " ist unversehrt.");
+            } catch (const MeetingError& error) {
+                const bool missing = error.kind() == MeetingError::Kind::notConfigured;
+                add(missing ? Severity::note : Severity::error, "Modelle", error.message());
+            }
+        }
+    }
+
+    std::string titleOf(const UUID& id) const {
+        const auto found = std::ranges::find(library_.meetings, id, &MeetingEntry::id);
+        return found == library_.meetings.end() ? id.string() : "„" + found->title + "“";
+    }
+
+    const fs::path& root_;
+    const ModelCatalog& catalog_;
+    const Options& options_;
+    Date now_;
+    std::vector<Finding> findings_;
+    LibrarySnapshot library_;
+    std::unique_ptr<SQLiteJobStore> database_;
+};
+
+}  // namespace
+
+std::vector<Finding> run(const fs::path& root, const ModelCatalog& catalog, const Options& options, Date now) {
+    return Check(root, catalog, options, now).run();
+}
+
+}  // namespace meetingcore::LibraryCheck

@@ -1,0 +1,51 @@
+#include "MeetingCore/Library/MeetingReference.h"
+
+#include <algorithm>
+
+#include "MeetingCore/Platform/Folding.h"
+#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Platform/Text.h"
+
+namespace meetingcore {
+
+namespace {
+
+constexpr std::size_t shortestBeginning = 4;
+constexpr std::size_t mostNamed = 5;
+
+std::string inQuotes(std::string_view text) { return "„" + std::string(text) + "“"; }
+
+bool beginsWith(const UUID& id, std::string_view beginning) {
+    const auto whole = id.string();
+    return beginning.size() >= shortestBeginning && beginning.size() <= whole.size() &&
+           std::equal(beginning.begin(), beginning.end(), whole.begin(), [](char typed, char digit) {
+               return (typed >= 'a' && typed <= 'f' ? static_cast<char>(typed - 'a' + 'A') : typed) == digit;
+           });
+}
+
+std::string ambiguity(std::string_view reference, const std::vector<const MeetingEntry*>& found) {
+    auto message = "Mehrere Meetings passen zu " + inQuotes(reference) + ":";
+    for (std::size_t i = 0; i < std::min(found.size(), mostNamed); ++i) {
+        message += (i == 0 ? " " : ", ") + found[i]->id.string() + " " + inQuotes(found[i]->title);
+    }
+    if (found.size() > mostNamed) message += " und " + std::to_string(found.size() - mostNamed) + " weitere";
+    return message + ".";
+}
+
+}  // namespace
+
+const MeetingEntry& findMeeting(const LibrarySnapshot& library, std::string_view reference) {
+    const auto wanted = text::trimmed(reference);
+    const auto title = text::folded(wanted);
+    std::vector<const MeetingEntry*> found;
+    for (const auto& meeting : library.meetings) {
+        if (beginsWith(meeting.id, wanted) || text::folded(text::trimmed(meeting.title)) == title) {
+            found.push_back(&meeting);
+        }
+    }
+    if (found.empty()) throw MeetingError::invalidData("Kein Meeting passt zu " + inQuotes(wanted) + ".");
+    if (found.size() > 1) throw MeetingError::invalidData(ambiguity(wanted, found));
+    return *found.front();
+}
+
+}  // namespace meetingcore

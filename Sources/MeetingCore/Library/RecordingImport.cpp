@@ -1,0 +1,171 @@
+#include "MeetingCore/Library/RecordingImport.h"
+
+#include <algorithm>
+#include <array>
+
+#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Library/AudioInputSelection.h"
+#include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/PCMChunkAccumulator.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+
+namespace meetingcore::RecordingImport {
+
+namespace {
+
+constexpr int secondsPerChunk = 60;
+constexpr std::size_t bufferSamples = 16'384;
+constexpr std::int64_t maximumTrackSamples = 24 * 3600 * audio::sampleRate;
+constexpr const char* applicationID = "local.quillmoot.import";
+constexpr const char* clockFile = "recording-clock.json";
+
+/// The namespace of all identifiers that follow from imported audio.
+const UUID importNamespace = *UUID::parse("6B1F5C0E-2D0A-4E8B-9C57-3A6D1E90F4B2");
+
+std::vector<MeetingEntry>::iterator entryOf(LibrarySnapshot& library, const UUID& session) {
+    return std::ranges::find(library.meetings, session, &MeetingEntry::id);
+}
+
+MeetingSession manifest(const Recording& recording) {
+    const auto has = [&](AudioSource source) {
+        return std::ranges::find(recording.tracks, source, &Track::source) != recording.tracks.end();
+    };
+    MeetingSession session;
+    session.id = recording.session;
+    session.createdAt = recording.createdAt;
+    session.title = recording.title;
+    session.applicationBundleID =
+        has(AudioSource::meeting) ? applicationID : std::string(AudioInputSelection::disabledID);
+    if (!has(AudioSource::microphone)) session.microphoneID = AudioInputSelection::disabledID;
+    session.consentConfirmed = true;
+    return session;
+}
+
+void requireNew(const Recording& recording, const std::filesystem::path& root, LibrarySnapshot library) {
+    if (text::trimmed(recording.title).empty())
+        throw MeetingError::invalidData("Der Titel darf nicht leer sein.");
+    if (recording.tracks.empty()) throw MeetingError::invalidData("Keine Audiodatei angegeben.");
+    if (AudioArchive::removed(recording.session, root)) {
+        throw MeetingError::invalidData(
+            "Das Audio dieses Meetings wurde entfernt; es wird nicht neu importiert.");
+    }
+    const auto known = entryOf(library, recording.session);
+    if (known != library.meetings.end() && known->state == "completed") {
+        throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
+                                        known->id.string() + ").");
+    }
+}
+
+/// Creates what the chunks need to have: folder, manifest and the library's entry.
+void begin(const Recording& recording, DurableChunkStore& store, const std::filesystem::path& root,
+           MeetingLibrary& library, FileManager& files) {
+    const auto session = manifest(recording);
+    const auto folder = store.sessionDirectory(recording.session);
+    const bool resumed = pathExists(folder);
+    if (!resumed) store.createSession(session);
+    if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    library.update([&](LibrarySnapshot& snapshot) {
+        auto entry = entryOf(snapshot, recording.session);
+        if (entry == snapshot.meetings.end()) {
+            const auto fresh = MeetingEntry::starting(session, recording.project);
+            entry = snapshot.meetings.insert(snapshot.meetings.begin(), fresh);
+        }
+        entry->title = recording.title;
+        if (recording.project) entry->projectID = recording.project;
+        entry->state = "recording";
+    });
+    const auto kind = resumed ? "importResumed" : "importStarted";
+    MeetingLibrary::appendEvent({UUID::random(), Date::now(), kind, std::nullopt},
+                                TranscriptStorage::sessionDirectory(root, recording.session), files);
+}
+
+class TrackImport {
+public:
+    TrackImport(const Recording& recording, const Track& track, DurableChunkStore& store,
+                SQLiteJobStore& database, const Progress& progress)
+        : track_(track),
+          accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
+                                                  [&](const AudioChunk& chunk, auto samples) {
+                                                      const auto stored = identified(chunk);
+                                                      store.commit(stored, samples);
+                                                      database.registerChunk(stored);
+                                                      goOn_ = progress(track_.source, stored.endSeconds());
+                                                  })) {}
+
+    Outcome run() {
+        std::array<std::int16_t, bufferSamples> buffer{};
+        std::int64_t done = 0;
+        for (auto count = track_.samples->read(buffer); count > 0; count = track_.samples->read(buffer)) {
+            if (done + static_cast<std::int64_t>(count) > maximumTrackSamples) {
+                throw MeetingError::invalidData("Die Aufnahme ist länger als 24 Stunden.");
+            }
+            accumulator_.append(std::span(buffer).first(count),
+                                static_cast<double>(done) / static_cast<double>(audio::sampleRate));
+            done += static_cast<std::int64_t>(count);
+            if (!goOn_) return Outcome::stopped;
+        }
+        if (done == 0) throw MeetingError::invalidData("Die Audiodatei enthält keinen Ton.");
+        accumulator_.endSpan();
+        return Outcome::finished;
+    }
+
+private:
+    /// The same samples at the same place are the same chunk.
+    static AudioChunk identified(AudioChunk chunk) {
+        chunk.id = UUID::derived(
+            chunk.sessionID, std::string(json::nameOf(chunk.source)) + "/" + std::to_string(chunk.sequence));
+        return chunk;
+    }
+
+    Track track_;
+    bool goOn_ = true;
+    PCMChunkAccumulator accumulator_;
+};
+
+/// Sets the entry's state and what the store holds of it.
+void settle(const UUID& session, const std::string& state, std::span<const AudioChunk> chunks,
+            MeetingLibrary& library) {
+    library.update([&](LibrarySnapshot& snapshot) {
+        auto& entry = *entryOf(snapshot, session);
+        entry.state = state;
+        entry.chunkCount = static_cast<std::int64_t>(chunks.size());
+        for (const auto& chunk : chunks) entry.duration = std::max(entry.duration, chunk.endSeconds());
+        std::ranges::stable_sort(snapshot.meetings, std::ranges::greater(), &MeetingEntry::createdAt);
+    });
+}
+
+}  // namespace
+
+UUID sessionFor(std::string_view description) { return UUID::derived(importNamespace, description); }
+
+Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
+            SQLiteJobStore& database, const Progress& progress, FileManager& files) {
+    requireNew(recording, root, library.snapshot());
+    DurableChunkStore store(root / "Meetings", files);
+    begin(recording, store, root, library, files);
+    auto outcome = Outcome::finished;
+    try {
+        for (const auto& track : recording.tracks) {
+            outcome = TrackImport(recording, track, store, database, progress).run();
+            if (outcome == Outcome::stopped) break;
+        }
+    } catch (const MeetingError&) {
+        settle(recording.session, "interrupted", store.recover(recording.session).chunks, library);
+        throw;
+    }
+    const auto report = store.recover(recording.session);
+    if (outcome == Outcome::finished) WorkScheduler::enqueue(report.chunks, database, true);
+    settle(recording.session, outcome == Outcome::finished ? "completed" : "interrupted", report.chunks,
+           library);
+    return outcome;
+}
+
+std::optional<RecordingClock> storedClock(const UUID& session, const std::filesystem::path& root,
+                                          FileManager& files) {
+    return TranscriptStorage::readOptional<RecordingClock>(
+        TranscriptStorage::sessionDirectory(root, session) / clockFile, files);
+}
+
+}  // namespace meetingcore::RecordingImport

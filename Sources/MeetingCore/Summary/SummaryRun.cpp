@@ -1,0 +1,90 @@
+#include "MeetingCore/Summary/SummaryRun.h"
+
+#include "MeetingCore/Library/AudioArchive.h"
+
+namespace meetingcore {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The absolute path without symbolic links as far as it exists, without `.` and `..` and without a slash at
+/// its end.
+fs::path resolved(const fs::path& path) {
+    std::error_code error;
+    auto absolute = fs::absolute(path.empty() ? fs::path(".") : path, error);
+    if (error) absolute = path;
+    auto result = fs::weakly_canonical(absolute, error);
+    if (error) result = absolute.lexically_normal();
+    return result.has_filename() ? result : result.parent_path();
+}
+
+fs::path meetingFolder(const fs::path& root, const UUID& session) {
+    auto folder = resolved(TranscriptStorage::sessionDirectory(root, session));
+    if (!folder.native().starts_with(root.native() + "/Meetings/")) {
+        throw MeetingError::invalidData("Ungültiger Meetingpfad.");
+    }
+    return folder;
+}
+
+std::int64_t countUnfinished(SQLiteJobStore& database, const UUID& session) {
+    auto counts = database.jobStats(session);
+    return counts["pending"] + counts["running"] + counts["failed"];
+}
+
+}  // namespace
+
+SummaryRun::SummaryRun(const UUID& session, const fs::path& root, FileManager& files)
+    : session_(session),
+      files_(files),
+      root_(resolved(root)),
+      folder_(meetingFolder(root_, session)),
+      lock_(root_, WorkerLock::Purpose::inference),
+      database_(root_ / "quillmoot.sqlite"),
+      unfinishedJobs_(countUnfinished(database_, session)) {
+    const bool audioRemoved = AudioArchive::removed(session, root_);
+    if (!audioRemoved && unfinishedJobs_ > 0) {
+        throw MeetingError::invalidData("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.");
+    }
+    document_ = TranscriptStorage::load(session, root_, database_, files_);
+    if (document_.segments.empty()) throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.");
+    if (!audioRemoved && document_.diarizationPending()) {
+        throw MeetingError::invalidData("Die Sprecherzuordnung muss zuerst abgeschlossen sein.");
+    }
+    fingerprint_ = SummaryArtifact::fingerprint(document_);
+}
+
+void SummaryRun::requireCompleteForTitle() const {
+    if (unfinishedJobs_ != 0 || document_.diarizationPending()) {
+        throw MeetingError::invalidData(
+            "Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.");
+    }
+}
+
+bool SummaryRun::transcriptChanged() const {
+    const auto current = TranscriptStorage::load(session_, root_, database_, files_);
+    return SummaryArtifact::fingerprint(current) != fingerprint_;
+}
+
+void SummaryRun::writeSummary(EvidenceSummary summary, std::optional<SummaryInstructions> instructions) const {
+    if (transcriptChanged()) {
+        throw MeetingError::invalidData(
+            "Transkript wurde während der Zusammenfassung geändert. Bitte erneut starten.");
+    }
+    SummaryArtifact artifact;
+    artifact.transcriptFingerprint = fingerprint_;
+    artifact.createdAt = Date::now();
+    artifact.summary = std::move(summary);
+    artifact.instructions = std::move(instructions);
+    TranscriptStorage::save(artifact, folder_ / "summary.json", files_);
+}
+
+void SummaryRun::writeTitle(std::string_view title) const {
+    const auto artifact = MeetingTitleArtifact::make(fingerprint_, title);
+    if (transcriptChanged()) {
+        throw MeetingError::invalidData("Transkript wurde während der Titelerstellung geändert.");
+    }
+    TranscriptStorage::save(artifact, folder_ / "automatic-title.json", files_);
+}
+
+}  // namespace meetingcore

@@ -1,0 +1,286 @@
+#include <algorithm>
+#include <charconv>
+#include <ctime>
+
+#include <sys/stat.h>
+
+#include "AudioFile.h"
+#include "GermanText.h"
+#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Library/AudioRemoval.h"
+#include "MeetingCore/Library/AudioRetentionPolicy.h"
+#include "MeetingCore/Library/RecordingImport.h"
+#include "MeetingCore/Library/Trash.h"
+#include "MeetingCore/Platform/Folding.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "Program.h"
+
+namespace meetingcore {
+
+namespace quillmoot {
+namespace {
+
+struct TrackRow {
+    AudioSource source = AudioSource::microphone;
+    std::string path;
+};
+
+struct ImportRow {
+    std::string id;
+    std::string title;
+};
+
+}  // namespace
+}  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::TrackRow> = json::record(
+    json::field("source", &quillmoot::TrackRow::source), json::field("path", &quillmoot::TrackRow::path));
+
+template <>
+inline constexpr auto json::fields<quillmoot::ImportRow> = json::record(
+    json::field("id", &quillmoot::ImportRow::id), json::field("title", &quillmoot::ImportRow::title));
+
+namespace quillmoot {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Values {
+    std::string meeting;
+    std::string title{defaultMeetingTitle};
+    std::string microphone;
+    std::string application;
+    std::string start;
+    std::string project;
+    std::string days;
+    bool apply = false;
+    bool yes = false;
+    bool json = false;
+};
+
+/// Reads "2026-03-14 09:30[:05]", with a "T" between for the same, in the local zone or, with "Z" or "+01:00"
+/// behind it, in that one.
+Date parseTime(const std::string& text) {
+    std::tm time{};
+    const char* rest = nullptr;
+    for (const char* const format :
+         {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
+        time = {};
+        rest = ::strptime(text.c_str(), format, &time);
+        if (rest != nullptr) break;
+    }
+    if (rest == nullptr) throw UsageError("Ungültige Zeit: " + text + " (etwa 2026-03-14 09:30)");
+    if (*rest == '\0') {
+        time.tm_isdst = -1;
+        return Date::since1970(static_cast<double>(std::mktime(&time)));
+    }
+    std::tm zone{};
+    const char* const end = ::strptime(rest, "%z", &zone);
+    if (end == nullptr || *end != '\0')
+        throw UsageError("Ungültige Zeit: " + text + " (etwa 2026-03-14 09:30)");
+    return Date::since1970(static_cast<double>(::timegm(&time) - zone.tm_gmtoff));
+}
+
+Date lastChange(const fs::path& file) {
+    struct stat status {};
+    if (::stat(file.c_str(), &status) != 0) return Date::now();
+    return Date::since1970(static_cast<double>(status.st_mtime));
+}
+
+int importAudio(Shell& shell, const Values& values) {
+    if (values.microphone.empty() && values.application.empty()) {
+        throw UsageError("Es fehlt: --microphone oder --meeting");
+    }
+    struct Input {
+        AudioSource source;
+        std::unique_ptr<AudioFile> file;
+    };
+    std::vector<Input> inputs;
+    std::string description;
+    const auto add = [&](AudioSource source, const std::string& path) {
+        if (path.empty()) return;
+        inputs.push_back({source, std::make_unique<AudioFile>(path)});
+        description += std::string(json::nameOf(source)) + " " + inputs.back().file->description() + "\n";
+    };
+    add(AudioSource::microphone, values.microphone);
+    add(AudioSource::meeting, values.application);
+
+    RecordingImport::Recording recording;
+    recording.session = RecordingImport::sessionFor(description);
+    recording.title = text::trimmed(values.title);
+    recording.createdAt = lastChange(values.microphone.empty() ? values.application : values.microphone);
+    if (!values.start.empty()) {
+        recording.createdAt = parseTime(values.start);
+        recording.clock = RecordingClock{recording.createdAt, TimeZone::currentIdentifier()};
+    }
+    double total = 0;
+    for (const auto& input : inputs) {
+        recording.tracks.push_back({input.source, input.file.get()});
+        total += input.file->seconds();
+    }
+
+    auto open = shell.openLibrary();
+    if (!values.project.empty()) {
+        const auto& projects = open.library().snapshot().projects;
+        const auto found = std::ranges::find_if(projects, [&](const auto& project) {
+            return text::folded(project.name) == text::folded(values.project);
+        });
+        if (found == projects.end()) {
+            throw MeetingError::invalidData("Ein Projekt „" + values.project + "“ gibt es nicht.");
+        }
+        recording.project = found->id;
+    }
+    const Interruption interruption;
+    auto bar = shell.progress();
+    double before = 0;
+    auto current = inputs.front().source;
+    const auto outcome = RecordingImport::run(
+        recording, open.root(), open.library(), open.jobs(), [&](AudioSource track, double seconds) {
+            if (track != current) before = inputs.front().file->seconds();
+            current = track;
+            bar.show((before + seconds) / total, std::string(trackName(track)) + " " + lengthOf(seconds));
+            return !Interruption::requested();
+        });
+    bar.clear();
+    if (outcome == RecordingImport::Outcome::stopped) {
+        shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);
+        return failed;
+    }
+    if (values.json) {
+        shell.writeJSON(ImportRow{recording.session.string(), recording.title});
+    } else {
+        shell.out().line(recording.session.string());
+    }
+    return done;
+}
+
+int archive(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    const auto meeting = open.meeting(values.meeting).id;
+    std::vector<TrackRow> rows;
+    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(meeting).chunks;
+    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+        const auto ofTrack = [&](const AudioChunk& chunk) { return chunk.source == source; };
+        if (std::ranges::none_of(chunks, ofTrack)) continue;
+        rows.push_back({source, AudioArchive::build(meeting, source, open.root()).string()});
+    }
+    if (rows.empty()) throw MeetingError::invalidData("Das Meeting hat kein Audio.");
+    if (values.json) {
+        shell.writeJSON(rows);
+    } else {
+        for (const auto& row : rows) shell.out().line(row.path);
+    }
+    return done;
+}
+
+int removeAudio(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    const auto& meeting = open.meeting(values.meeting);
+    if (meeting.state != "completed" && meeting.state != "interrupted") {
+        throw MeetingError::invalidData("Das Meeting wird noch aufgenommen.");
+    }
+    const auto id = meeting.id;
+    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(id).chunks;
+    if (!values.yes && !AudioRetentionPolicy::fullyProcessed(id, open.root(), open.jobs(), chunks)) {
+        throw MeetingError::invalidData(
+            "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
+            "entfernt.");
+    }
+    AudioRemoval::moveToTrash(id, open.root(), open.jobs(), moveToSystemTrash);
+    open.change(id, [](MeetingEntry& entry) { entry.chunkCount = 0; });
+    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
+                                TranscriptStorage::sessionDirectory(open.root(), id));
+    shell.err().line("Das Audio liegt im Papierkorb. Transkript und Zusammenfassung bleiben.");
+    return done;
+}
+
+/// Moves the audio of every meeting to the trash that was kept long enough.
+int applyRetention(Shell& shell) {
+    auto open = shell.openLibrary();
+    const auto policy = AudioRetentionPolicy::load(open.root());
+    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover().chunks;
+    const auto meetings = open.library().snapshot().meetings;
+    for (const auto& meeting : meetings) {
+        const auto ended = meeting.createdAt.advanced(meeting.duration);
+        if (!policy.isDue(meeting, ended, Date::now()) ||
+            !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
+            continue;
+        }
+        AudioRemoval::moveToTrash(meeting.id, open.root(), open.jobs(), moveToSystemTrash);
+        open.change(meeting.id, [](MeetingEntry& entry) { entry.chunkCount = 0; });
+        shell.out().line("Audio entfernt: " + meeting.title);
+    }
+    return done;
+}
+
+int retention(Shell& shell, const Values& values) {
+    if (values.apply) return applyRetention(shell);
+    if (values.days.empty()) {
+        const auto policy = AudioRetentionPolicy::load(shell.folder().root());
+        if (values.json) {
+            shell.writeJSON(policy);
+        } else {
+            shell.out().line(policy.days ? "Audio wird " +
+                                               countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
+                                               " nach dem Ende des Meetings entfernt."
+                                         : "Audio wird nie entfernt.");
+        }
+        return done;
+    }
+    AudioRetentionPolicy policy;
+    if (values.days != "nie") {
+        std::int64_t days = 0;
+        const auto* const end = values.days.data() + values.days.size();
+        if (const auto [rest, error] = std::from_chars(values.days.data(), end, days);
+            error != std::errc{} || rest != end) {
+            throw UsageError("Erwartet wird eine Zahl von Tagen oder „nie“: " + values.days);
+        }
+        policy.days = days;
+    }
+    const auto open = shell.openLibrary();
+    policy.save(open.root());
+    return done;
+}
+
+}  // namespace
+
+void addAudioCommands(CLI::App& app, Shell& shell) {
+    const auto values = std::make_shared<Values>();
+    const auto add = [&](const char* name, const char* description,
+                         int (*body)(Shell&, const Values&)) -> CLI::App& {
+        return addCommand(app, shell, name, description,
+                          [&shell, values, body] { return body(shell, *values); });
+    };
+    auto& imported = add("import", "Nimmt Tondateien als Meeting auf", importAudio);
+    imported.add_option("--title", values->title, "Der Titel; ohne ihn bekommt das Meeting später einen")
+        ->type_name("TITEL");
+    imported.add_option("--microphone", values->microphone, "Die Spur des eigenen Mikrofons")
+        ->type_name("DATEI");
+    imported.add_option("--meeting", values->application, "Die Spur mit dem Ton der anderen")
+        ->type_name("DATEI");
+    imported.add_option("--start", values->start, "Wann die Aufnahme begann, etwa „2026-03-14 09:30“")
+        ->type_name("ZEIT");
+    imported.add_option("--project", values->project, "Das Projekt, dem das Meeting gehört")->type_name("NAME");
+    imported.add_flag("--json", values->json, "Als JSON für Programme");
+    imported.footer(
+        "Wer importiert, bestätigt, dass alle Beteiligten der Aufnahme zugestimmt haben.\n"
+        "Unterbrochen oder abgestürzt: Derselbe Aufruf setzt den Import fort.");
+
+    auto& archived = add("audio", "Schreibt eine vollständige WAV-Datei je Tonspur", archive);
+    archived.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    archived.add_flag("--json", values->json, "Als JSON für Programme");
+
+    auto& removed = add("remove-audio", "Legt das Audio eines Meetings in den Papierkorb", removeAudio);
+    removed.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    removed.add_flag("--yes", values->yes, "Auch, wenn noch nicht alles transkribiert ist");
+
+    auto& kept = add("retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
+    kept.add_option("TAGE", values->days, "Tage nach dem Ende des Meetings, oder „nie“");
+    kept.add_flag("--apply", values->apply, "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde");
+    kept.add_flag("--json", values->json, "Als JSON für Programme");
+}
+
+}  // namespace quillmoot
+}  // namespace meetingcore

@@ -1,0 +1,147 @@
+#include "AudioFile.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <samplerate.h>
+#include <sndfile.h>
+
+#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Recording/Models.h"
+#include "MeetingCore/Summary/ModelCatalog.h"
+
+namespace meetingcore::quillmoot {
+
+namespace {
+
+constexpr sf_count_t blockFrames = 8192;
+constexpr std::size_t digestedBytes = 1U << 20U;  // at either end
+constexpr int mostChannels = 64;
+
+MeetingError unreadable(const std::filesystem::path& file, const char* reason) {
+    return MeetingError::invalidData(quotedName(file) + " ist keine lesbare Audiodatei: " + reason);
+}
+
+std::int16_t toSample(float value) {
+    if (std::isnan(value)) return 0;
+    constexpr float fullScale = 32768;
+    return static_cast<std::int16_t>(std::lrint(std::clamp(value * fullScale, -fullScale, fullScale - 1)));
+}
+
+}  // namespace
+
+struct AudioFile::Decoder {
+    struct CloseFile {
+        void operator()(SNDFILE* file) const { sf_close(file); }
+    };
+    struct CloseConverter {
+        void operator()(SRC_STATE* state) const { src_delete(state); }
+    };
+
+    SF_INFO info{};
+    std::unique_ptr<SNDFILE, CloseFile> file;
+    std::unique_ptr<SRC_STATE, CloseConverter> converter;
+    std::vector<float> frames;  ///< as read, interleaved
+    std::vector<float> mono;    ///< averaged, to be converted
+    std::size_t used = 0;       ///< of `mono`
+    bool atEnd = false;
+
+    /// Whether the samples can be taken as they are.
+    bool isExact() const {
+        return info.samplerate == audio::sampleRate && info.channels == 1 &&
+               (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
+    }
+
+    /// Reads and averages the next block once the last one is used up.
+    void refill() {
+        if (atEnd || used < mono.size()) return;
+        const auto count = sf_readf_float(file.get(), frames.data(), blockFrames);
+        atEnd = count < blockFrames;
+        mono.resize(static_cast<std::size_t>(count));
+        used = 0;
+        const auto channels = static_cast<std::size_t>(info.channels);
+        for (std::size_t i = 0; i < mono.size(); ++i) {
+            float sum = 0;
+            for (std::size_t c = 0; c < channels; ++c) sum += frames[i * channels + c];
+            const auto mean = sum / static_cast<float>(channels);
+            mono[i] = std::isfinite(mean) ? mean : 0;
+        }
+    }
+};
+
+AudioFile::AudioFile(std::filesystem::path file)
+    : file_(std::move(file)), decoder_(std::make_unique<Decoder>()) {
+    auto& decoder = *decoder_;
+    decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
+    if (decoder.file == nullptr) throw unreadable(file_, sf_strerror(nullptr));
+    const auto& info = decoder.info;
+    if (info.frames <= 0) throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
+    if (info.channels < 1 || info.channels > mostChannels || info.samplerate < 1) {
+        throw unreadable(file_, "ungültige Kanalzahl oder Abtastrate.");
+    }
+    if (decoder.isExact()) return;
+    decoder.frames.resize(static_cast<std::size_t>(blockFrames * info.channels));
+    if (info.samplerate == audio::sampleRate) return;
+    int error = 0;
+    decoder.converter.reset(src_new(SRC_SINC_MEDIUM_QUALITY, 1, &error));
+    if (decoder.converter == nullptr ||
+        src_is_valid_ratio(static_cast<double>(audio::sampleRate) / info.samplerate) == 0) {
+        throw unreadable(file_, "die Abtastrate lässt sich nicht umrechnen.");
+    }
+}
+
+AudioFile::~AudioFile() = default;
+
+double AudioFile::seconds() const {
+    return static_cast<double>(decoder_->info.frames) / static_cast<double>(decoder_->info.samplerate);
+}
+
+std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
+    auto& decoder = *decoder_;
+    if (decoder.isExact()) {
+        return static_cast<std::size_t>(
+            sf_readf_short(decoder.file.get(), buffer.data(), static_cast<sf_count_t>(buffer.size())));
+    }
+    std::vector<float> converted(buffer.size());
+    std::size_t filled = 0;
+    while (filled < buffer.size()) {
+        decoder.refill();
+        const auto left = decoder.mono.size() - decoder.used;
+        if (decoder.converter == nullptr) {
+            if (left == 0) break;
+            const auto count = std::min(left, buffer.size() - filled);
+            std::copy_n(decoder.mono.begin() + static_cast<std::ptrdiff_t>(decoder.used), count,
+                        converted.begin() + static_cast<std::ptrdiff_t>(filled));
+            decoder.used += count;
+            filled += count;
+            continue;
+        }
+        SRC_DATA data{};
+        data.data_in = decoder.mono.data() + decoder.used;
+        data.input_frames = static_cast<long>(left);
+        data.data_out = converted.data() + filled;
+        data.output_frames = static_cast<long>(buffer.size() - filled);
+        data.end_of_input = decoder.atEnd ? 1 : 0;
+        data.src_ratio = static_cast<double>(audio::sampleRate) / decoder.info.samplerate;
+        if (const auto error = src_process(decoder.converter.get(), &data); error != 0) {
+            throw unreadable(file_, src_strerror(error));
+        }
+        decoder.used += static_cast<std::size_t>(data.input_frames_used);
+        filled += static_cast<std::size_t>(data.output_frames_gen);
+        if (decoder.atEnd && data.output_frames_gen == 0 && data.input_frames_used == 0) break;
+    }
+    std::transform(converted.begin(), converted.begin() + static_cast<std::ptrdiff_t>(filled), buffer.begin(),
+                   toSample);
+    return filled;
+}
+
+std::string AudioFile::description() const {
+    auto& files = FileManager::system();
+    const auto size = std::filesystem::file_size(file_);
+    const auto tail = size > digestedBytes ? size - digestedBytes : 0;
+    return std::to_string(size) + " " + ModelCatalog::fingerprint(files.read(file_, 0, digestedBytes)) + " " +
+           ModelCatalog::fingerprint(files.read(file_, tail, digestedBytes));
+}
+
+}  // namespace meetingcore::quillmoot

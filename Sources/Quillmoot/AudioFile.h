@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "MeetingCore/Library/RecordingImport.h"
+
+namespace meetingcore::quillmoot {
+
+/// An audio file of any form that libsndfile reads, as 16 kHz mono samples: channels are averaged, other rates
+/// converted by libsamplerate's band-limited interpolation, and what is too loud is limited. A file that has
+/// the form already passes through bit by bit. Memory does not depend on the length.
+class AudioFile : public SampleSource {
+public:
+    /// Throws MeetingError (invalidData) where the file is no audio file or holds no sound.
+    explicit AudioFile(std::filesystem::path file);
+    ~AudioFile() override;
+
+    std::size_t read(std::span<std::int16_t> buffer) override;
+
+    /// Length as the file's header gives it.
+    double seconds() const;
+
+    /// What tells this content from another one: size and a digest over the file's beginning and end.
+    std::string description() const;
+
+private:
+    struct Decoder;
+
+    std::filesystem::path file_;
+    std::unique_ptr<Decoder> decoder_;
+};
+
+}  // namespace meetingcore::quillmoot

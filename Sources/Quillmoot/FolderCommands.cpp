@@ -1,0 +1,210 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "GermanText.h"
+#include "MeetingCore/Library/DataDirectoryPreference.h"
+#include "MeetingCore/Library/LibraryCheck.h"
+#include "MeetingCore/Library/Trash.h"
+#include "Models.h"
+#include "Program.h"
+
+namespace meetingcore {
+
+namespace quillmoot {
+namespace {
+
+struct FolderRow {
+    std::string path;
+    bool exists = false;
+    bool isDefault = false;
+};
+
+struct ModelRow {
+    std::string id;
+    std::string filename;
+    std::int64_t bytes = 0;
+    std::string state;  ///< "missing", "incomplete", "damaged", "intact" or, unchecked, "present"
+    std::string path;
+};
+
+}  // namespace
+}  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::FolderRow> = json::record(
+    json::field("path", &quillmoot::FolderRow::path), json::field("exists", &quillmoot::FolderRow::exists),
+    json::field("isDefault", &quillmoot::FolderRow::isDefault));
+
+template <>
+inline constexpr auto json::fields<quillmoot::ModelRow> = json::record(
+    json::field("id", &quillmoot::ModelRow::id), json::field("filename", &quillmoot::ModelRow::filename),
+    json::field("bytes", &quillmoot::ModelRow::bytes), json::field("state", &quillmoot::ModelRow::state),
+    json::field("path", &quillmoot::ModelRow::path));
+
+namespace quillmoot {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Values {
+    std::string path;
+    std::string models;
+    bool repair = false;
+    bool quick = false;
+    bool json = false;
+};
+
+int dataFolder(Shell& shell, const Values& values) {
+    auto defaults = UserDefaults::standard();
+    if (!values.path.empty()) {
+        const auto wanted = fs::absolute(values.path).lexically_normal();
+        createDirectories(FileManager::system(), wanted);
+        DataDirectoryPreference::select(wanted, defaults);
+    }
+    const auto root = shell.root();
+    const FolderRow row{root.string(), fs::is_directory(root), root == DataDirectoryPreference::defaultRoot()};
+    if (values.json) {
+        shell.writeJSON(row);
+    } else {
+        shell.out().line(row.path);
+        if (!row.exists) shell.err().line("Der Ordner wird mit dem ersten Meeting angelegt.");
+    }
+    return done;
+}
+
+Ink inkOf(LibraryCheck::Severity severity) {
+    switch (severity) {
+        case LibraryCheck::Severity::error:
+            return Ink::red;
+        case LibraryCheck::Severity::warning:
+            return Ink::yellow;
+        case LibraryCheck::Severity::repaired:
+            return Ink::green;
+        case LibraryCheck::Severity::note:
+        case LibraryCheck::Severity::fine:
+            break;
+    }
+    return Ink::plain;
+}
+
+std::string_view markOf(LibraryCheck::Severity severity) {
+    switch (severity) {
+        case LibraryCheck::Severity::fine:
+            return "gut      ";
+        case LibraryCheck::Severity::note:
+            return "Hinweis  ";
+        case LibraryCheck::Severity::warning:
+            return "Warnung  ";
+        case LibraryCheck::Severity::repaired:
+            return "behoben  ";
+        case LibraryCheck::Severity::error:
+            break;
+    }
+    return "FEHLER   ";
+}
+
+int doctor(Shell& shell, const Values& values) {
+    const auto root = shell.root();
+    std::optional<OpenLibrary> held;
+    std::optional<WorkerLock> inference;
+    LibraryCheck::Options options;
+    if (values.repair) {
+        if (!fs::is_directory(root)) DataFolder{root};  // says what is missing
+        // A broken library is what is to be found out; only the locks matter here.
+        inference.emplace(root, WorkerLock::Purpose::inference);
+        options.repair = moveToSystemTrash;
+    }
+    std::optional<WorkerLock> application;
+    if (values.repair) application.emplace(root, WorkerLock::Purpose::application);
+    if (const auto models = modelFolder(values.models, root); fs::is_directory(models)) options.models = models;
+    const auto findings = LibraryCheck::run(root, modelCatalog(), options, Date::now());
+    const bool broken = std::ranges::any_of(
+        findings, [](const auto& finding) { return finding.severity == LibraryCheck::Severity::error; });
+    if (values.json) {
+        shell.writeJSON(findings);
+    } else {
+        for (const auto& finding : findings) {
+            shell.out().wrapped(
+                shell.out().inked(markOf(finding.severity), inkOf(finding.severity)) + finding.topic + ": ",
+                finding.text);
+        }
+    }
+    return broken ? failed : done;
+}
+
+ModelRow check(const LocalModel& model, const fs::path& folder, bool quick) {
+    ModelRow row{model.id, model.filename, model.bytes, "missing", (folder / model.filename).string()};
+    std::error_code error;
+    if (!fs::exists(row.path, error)) return row;
+    if (!modelCatalog().present(model.id, folder)) {
+        row.state = "incomplete";
+    } else if (quick) {
+        row.state = "present";
+    } else {
+        try {
+            modelCatalog().verify(model.id, folder);
+            row.state = "intact";
+        } catch (const MeetingError&) {
+            row.state = "damaged";
+        }
+    }
+    return row;
+}
+
+std::string_view wordFor(const std::string& state) {
+    if (state == "intact") return "unversehrt";
+    if (state == "present") return "vorhanden";
+    if (state == "incomplete") return "unvollständig";
+    return state == "damaged" ? "beschädigt" : "fehlt";
+}
+
+int models(Shell& shell, const Values& values) {
+    const auto folder = modelFolder(values.models, shell.root());
+    std::vector<ModelRow> rows;
+    for (const auto& model : modelCatalog().models()) rows.push_back(check(model, folder, values.quick));
+    if (values.json) {
+        shell.writeJSON(rows);
+        return done;
+    }
+    Table table({"Modell", "Größe", "Stand", "Datei"});
+    for (const auto& row : rows) {
+        auto gigabytes = std::to_string((row.bytes + 50'000'000) / 100'000'000);
+        if (gigabytes.size() == 1) gigabytes.insert(0, "0");
+        gigabytes.insert(gigabytes.size() - 1, ",");
+        table.add({row.id, gigabytes + " GB", std::string(wordFor(row.state)), row.filename});
+    }
+    table.write(shell.out());
+    const bool complete = std::ranges::all_of(
+        rows, [](const ModelRow& row) { return row.state == "intact" || row.state == "present"; });
+    if (!complete) {
+        shell.out().line();
+        shell.out().wrapped("",
+                            "Was fehlt, gehört unter seinem Namen nach " + folder.string() +
+                                ". Ein anderer Ordner: --models oder die Umgebungsvariable MEETING_MODELS.");
+    }
+    return done;
+}
+
+}  // namespace
+
+void addFolderCommands(CLI::App& app, Shell& shell) {
+    const auto values = std::make_shared<Values>();
+    const auto add = [&](const char* name, const char* description,
+                         int (*body)(Shell&, const Values&)) -> CLI::App& {
+        auto& command =
+            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
+        command.add_flag("--json", values->json, "Als JSON für Programme");
+        return command;
+    };
+    add("data-folder", "Zeigt oder wählt den Ordner mit allen Meetings", dataFolder)
+        .add_option("PFAD", values->path, "Der neue Datenordner, leer oder schon einer");
+    auto& checked = add("models", "Welche Modelle da und unversehrt sind", models);
+    checked.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
+    checked.add_flag("--quick", values->quick, "Nur die Größe prüfen, nicht den Inhalt");
+    auto& examined = add("doctor", "Prüft den ganzen Datenordner", doctor);
+    examined.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
+    examined.add_flag("--repair", values->repair, "Behebt, was sich gefahrlos beheben lässt");
+}
+
+}  // namespace quillmoot
+}  // namespace meetingcore

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "MeetingCore/Platform/JSON.h"
+#include "MeetingCore/Platform/TimeZone.h"
+#include "Shell.h"
+
+namespace meetingcore::quillmoot {
+
+/// "3 Segmente", "1 Segment".
+std::string countOf(std::size_t count, const char* one, const char* many);
+
+/// The instant in the local time zone: "14.03.2025 09:26".
+std::string localTime(Date instant, const TimeZone& zone = TimeZone::current());
+
+/// A length of time: "1:02:03" or "02:03".
+std::string lengthOf(double seconds);
+
+/// The first eight digits of an identifier, which a person can type.
+std::string shortID(const UUID& id);
+
+std::string_view trackName(AudioSource source);
+
+/// One of our state words in German.
+std::string_view wordFor(TranscriptProcessingState state);
+std::string_view wordForJob(const std::string& status);
+
+/// The project's name; nothing without one.
+std::optional<std::string> projectName(const LibrarySnapshot& library, const MeetingEntry& meeting);
+
+/// How far a meeting's processing is. `document` is null where the transcript could not be read.
+TranscriptProcessingState processingOf(const MeetingEntry& meeting, const std::filesystem::path& root,
+                                       SQLiteJobStore& jobs, const TranscriptDocument* document);
+
+}  // namespace meetingcore::quillmoot

@@ -1,0 +1,433 @@
+#include <algorithm>
+#include <map>
+#include <numeric>
+
+#include "GermanText.h"
+#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Library/MeetingSearch.h"
+#include "MeetingCore/Library/RecordingImport.h"
+#include "MeetingCore/Presentation/MeetingExport.h"
+#include "MeetingCore/Recording/WindowPlanner.h"
+#include "Program.h"
+
+namespace meetingcore {
+
+namespace quillmoot {
+namespace {
+
+/// One meeting as `list` and `show` give it to other programs.
+struct MeetingRow {
+    std::string id;
+    std::string title;
+    std::string createdAt;  ///< ISO 8601
+    double duration = 0;    ///< seconds
+    std::string state;
+    bool pinned = false;
+    std::optional<std::string> project;
+    std::int64_t chunkCount = 0;
+    std::map<std::string, std::int64_t> jobs;
+    bool audioRemoved = false;
+    bool hasSummary = false;
+};
+
+struct FieldRow {
+    std::string name;
+    std::string value;
+};
+
+struct MeetingDetails {
+    MeetingRow meeting;
+    std::string notes;
+    std::vector<std::string> participants;
+    std::vector<FieldRow> fields;
+    TranscriptProcessingState processing = TranscriptProcessingState::loading;
+    std::int64_t segments = 0;
+    std::vector<std::string> speakers;
+    SummaryState summary = SummaryState::missing;
+    std::string folder;
+    std::optional<std::string> problem;
+};
+
+struct RangeRow {
+    std::int64_t start = 0;  ///< characters
+    std::int64_t length = 0;
+};
+
+struct HitRow {
+    std::string meeting;
+    std::string title;
+    MeetingSearch::Place place = MeetingSearch::Place::transcript;
+    std::optional<std::string> speaker;
+    std::optional<double> startSeconds;
+    std::optional<std::string> segment;
+    std::string text;
+    std::vector<RangeRow> ranges;
+};
+
+struct JobRow {
+    std::string id;
+    std::string kind;
+    std::string status;
+    std::int64_t attempts = 0;
+    std::optional<AudioSource> source;
+    std::optional<double> startSeconds;
+    std::optional<double> endSeconds;
+    std::optional<std::string> lastError;
+};
+
+}  // namespace
+}  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::MeetingRow> = json::record(
+    json::field("id", &quillmoot::MeetingRow::id), json::field("title", &quillmoot::MeetingRow::title),
+    json::field("createdAt", &quillmoot::MeetingRow::createdAt),
+    json::field("duration", &quillmoot::MeetingRow::duration),
+    json::field("state", &quillmoot::MeetingRow::state), json::field("pinned", &quillmoot::MeetingRow::pinned),
+    json::field("project", &quillmoot::MeetingRow::project),
+    json::field("chunkCount", &quillmoot::MeetingRow::chunkCount),
+    json::field("jobs", &quillmoot::MeetingRow::jobs),
+    json::field("audioRemoved", &quillmoot::MeetingRow::audioRemoved),
+    json::field("hasSummary", &quillmoot::MeetingRow::hasSummary));
+
+template <>
+inline constexpr auto json::fields<quillmoot::FieldRow> = json::record(
+    json::field("name", &quillmoot::FieldRow::name), json::field("value", &quillmoot::FieldRow::value));
+
+template <>
+inline constexpr auto json::fields<quillmoot::MeetingDetails> =
+    json::record(json::field("meeting", &quillmoot::MeetingDetails::meeting),
+                 json::field("notes", &quillmoot::MeetingDetails::notes),
+                 json::field("participants", &quillmoot::MeetingDetails::participants),
+                 json::field("fields", &quillmoot::MeetingDetails::fields),
+                 json::field("processing", &quillmoot::MeetingDetails::processing),
+                 json::field("segments", &quillmoot::MeetingDetails::segments),
+                 json::field("speakers", &quillmoot::MeetingDetails::speakers),
+                 json::field("summary", &quillmoot::MeetingDetails::summary),
+                 json::field("folder", &quillmoot::MeetingDetails::folder),
+                 json::field("problem", &quillmoot::MeetingDetails::problem));
+
+template <>
+inline constexpr auto json::fields<quillmoot::RangeRow> = json::record(
+    json::field("start", &quillmoot::RangeRow::start), json::field("length", &quillmoot::RangeRow::length));
+
+template <>
+inline constexpr auto json::fields<quillmoot::HitRow> = json::record(
+    json::field("meeting", &quillmoot::HitRow::meeting), json::field("title", &quillmoot::HitRow::title),
+    json::field("place", &quillmoot::HitRow::place), json::field("speaker", &quillmoot::HitRow::speaker),
+    json::field("startSeconds", &quillmoot::HitRow::startSeconds),
+    json::field("segment", &quillmoot::HitRow::segment), json::field("text", &quillmoot::HitRow::text),
+    json::field("ranges", &quillmoot::HitRow::ranges));
+
+template <>
+inline constexpr auto json::fields<quillmoot::JobRow> = json::record(
+    json::field("id", &quillmoot::JobRow::id), json::field("kind", &quillmoot::JobRow::kind),
+    json::field("status", &quillmoot::JobRow::status), json::field("attempts", &quillmoot::JobRow::attempts),
+    json::field("source", &quillmoot::JobRow::source),
+    json::field("startSeconds", &quillmoot::JobRow::startSeconds),
+    json::field("endSeconds", &quillmoot::JobRow::endSeconds),
+    json::field("lastError", &quillmoot::JobRow::lastError));
+
+namespace quillmoot {
+namespace {
+
+MeetingRow rowOf(DataFolder& folder, const MeetingEntry& meeting, std::map<std::string, std::int64_t> jobs) {
+    return {.id = meeting.id.string(),
+            .title = meeting.title,
+            .createdAt = iso8601(meeting.createdAt),
+            .duration = meeting.duration,
+            .state = meeting.state,
+            .pinned = meeting.pinned,
+            .project = projectName(folder.library(), meeting),
+            .chunkCount = meeting.chunkCount,
+            .jobs = std::move(jobs),
+            .audioRemoved = AudioArchive::removed(meeting.id, folder.root()),
+            .hasSummary = pathExists(folder.folderOf(meeting.id) / "summary.json")};
+}
+
+/// The work on a meeting in a few words.
+std::string progressOf(const MeetingRow& row) {
+    const auto count = [&](const char* status) {
+        const auto found = row.jobs.find(status);
+        return found == row.jobs.end() ? std::int64_t{0} : found->second;
+    };
+    const auto open = count("pending") + count("running");
+    if (row.state != "completed" && row.state != "interrupted") return "Aufnahme läuft";
+    if (open > 0 && !row.audioRemoved) {
+        return "Transkript " + std::to_string(count("completed")) + " von " +
+               std::to_string(open + count("completed") + count("failed"));
+    }
+    if (count("failed") > 0 && !row.audioRemoved)
+        return countOf(static_cast<std::size_t>(count("failed")), "Fehler", "Fehler");
+    if (row.hasSummary) return "zusammengefasst";
+    if (count("completed") > 0) return "transkribiert";
+    return row.state == "interrupted" ? "unterbrochen" : "ohne Transkript";
+}
+
+int list(Shell& shell, const std::string& project, bool asJSON) {
+    auto folder = shell.folder();
+    std::vector<MeetingRow> rows;
+    auto counts = folder.jobs().jobStatsBySession();
+    for (const auto& meeting : folder.library().meetings) {
+        if (!project.empty() &&
+            text::folded(projectName(folder.library(), meeting).value_or("")) != text::folded(project)) {
+            continue;
+        }
+        rows.push_back(rowOf(folder, meeting, std::move(counts[meeting.id])));
+    }
+    std::ranges::stable_sort(rows, std::ranges::greater(), &MeetingRow::pinned);
+    if (asJSON) {
+        shell.writeJSON(rows);
+        return done;
+    }
+    if (rows.empty()) {
+        shell.err().line("Keine Meetings.");
+        return done;
+    }
+    Table table({"Kennung", "Datum", "Dauer", "Stand", "Titel"});
+    const auto zone = TimeZone::current();
+    std::map<std::string, Date> created;
+    for (const auto& meeting : folder.library().meetings)
+        created.emplace(meeting.id.string(), meeting.createdAt);
+    for (const auto& row : rows) {
+        const auto title = (row.pinned ? "★ " : "") + row.title + (row.project ? " · " + *row.project : "");
+        table.add({row.id.substr(0, 8), localTime(created.at(row.id), zone), lengthOf(row.duration),
+                   progressOf(row), title});
+    }
+    table.write(shell.out());
+    return done;
+}
+
+std::vector<std::string> speakersOf(const TranscriptDocument& document) {
+    std::vector<std::string> names;
+    for (const auto& segment : document.segments) {
+        auto name = document.speakerLabel(segment);
+        if (std::ranges::find(names, name) == names.end()) names.push_back(std::move(name));
+    }
+    return names;
+}
+
+MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting) {
+    MeetingDetails details;
+    details.meeting = rowOf(folder, meeting, folder.jobs().jobStats(meeting.id));
+    details.notes = meeting.notes;
+    details.folder = folder.folderOf(meeting.id).string();
+    const auto metadata =
+        meeting.metadata.value_or(MeetingMetadata{})
+            .resolving(folder.library().customFields.value_or(std::vector<MeetingFieldDefinition>{}));
+    details.participants = metadata.participants;
+    for (const auto& field : metadata.fields) details.fields.push_back({field.name, field.value});
+    std::optional<TranscriptDocument> document;
+    try {
+        document = folder.transcript(meeting.id);
+        const auto summary = folder.summary(meeting.id);
+        details.segments = static_cast<std::int64_t>(document->segments.size());
+        details.speakers = speakersOf(*document);
+        details.summary =
+            MeetingExport::summaryState({meeting, &*document, summary ? &*summary : nullptr, std::nullopt});
+    } catch (const MeetingError& error) {
+        details.problem = error.message();
+    }
+    details.processing = processingOf(meeting, folder.root(), folder.jobs(), document ? &*document : nullptr);
+    return details;
+}
+
+std::string joined(const std::vector<std::string>& parts) {
+    std::string text;
+    for (const auto& part : parts) text += (text.empty() ? "" : ", ") + part;
+    return text;
+}
+
+std::string_view wordFor(SummaryState state) {
+    switch (state) {
+        case SummaryState::current:
+            return "aktuell";
+        case SummaryState::stale:
+            return "veraltet";
+        case SummaryState::missing:
+            break;
+    }
+    return "keine";
+}
+
+int show(Shell& shell, const std::string& reference, bool asJSON) {
+    auto folder = shell.folder();
+    const auto& meeting = folder.meeting(reference);
+    const auto details = detailsOf(folder, meeting);
+    if (asJSON) {
+        shell.writeJSON(details);
+        return details.problem ? failed : done;
+    }
+    auto& out = shell.out();
+    out.line(meeting.title, Ink::bold);
+    const auto fact = [&](const std::string& name, std::string_view value) {
+        if (!value.empty())
+            out.wrapped(name + std::string(16 - std::min<std::size_t>(columnsOf(name), 15), ' '), value);
+    };
+    fact("Kennung", details.meeting.id);
+    fact("Datum", localTime(meeting.createdAt));
+    fact("Dauer", lengthOf(meeting.duration));
+    fact("Projekt", details.meeting.project.value_or(""));
+    fact("Teilnehmer", joined(details.participants));
+    for (const auto& field : details.fields) fact(fitted(field.name, 15), field.value);
+    fact("Verarbeitung", quillmoot::wordFor(details.processing));
+    fact("Transkript", countOf(static_cast<std::size_t>(details.segments), "Segment", "Segmente"));
+    fact("Sprecher", joined(details.speakers));
+    fact("Zusammenfassung", wordFor(details.summary));
+    fact("Audio", details.meeting.audioRemoved
+                      ? "entfernt"
+                      : countOf(static_cast<std::size_t>(meeting.chunkCount), "Abschnitt", "Abschnitte"));
+    fact("Ordner", details.folder);
+    if (!details.notes.empty()) {
+        out.heading("Notizen");
+        out.wrapped("", details.notes);
+    }
+    if (!details.problem) return done;
+    shell.err().line(*details.problem, Ink::red);
+    return failed;
+}
+
+int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
+    auto folder = shell.folder();
+    const auto query =
+        std::accumulate(std::next(words.begin()), words.end(), words.front(),
+                        [](std::string all, const std::string& word) { return all + " " + word; });
+    std::vector<HitRow> rows;
+    const MeetingEntry* last = nullptr;
+    auto& out = shell.out();
+    const auto problems = MeetingSearch::run(
+        query, folder.library(), folder.root(), folder.jobs(), [&](const MeetingSearch::Hit& hit) {
+            const bool spoken = hit.place == MeetingSearch::Place::transcript;
+            if (asJSON) {
+                HitRow row;
+                row.meeting = hit.meeting.id.string();
+                row.title = hit.meeting.title;
+                row.place = hit.place;
+                if (spoken) {
+                    row.speaker = hit.speaker;
+                    row.startSeconds = hit.startSeconds;
+                    row.segment = hit.segment.string();
+                }
+                row.text = hit.text;
+                for (const auto& range : hit.ranges) {
+                    row.ranges.push_back(
+                        {static_cast<std::int64_t>(range.start), static_cast<std::int64_t>(range.length)});
+                }
+                rows.push_back(std::move(row));
+                return;
+            }
+            if (last != &hit.meeting) {
+                if (last != nullptr) out.line();
+                out.line(shortID(hit.meeting.id) + "  " + localTime(hit.meeting.createdAt) + "  " +
+                             hit.meeting.title,
+                         Ink::bold);
+                last = &hit.meeting;
+            }
+            if (hit.place == MeetingSearch::Place::title) return;  // the line above
+            const auto first = spoken
+                                   ? "  [" + lengthOf(hit.startSeconds) + "] " + printable(hit.speaker) + ": "
+                                   : std::string("  Notizen: ");
+            out.highlighted(first, hit.text, hit.ranges);
+        });
+    if (asJSON) {
+        shell.writeJSON(rows);
+    } else if (last == nullptr) {
+        shell.err().line("Keine Treffer.");
+    }
+    for (const auto& problem : problems) shell.err().line(problem, Ink::red);
+    return problems.empty() ? done : failed;
+}
+
+JobRow rowOf(const JobState& job) {
+    JobRow row{.id = job.id,
+               .kind = job.kind,
+               .status = std::string(json::nameOf(job.status)),
+               .attempts = job.attempts,
+               .source = {},
+               .startSeconds = {},
+               .endSeconds = {},
+               .lastError = job.lastError};
+    try {
+        const auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
+        row.source = window.source;
+        row.startSeconds = window.startSeconds();
+        row.endSeconds = window.endSeconds();
+    } catch (const MeetingError&) {
+        // A job of another kind has no window.
+    }
+    return row;
+}
+
+int jobs(Shell& shell, const std::string& reference, const std::string& action, bool asJSON) {
+    auto folder = shell.folder();
+    const auto& meeting = folder.meeting(reference);
+    if (action == "retry") {
+        folder.jobs().retrySession(meeting.id);
+    } else if (action == "restart") {
+        folder.jobs().restartSession(meeting.id);
+    }
+    std::vector<JobRow> rows;
+    for (const auto& job : folder.jobs().jobs(meeting.id)) rows.push_back(rowOf(job));
+    if (asJSON) {
+        shell.writeJSON(rows);
+        return done;
+    }
+    if (rows.empty()) {
+        shell.err().line("Keine Aufträge.");
+        return done;
+    }
+    Table table({"Tonspur", "Zeit", "Stand", "Versuche", "Meldung"});
+    for (const auto& row : rows) {
+        table.add({std::string(row.source ? trackName(*row.source) : std::string_view(row.kind)),
+                   row.startSeconds ? lengthOf(*row.startSeconds) + "–" + lengthOf(*row.endSeconds) : "",
+                   std::string(wordForJob(row.status)), std::to_string(row.attempts),
+                   row.lastError.value_or("")});
+    }
+    table.write(shell.out());
+    return done;
+}
+
+}  // namespace
+
+void addListCommands(CLI::App& app, Shell& shell) {
+    struct Values {
+        std::string meeting;
+        std::string action;
+        std::string project;
+        std::vector<std::string> words;
+        bool json = false;
+    };
+    const auto values = std::make_shared<Values>();
+    const auto withJSON = [&](CLI::App& command) {
+        command.add_flag("--json", values->json, "Als JSON für Programme");
+    };
+
+    auto& listed = addCommand(app, shell, "list", "Alle Meetings, die neuesten zuerst",
+                              [&shell, values] { return list(shell, values->project, values->json); });
+    listed.add_option("--project", values->project, "Nur die Meetings eines Projekts")->type_name("NAME");
+    withJSON(listed);
+
+    auto& shown = addCommand(app, shell, "show", "Was über ein Meeting bekannt ist",
+                             [&shell, values] { return show(shell, values->meeting, values->json); });
+    shown.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    withJSON(shown);
+
+    auto& searched =
+        addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings",
+                   [&shell, values] { return search(shell, values->words, values->json); });
+    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")->required();
+    withJSON(searched);
+
+    auto& queued =
+        addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",
+                   [&shell, values] { return jobs(shell, values->meeting, values->action, values->json); });
+    queued.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    queued.add_option("AKTION", values->action, "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn")
+        ->check([](const std::string& action) {
+            return action == "retry" || action == "restart" ? std::string() : "Unbekannte Aktion: " + action;
+        });
+    withJSON(queued);
+}
+
+}  // namespace quillmoot
+}  // namespace meetingcore

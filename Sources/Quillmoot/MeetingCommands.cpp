@@ -1,0 +1,338 @@
+#include <algorithm>
+#include <iterator>
+
+#include "GermanText.h"
+#include "MeetingCore/Platform/Folding.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Summary/SummaryInstructions.h"
+#include "Program.h"
+
+namespace meetingcore {
+
+namespace quillmoot {
+namespace {
+
+struct ProjectRow {
+    std::string id;
+    std::string name;
+    std::int64_t meetings = 0;
+};
+
+}  // namespace
+}  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::ProjectRow> = json::record(
+    json::field("id", &quillmoot::ProjectRow::id), json::field("name", &quillmoot::ProjectRow::name),
+    json::field("meetings", &quillmoot::ProjectRow::meetings));
+
+namespace quillmoot {
+namespace {
+
+struct Values {
+    std::string meeting;
+    std::string name;
+    std::string newName;
+    std::optional<std::string> text;
+    std::vector<std::string> added;
+    std::vector<std::string> removed;
+    bool off = false;
+    bool json = false;
+};
+
+bool sameName(std::string_view a, std::string_view b) {
+    return text::folded(text::trimmed(a)) == text::folded(text::trimmed(b));
+}
+
+/// The argument itself, or for "-" what comes on standard input.
+std::string textOf(const std::string& argument) {
+    if (argument != "-") return argument;
+    return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+}
+
+/// The element of a list with this name; throws where there is none.
+template <class List>
+auto named(List& list, const std::string& name, const std::string& what) {
+    const auto found = std::ranges::find_if(list, [&](const auto& item) { return sameName(item.name, name); });
+    if (found == list.end()) throw MeetingError::invalidData(what + " „" + name + "“ gibt es nicht.");
+    return found;
+}
+
+int rename(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) {
+        entry.title = text::trimmed(values.name);
+        entry.automaticTitlePending = false;
+    });
+    return done;
+}
+
+int pin(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) { entry.pinned = !values.off; });
+    return done;
+}
+
+int note(Shell& shell, const Values& values) {
+    if (!values.text) {
+        auto folder = shell.folder();
+        const auto& notes = folder.meeting(values.meeting).notes;
+        if (values.json) {
+            shell.writeJSON(notes);
+        } else if (!notes.empty()) {
+            shell.out().wrapped("", notes);
+        }
+        return done;
+    }
+    const auto notes = textOf(*values.text);
+    auto open = shell.openLibrary();
+    open.change(open.meeting(values.meeting).id,
+                [&](MeetingEntry& entry) { entry.notes = text::trimmed(notes); });
+    return done;
+}
+
+int listProjects(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto& library = folder.library();
+    std::vector<ProjectRow> rows;
+    for (const auto& project : library.projects) {
+        rows.push_back(
+            {project.id.string(), project.name,
+             std::ranges::count(library.meetings, std::optional(project.id), &MeetingEntry::projectID)});
+    }
+    if (values.json) {
+        shell.writeJSON(rows);
+        return done;
+    }
+    for (const auto& row : rows) {
+        shell.out().line(row.name + " (" +
+                         countOf(static_cast<std::size_t>(row.meetings), "Meeting", "Meetings") + ")");
+    }
+    return done;
+}
+
+int addProject(Shell& shell, const Values& values) {
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        const auto exists = [&](const MeetingProject& project) { return sameName(project.name, values.name); };
+        if (std::ranges::any_of(library.projects, exists)) {
+            throw MeetingError::invalidData("Ein Projekt „" + values.name + "“ gibt es schon.");
+        }
+        library.projects.push_back({UUID::random(), std::string(text::trimmed(values.name))});
+    });
+    return done;
+}
+
+int renameProject(Shell& shell, const Values& values) {
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        named(library.projects, values.name, "Ein Projekt")->name = text::trimmed(values.newName);
+    });
+    return done;
+}
+
+int removeProject(Shell& shell, const Values& values) {
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        const auto project = named(library.projects, values.name, "Ein Projekt");
+        for (auto& meeting : library.meetings) {
+            if (meeting.projectID == project->id) meeting.projectID.reset();
+        }
+        library.projects.erase(project);
+    });
+    return done;
+}
+
+int assignProject(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    const auto meeting = open.meeting(values.meeting).id;
+    open.library().update([&](LibrarySnapshot& library) {
+        auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
+        if (values.name.empty()) {
+            entry.projectID.reset();
+        } else {
+            entry.projectID = named(library.projects, values.name, "Ein Projekt")->id;
+        }
+    });
+    return done;
+}
+
+int participants(Shell& shell, const Values& values) {
+    if (values.added.empty() && values.removed.empty()) {
+        auto folder = shell.folder();
+        const auto names = folder.meeting(values.meeting).metadata.value_or(MeetingMetadata{}).participants;
+        if (values.json) {
+            shell.writeJSON(names);
+        } else {
+            for (const auto& name : names) shell.out().line(name);
+        }
+        return done;
+    }
+    auto open = shell.openLibrary();
+    open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) {
+        auto metadata = entry.metadata.value_or(MeetingMetadata{});
+        for (const auto& name : values.removed) {
+            const auto found = std::ranges::find_if(metadata.participants,
+                                                    [&](const auto& known) { return sameName(known, name); });
+            if (found == metadata.participants.end()) {
+                throw MeetingError::invalidData("„" + name + "“ ist nicht unter den Teilnehmern.");
+            }
+            metadata.participants.erase(found);
+        }
+        for (const auto& name : values.added) metadata.addParticipant(name);
+        entry.metadata = std::move(metadata);
+    });
+    return done;
+}
+
+int listFields(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto fields = folder.library().customFields.value_or(std::vector<MeetingFieldDefinition>{});
+    if (values.json) {
+        shell.writeJSON(fields);
+    } else {
+        for (const auto& field : fields) shell.out().line(field.name);
+    }
+    return done;
+}
+
+int changeFields(Shell& shell, const std::function<void(std::vector<MeetingFieldDefinition>&)>& body) {
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
+        body(fields);
+        library.customFields = std::move(fields);
+    });
+    return done;
+}
+
+int setField(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    const auto meeting = open.meeting(values.meeting).id;
+    open.library().update([&](LibrarySnapshot& library) {
+        const auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
+        const auto field = named(fields, values.name, "Ein Feld");
+        auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
+        auto metadata = entry.metadata.value_or(MeetingMetadata{}).resolving(fields);
+        std::ranges::find(metadata.fields, field->id, &MeetingFieldValue::id)->value =
+            text::trimmed(values.text.value_or(""));
+        entry.metadata = std::move(metadata);
+    });
+    return done;
+}
+
+int instructions(Shell& shell, const Values& values, const std::optional<std::string>& base) {
+    auto folder = shell.folder();
+    const auto file = folder.folderOf(folder.meeting(values.meeting).id) / "summary-request.json";
+    SummaryInstructions wishes{std::string(SummaryInstructions::defaultBasePrompt), ""};
+    if (!values.off) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
+    if (base || values.text || values.off) {
+        const auto open = shell.openLibrary();
+        if (base) wishes.basePrompt = textOf(*base);
+        if (values.text) wishes.meetingPrompt = textOf(*values.text);
+        wishes = wishes.validated();
+        TranscriptStorage::save(wishes, file);
+        return done;
+    }
+    if (values.json) {
+        shell.writeJSON(wishes);
+        return done;
+    }
+    shell.out().heading("Vorgaben");
+    shell.out().wrapped("", wishes.basePrompt);
+    shell.out().heading("Hinweise zu diesem Meeting");
+    shell.out().wrapped("", wishes.meetingPrompt.empty() ? "keine" : wishes.meetingPrompt);
+    return done;
+}
+
+void addProjectCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>& values) {
+    auto& project = addCommand(app, shell, "project", "Projekte, die Meetings zusammenfassen",
+                               [&shell, values] { return listProjects(shell, *values); });
+    project.add_flag("--json", values->json, "Als JSON für Programme");
+    const auto action = [&](const char* name, const char* description,
+                            int (*body)(Shell&, const Values&)) -> CLI::App& {
+        return addCommand(project, shell, name, description,
+                          [&shell, values, body] { return body(shell, *values); });
+    };
+    action("add", "Legt ein Projekt an", addProject).add_option("NAME", values->name, "Der Name")->required();
+    auto& renamed = action("rename", "Benennt ein Projekt um", renameProject);
+    renamed.add_option("NAME", values->name, "Der bisherige Name")->required();
+    renamed.add_option("NEU", values->newName, "Der neue Name")->required();
+    action("remove", "Löst ein Projekt auf; seine Meetings bleiben", removeProject)
+        .add_option("NAME", values->name, "Der Name")
+        ->required();
+    auto& assigned = action("assign", "Ordnet ein Meeting einem Projekt zu", assignProject);
+    assigned.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    assigned.add_option("NAME", values->name, "Das Projekt; ohne Namen keines mehr");
+}
+
+void addFieldCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>& values) {
+    auto& fields = addCommand(app, shell, "fields", "Eigene Felder für die Angaben zu Meetings",
+                              [&shell, values] { return listFields(shell, *values); });
+    fields.add_flag("--json", values->json, "Als JSON für Programme");
+    addCommand(
+        fields, shell, "add", "Legt ein Feld an",
+        [&shell, values] {
+            return changeFields(shell, [&](auto& list) { list.push_back({UUID::random(), values->name}); });
+        })
+        .add_option("NAME", values->name, "Der Name")
+        ->required();
+    auto& renamed = addCommand(fields, shell, "rename", "Benennt ein Feld um", [&shell, values] {
+        return changeFields(shell,
+                            [&](auto& list) { named(list, values->name, "Ein Feld")->name = values->newName; });
+    });
+    renamed.add_option("NAME", values->name, "Der bisherige Name")->required();
+    renamed.add_option("NEU", values->newName, "Der neue Name")->required();
+    addCommand(fields, shell, "remove", "Entfernt ein Feld; was darin steht, bleibt bei den Meetings",
+               [&shell, values] {
+                   return changeFields(shell,
+                                       [&](auto& list) { list.erase(named(list, values->name, "Ein Feld")); });
+               })
+        .add_option("NAME", values->name, "Der Name")
+        ->required();
+    auto& set = addCommand(fields, shell, "set", "Füllt ein Feld eines Meetings aus",
+                           [&shell, values] { return setField(shell, *values); });
+    set.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    set.add_option("NAME", values->name, "Das Feld")->required();
+    set.add_option("WERT", values->text, "Der Wert; ohne ihn wird das Feld geleert");
+}
+
+}  // namespace
+
+void addMeetingCommands(CLI::App& app, Shell& shell) {
+    const auto values = std::make_shared<Values>();
+    const auto forMeeting = [&](const char* name, const char* description,
+                                int (*body)(Shell&, const Values&)) -> CLI::App& {
+        auto& command =
+            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
+        command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+        return command;
+    };
+    forMeeting("rename", "Gibt einem Meeting einen Titel", rename)
+        .add_option("TITEL", values->name, "Der neue Titel")
+        ->required();
+    forMeeting("pin", "Heftet ein Meeting oben an", pin)
+        .add_flag("--off", values->off, "Nicht mehr oben anheften");
+    auto& noted = forMeeting("note", "Zeigt oder ersetzt die Notizen zu einem Meeting", note);
+    noted.add_option("TEXT", values->text, "Der neue Text; „-“ liest ihn von der Standardeingabe");
+    noted.add_flag("--json", values->json, "Als JSON für Programme");
+    auto& people = forMeeting("participants", "Zeigt oder ändert die Teilnehmer eines Meetings", participants);
+    people.add_option("--add", values->added, "Nimmt einen Namen auf")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    people.add_option("--remove", values->removed, "Streicht einen Namen")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    people.add_flag("--json", values->json, "Als JSON für Programme");
+    addProjectCommands(app, shell, values);
+    addFieldCommands(app, shell, values);
+
+    const auto base = std::make_shared<std::optional<std::string>>();
+    auto& wishes =
+        addCommand(app, shell, "instructions", "Zeigt oder ändert die Vorgaben für die Zusammenfassung",
+                   [&shell, values, base] { return instructions(shell, *values, *base); });
+    wishes.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+    wishes.add_option("--base", *base, "Inhalt und Stil; „-“ liest von der Standardeingabe")->type_name("TEXT");
+    wishes.add_option("--hint", values->text, "Hinweise zu diesem Meeting")->type_name("TEXT");
+    wishes.add_flag("--reset", values->off, "Zurück zu den üblichen Vorgaben");
+    wishes.add_flag("--json", values->json, "Als JSON für Programme");
+}
+
+}  // namespace quillmoot
+}  // namespace meetingcore

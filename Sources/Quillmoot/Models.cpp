@@ -1,0 +1,13 @@
+#include "Models.h"
+
+#include <cstdlib>
+
+namespace meetingcore::quillmoot {
+
+std::filesystem::path modelFolder(const std::string& option, const std::filesystem::path& root) {
+    if (!option.empty()) return std::filesystem::absolute(option);
+    const char* const set = std::getenv("MEETING_MODELS");
+    return set != nullptr && *set != '\0' ? std::filesystem::absolute(set) : root / "Models";
+}
+
+}  // namespace meetingcore::quillmoot

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <span>
+
+#include <CLI/CLI.hpp>
+
+#include "Shell.h"
+
+namespace meetingcore::quillmoot {
+
+/// The whole program; returns its exit status: 0 done, 1 failed, 2 wrong use. `arguments` are those of the
+/// process.
+int run(std::span<char*> arguments);
+
+/// The command line with all commands, which select what runs in the shell.
+void describe(CLI::App& app, Shell& shell);
+
+/// Adds a command that runs `body`, which returns the exit status.
+CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,
+                     std::function<int()> body);
+
+/// The commands by topic.
+void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor, models
+void addListCommands(CLI::App& app, Shell& shell);     ///< list, show, search, jobs
+void addAudioCommands(CLI::App& app, Shell& shell);    ///< import, audio, remove-audio, retention
+void addMeetingCommands(CLI::App& app, Shell& shell);  ///< rename, pin, note, project, participants, fields, …
+void addTranscriptCommands(CLI::App& app, Shell& shell);  ///< transcript, speakers, correct, speaker, export, …
+void addSummaryCommands(CLI::App& app, Shell& shell);     ///< summarize, title, summary, instructions
+
+}  // namespace meetingcore::quillmoot

@@ -1,0 +1,93 @@
+#include "Shell.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+
+#include <unistd.h>
+
+#include "MeetingCore/Library/DataDirectoryPreference.h"
+#include "MeetingCore/Library/MeetingReference.h"
+
+namespace meetingcore::quillmoot {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto stopSignals = std::to_array<int>({SIGINT, SIGTERM, SIGHUP});
+
+}  // namespace
+
+DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
+    if (!fs::is_directory(root_)) {
+        throw MeetingError::notConfigured(
+            "Es gibt keinen Datenordner unter " + root_.string() +
+            ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
+            "einen anderen.");
+    }
+}
+
+const LibrarySnapshot& DataFolder::library() {
+    if (!library_) {
+        const auto file = root_ / "library.json";
+        library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
+    }
+    return *library_;
+}
+
+SQLiteJobStore& DataFolder::jobs() {
+    if (jobs_ == nullptr) jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    return *jobs_;
+}
+
+const MeetingEntry& DataFolder::meeting(const std::string& reference) {
+    return findMeeting(library(), reference);
+}
+
+std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
+    return TranscriptStorage::readOptional<SummaryArtifact>(folderOf(meeting) / "summary.json");
+}
+
+OpenLibrary::OpenLibrary(const fs::path& root) : root_(root) {
+    createDirectories(FileManager::system(), root_);
+    lock_.emplace(root_, WorkerLock::Purpose::application);
+    library_.emplace(root_);
+}
+
+SQLiteJobStore& OpenLibrary::jobs() {
+    if (jobs_ == nullptr) jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    return *jobs_;
+}
+
+const MeetingEntry& OpenLibrary::meeting(const std::string& reference) const {
+    return findMeeting(library_->snapshot(), reference);
+}
+
+void OpenLibrary::change(const UUID& meeting, const std::function<void(MeetingEntry&)>& body) {
+    library_->update([&](LibrarySnapshot& library) {
+        body(*std::ranges::find(library.meetings, meeting, &MeetingEntry::id));
+    });
+}
+
+Shell::Shell() : out_(std::cout, Style::of(STDOUT_FILENO)), err_(std::cerr, Style::of(STDERR_FILENO)) {}
+
+fs::path Shell::root() const {
+    auto root = rootOption_ ? *rootOption_ : DataDirectoryPreference::selectedRoot(UserDefaults::standard());
+    return fs::absolute(root).lexically_normal();
+}
+
+std::atomic<bool> Interruption::flag_{false};
+
+Interruption::Interruption() {
+    flag_ = false;
+    struct sigaction action {};
+    action.sa_handler = [](int) { flag_ = true; };
+    for (const auto signal : stopSignals) ::sigaction(signal, &action, nullptr);
+}
+
+Interruption::~Interruption() {
+    for (const auto signal : stopSignals) std::signal(signal, SIG_DFL);
+}
+
+}  // namespace meetingcore::quillmoot

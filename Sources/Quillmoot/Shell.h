@@ -1,0 +1,130 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Recording/SQLiteJobStore.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Summary/WorkerLock.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+#include "Terminal.h"
+
+namespace meetingcore::quillmoot {
+
+/// The command line asks for what there is not. Exit status 2.
+class UsageError : public std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+/// A data folder opened for reading. Its parts are read when they are first asked for.
+class DataFolder {
+public:
+    /// Throws MeetingError (notConfigured) where the folder does not exist.
+    explicit DataFolder(std::filesystem::path root);
+
+    const std::filesystem::path& root() const { return root_; }
+    const LibrarySnapshot& library();
+    SQLiteJobStore& jobs();
+
+    /// Throws MeetingError (invalidData) unless exactly one meeting fits.
+    const MeetingEntry& meeting(const std::string& reference);
+
+    TranscriptDocument transcript(const UUID& meeting) {
+        return TranscriptStorage::load(meeting, root_, jobs());
+    }
+    std::optional<SummaryArtifact> summary(const UUID& meeting) const;
+    std::filesystem::path folderOf(const UUID& meeting) const {
+        return TranscriptStorage::sessionDirectory(root_, meeting);
+    }
+
+private:
+    std::filesystem::path root_;
+    std::optional<LibrarySnapshot> library_;
+    std::unique_ptr<SQLiteJobStore> jobs_;
+};
+
+/// A library opened for changes: no other program may change it meanwhile.
+class OpenLibrary {
+public:
+    /// Creates the folder where it is missing. Throws MeetingError (storage) where another program has the
+    /// library.
+    explicit OpenLibrary(const std::filesystem::path& root);
+
+    const std::filesystem::path& root() const { return root_; }
+    MeetingLibrary& library() { return *library_; }
+    SQLiteJobStore& jobs();
+    const MeetingEntry& meeting(const std::string& reference) const;
+
+    /// Changes one meeting's entry.
+    void change(const UUID& meeting, const std::function<void(MeetingEntry&)>& body);
+
+private:
+    std::filesystem::path root_;
+    std::optional<WorkerLock> lock_;
+    std::optional<MeetingLibrary> library_;
+    std::unique_ptr<SQLiteJobStore> jobs_;
+};
+
+/// What the commands share: the chosen data folder, the two output streams, and the command to run.
+class Shell {
+public:
+    Shell();
+
+    Terminal& out() { return out_; }
+    Terminal& err() { return err_; }
+    ProgressLine progress() { return {std::cerr, err_.style()}; }
+
+    /// The data folder: the one of `--root`, else the remembered one.
+    std::filesystem::path root() const;
+    std::optional<std::filesystem::path>& rootOption() { return rootOption_; }
+    DataFolder folder() const { return DataFolder(root()); }
+    OpenLibrary openLibrary() const { return OpenLibrary(root()); }
+
+    /// Chooses what runs once the command line is understood; returns the exit status.
+    void select(std::function<int()> command) { selected_ = std::move(command); }
+    const std::function<int()>& selected() const { return selected_; }
+
+    /// One JSON value on one line.
+    template <class T>
+    void writeJSON(const T& value) {
+        out_.raw(json::encode(value) + "\n");
+    }
+
+private:
+    std::optional<std::filesystem::path> rootOption_;
+    Terminal out_;
+    Terminal err_;
+    std::function<int()> selected_;
+};
+
+/// Turns Ctrl-C and the other polite ends (SIGINT, SIGTERM, SIGHUP) into a flag while it lives, so that a
+/// command ends between two steps. One at a time.
+class Interruption {
+public:
+    Interruption();
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    static bool requested() { return flag_.load(); }
+    static const std::atomic<bool>& flag() { return flag_; }
+
+private:
+    static std::atomic<bool> flag_;
+};
+
+/// Exit statuses.
+inline constexpr int done = 0;
+inline constexpr int failed = 1;
+inline constexpr int wrongUse = 2;
+
+}  // namespace meetingcore::quillmoot

@@ -1,0 +1,7 @@
+#include "Program.h"
+
+namespace meetingcore::quillmoot {
+
+void addSummaryCommands(CLI::App& /*app*/, Shell& /*shell*/) {}
+
+}  // namespace meetingcore::quillmoot

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MeetingCore/Platform/Folding.h"
+#include "MeetingCore/Presentation/TranscriptPresentation.h"
+
+namespace meetingcore::quillmoot {
+
+/// Text attributes as terminals know them (ECMA-48, SGR).
+enum class Ink { plain, bold, dim, red, green, yellow, hit };
+
+/// How one of our output streams looks: coloured and broken to the window on a terminal, plain lines of any
+/// length elsewhere.
+struct Style {
+    bool terminal = false;
+    bool coloured = false;    ///< the environment variables NO_COLOR and TERM=dumb take the colours away
+    std::size_t columns = 0;  ///< 0: lines are not broken
+
+    static Style of(int descriptor);
+};
+
+/// The columns that a text takes on a terminal: East Asian wide characters and emoji take two.
+std::size_t columnsOf(std::string_view text);
+
+/// The text without anything that a terminal would act on: control characters become U+FFFD, line breaks and
+/// tabs blanks.
+std::string printable(std::string_view text);
+
+/// Cut to so many columns, with an ellipsis where something is missing.
+std::string fitted(std::string_view text, std::size_t columns);
+
+/// Writes for a person to read. Everything that comes from a library passes through `printable`.
+class Terminal {
+public:
+    Terminal(std::ostream& out, Style style) : out_(out), style_(style) {}
+
+    const Style& style() const { return style_; }
+
+    void line(std::string_view text = {}, Ink ink = Ink::plain);
+    void heading(std::string_view text);
+
+    /// A paragraph, broken between words; its first line begins with `first`, the others with as many blanks.
+    void wrapped(std::string_view first, std::string_view text, Ink ink = Ink::plain);
+
+    /// The same with some characters of the text set off.
+    void highlighted(std::string_view first, std::string_view text,
+                     std::span<const text::CharacterRange> ranges);
+
+    /// A name in a speaker's colour.
+    std::string speaker(std::string_view name, SpeakerColorPreset colour) const;
+
+    std::string inked(std::string_view text, Ink ink) const;
+
+    /// Writes bytes as they are, which must be printable already.
+    void raw(std::string_view text) { out_ << text; }
+
+private:
+    struct Word {
+        std::string text;  ///< with its attributes
+        std::size_t columns;
+    };
+
+    void fill(std::string_view first, const std::vector<Word>& words);
+
+    std::ostream& out_;
+    Style style_;
+};
+
+/// Lines of cells that stand below each other. The last column gets what is left of the window.
+class Table {
+public:
+    /// One heading per column.
+    explicit Table(std::vector<std::string> headings) : rows_{std::move(headings)} {}
+
+    void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+
+    void write(Terminal& terminal) const;
+
+private:
+    std::vector<std::vector<std::string>> rows_;
+};
+
+/// One line that is written over and over on a terminal, and not at all elsewhere.
+class ProgressLine {
+public:
+    ProgressLine(std::ostream& out, Style style) : out_(out), style_(style) {}
+    ~ProgressLine() { clear(); }
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+
+    /// A bar for a share from 0 to 1 with a text behind it.
+    void show(double share, std::string_view text);
+
+    /// A text alone.
+    void show(std::string_view text);
+
+    void clear();
+
+private:
+    void write(const std::string& line);
+
+    std::ostream& out_;
+    Style style_;
+    std::string shown_;
+};
+
+}  // namespace meetingcore::quillmoot
