@@ -16,11 +16,6 @@ template TranscriptEdits json::decode(std::string_view, const std::string&);
 
 namespace {
 
-constexpr std::size_t maximumItems = 20'000;
-constexpr std::size_t maximumSegmentCharacters = 20'000;
-constexpr double secondsBeforeWindow = 0.1;
-constexpr double secondsAfterWindow = 0.5;
-
 bool haveDistinctIDs(std::span<const TranscriptSegment> segments) {
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ids;
     ids.reserve(segments.size());
@@ -31,10 +26,10 @@ bool haveDistinctIDs(std::span<const TranscriptSegment> segments) {
 
 bool fits(const TranscriptSegment& segment, const TranscriptionWindow& window) {
     return segment.source == window.source && !segment.text.empty() &&
-           !text::exceeds(segment.text, maximumSegmentCharacters) && std::isfinite(segment.startSeconds) &&
-           std::isfinite(segment.endSeconds) &&
-           segment.startSeconds >= window.startSeconds() - secondsBeforeWindow &&
-           segment.endSeconds <= window.endSeconds() + secondsAfterWindow &&
+           !text::exceeds(segment.text, SpeechResult::maximumSegmentCharacters) &&
+           std::isfinite(segment.startSeconds) && std::isfinite(segment.endSeconds) &&
+           segment.startSeconds >= window.startSeconds() - SpeechResult::secondsBeforeWindow &&
+           segment.endSeconds <= window.endSeconds() + SpeechResult::secondsAfterWindow &&
            segment.endSeconds >= segment.startSeconds;
 }
 

@@ -16,6 +16,11 @@ namespace meetingcore {
 
 /// What speech recognition delivers for one window; the result of a "transcribe" job.
 struct SpeechResult {
+    static constexpr std::size_t maximumItems = 20'000;  ///< segments, and words
+    static constexpr std::size_t maximumSegmentCharacters = 20'000;
+    static constexpr double secondsBeforeWindow = 0.1;
+    static constexpr double secondsAfterWindow = 0.5;
+
     std::int64_t version = 1;  ///< 1 or 2; version 2 means that the microphone track needs diarization as well
     std::string windowID;
     std::vector<TranscriptSegment> segments;
