@@ -1,14 +1,14 @@
-#include <atomic>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "MeetingCore/Library/TranscriptionRun.h"
 #include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
@@ -35,27 +35,27 @@ using testing::TemporaryFolder;
 /// shell scripts that get the file, the window's id, its source and its start.
 class TranscriptionRunTest : public ::testing::Test {
 protected:
-    void record(int windows, AudioSource source = AudioSource::meeting) {
+    void record(const std::vector<AudioChunk>& chunks) {
         DurableChunkStore store(meetings());
         if (!fs::exists(meetings())) store.createSession(session_);
-        std::vector<AudioChunk> chunks;
-        for (int i = 0; i < windows; ++i) {
-            chunks.push_back(testing::testChunk(session_.id, i, 10.0 * i, 1600, source));
-            store.commit(chunks.back(), testing::samplesOf(chunks.back()));
-        }
+        for (const auto& chunk : chunks) store.commit(chunk, testing::samplesOf(chunk));
         SQLiteJobStore database(databaseFile());
         WorkScheduler::enqueue(chunks, database, true);
     }
 
-    /// The command for an engine that runs `script` and then says that the window begins with "Hallo".
+    void record(int windows, AudioSource source = AudioSource::meeting) {
+        std::vector<AudioChunk> chunks;
+        for (int i = 0; i < windows; ++i)
+            chunks.push_back(testing::testChunk(session_.id, i, 10.0 * i, 1600, source));
+        record(chunks);
+    }
+
+    /// The command for an engine that runs `script` and then hears "Hallo" at `$at`.
     std::string engine(const std::string& script) const {
         const auto file = folder_.path() / "engine.sh";
-        std::ofstream(file) << "wav=$1 window=$2 source=$3 start=$4\n"
-                            << script << R"SH(
-printf '{"version":1,"windowID":"%s","words":[],"segments":[{"id":"%s","startSeconds":%s,"endSeconds":%s,' \
-       "$window" 01234567-89AB-CDEF-0123-456789ABCDEF "$start" "$start"
-printf '"source":"%s","text":"Hallo"}]}' "$source"
-)SH";
+        std::ofstream(file) << "wav=$1 window=$2 source=$3 start=$4 at=0\n"
+                            << script << "\necho \"{\\\"segments\\\":[{\\\"start\\\":$at,\\\"end\\\":$at,"
+                            << "\\\"text\\\":\\\"Hallo\\\"}]}\"";
         return "sh '" + file.string() + "' {wav} {window} {source} {start}";
     }
 
@@ -63,7 +63,7 @@ printf '"source":"%s","text":"Hallo"}]}' "$source"
         const std::string& command, TranscriptionRun::Options options = {},
         const StopRequest& stop = StopRequest(),
         const std::function<void(const TranscriptionRun::Progress&)>& onProgress = {}) {
-        CommandTranscriber transcriber(command, root(), timeLimit_);
+        CommandTranscriber transcriber(command, root(), 60s);
         SQLiteJobStore database(databaseFile());
         return TranscriptionRun::run(session_.id, root(), database, transcriber, options, stop, onProgress);
     }
@@ -91,90 +91,108 @@ printf '"source":"%s","text":"Hallo"}]}' "$source"
 
     TemporaryFolder folder_;
     MeetingSession session_ = testing::testSession();
-    std::chrono::milliseconds timeLimit_ = 60s;
 };
 
 TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
-    record(0);
-    DurableChunkStore store(meetings());
-    std::vector chunks{testing::testChunk(session_.id, 0, 5, 1600),
-                       testing::testChunk(session_.id, 1, 5.14, 800)};
-    for (const auto& chunk : chunks) store.commit(chunk, testing::samplesOf(chunk));
+    const TranscriptionWindow window{
+        session_.id,
+        AudioSource::microphone,
+        {testing::testChunk(session_.id, 0, 5, 1600), testing::testChunk(session_.id, 1, 5.14, 800)}};
+    record(window.chunks);
     SQLiteJobStore(databaseFile()).enqueue({"other", UUID::random(), "transcribe", "{}"});
-    {
-        SQLiteJobStore database(databaseFile());
-        WorkScheduler::enqueue(chunks, database, true);
-    }
-    auto samples = testing::samplesOf(chunks[0]);
+    auto samples = testing::samplesOf(window.chunks[0]);
     samples.resize(2240);
-    const auto second = testing::samplesOf(chunks[1]);
-    samples.insert(samples.end(), second.begin(), second.end());
+    for (const auto sample : testing::samplesOf(window.chunks[1])) samples.push_back(sample);
 
-    const auto report = run(engine("cat \"$wav\"" + toLog() +
-                                   "touch \"$wav.json\"; ls -ld \"${wav%/*}\" \"$wav\" | cut -c 1-10" +
-                                   toLog() + "printf %s \"$source $start $window\"" + toLog()));
+    const auto report =
+        run(engine("cat \"$wav\"" + toLog() + "touch \"$wav.json\"; ls -ld \"${wav%/*}\" \"$wav\"" +
+                   " | cut -c 1-10" + toLog() + "printf %s \"$source $start $window\"" + toLog()));
     EXPECT_EQ(report.transcribed, 1);
     EXPECT_THAT(report.setAside, IsEmpty());
-    const TranscriptionWindow window{session_.id, AudioSource::microphone, chunks};
     EXPECT_EQ(log(), WAV::encode(samples) + "drwx------\n-rw-------\nmicrophone 5 " + window.id());
     EXPECT_FALSE(hasWorkFolder());
 }
 
 TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
-    record(1);
-    DurableChunkStore store(meetings());
-    const TranscriptionWindow window{session_.id, AudioSource::meeting, store.recover().chunks};
-    const auto script = folder_.path() / "arguments.sh";
-    std::ofstream(script) << "printf '%s|' \"$@\" >&2; exit 9";
-    const StopRequest never;
-    for (const auto& [words, expected] : {
-             std::pair{"a  'b c'\td\"e f\"'' \\\"g '' {start}", "a|b c|de f|\"g||0|"},
-             std::pair{R"("\$\"\x" {source}={wav}'{' '{wav}' $HOME *)", R"($"\x|meeting=)"},
-         }) {
-        CommandTranscriber transcriber("sh " + script.string() + " " + words, root(), timeLimit_);
-        EXPECT_THAT(failureOf([&] { transcriber.transcribe(window, never).get(); }),
-                    HasSubstr(std::string("„sh“ endete mit Status 9: ") + expected))
-            << words;
-    }
+    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    record({chunk});
+    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto failure = [&](const std::string& command, std::chrono::milliseconds limit = 60s) {
+        const StopRequest never;
+        return failureOf([&] { CommandTranscriber(command, root(), limit).transcribe(window, never).get(); });
+    };
+    const std::string script = R"(sh -c 'printf "%s|" "$@" >&2; exit 9' - )";
+    EXPECT_THAT(failure(script + "a  'b c'\td\"e f\"'' \\\"g '' {start}"),
+                HasSubstr("„sh“ endete mit Status 9: a|b c|de f|\"g||20|/"));
+    EXPECT_THAT(failure(script + R"("\$\"\x" {source}={wav}'{' '{wav}' $HOME *)"),
+                HasSubstr(R"(Status 9: $"\x|microphone=)"));
     for (const char* const bad : {"", " \n", "'a", "a \"b", "a\\"})
-        EXPECT_NE(failureOf([&] { CommandTranscriber(bad, root(), timeLimit_); }), "no failure") << bad;
+        EXPECT_THAT(failure(bad), HasSubstr("Befehl")) << bad;
+    EXPECT_EQ(failure("sh -c 'sleep 60'", 100ms), "„sh“ brauchte länger als 100 ms und wurde beendet.");
+}
+
+TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
+    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    record({chunk});
+    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto heard = [&](const std::string& json) {
+        const StopRequest never;
+        CommandTranscriber engine("printf '%s\\n%.0s' '" + json + "'", root(), 60s);
+        const auto result = engine.transcribe(window, never).get();
+        std::ostringstream text;
+        for (const auto& s : result.segments)
+            text << s.startSeconds << "-" << s.endSeconds << " " << s.text << "|";
+        for (const auto& w : result.words)
+            text << w.startSeconds << "-" << w.endSeconds << " " << w.text << "|";
+        return text.str();
+    };
+    const std::string own =
+        R"({"version":1,"windowID":"{window}","words":[],"segments":[{"id":")" + UUID().string() +
+        R"(","startSeconds":{start},"endSeconds":20.6,"source":"{source}","text":"Hallo"}]})";
+    EXPECT_EQ(heard(own), "20-20.6 Hallo|");
+    EXPECT_EQ(heard(R"({"transcription":[{"offsets":{"from":10,"to":30000},"text":" Guten Tag "}]})"),
+              "20.01-20.1 Guten Tag|");
+    EXPECT_EQ(
+        heard(R"({"segments":[{"start":0.02,"end":0.06,"text":"Ja, x","words":[)"
+              R"({"word":"Ja,","start":0.02,"end":0.04},{"word":"x"}]},{"start":0.4,"end":9,"text":"y"}]})"),
+        "20.02-20.06 Ja, x|20.4-20.4 y|20.02-20.04 Ja,|");
+    EXPECT_EQ(heard(R"({"segments":[]})"), "");
+    for (const auto& [part, other] : {std::pair{"{window}", "x"},
+                                      {"20.6", "20.7"},
+                                      {"{start}", "19.8"},
+                                      {"{source}", "meeting"},
+                                      {":1,", ":3,"},
+                                      {"window", "other"},
+                                      {own.c_str(), "[]"}})
+        EXPECT_NE(failureOf([&] { heard(text::replacing(own, part, other)); }), "no failure") << other;
 }
 
 TEST_F(TranscriptionRunTest, SetsAsideWhatFailsAgainAndAgainWithItsReason) {
-    struct Case {
-        const char* script;
-        const char* message;
-    };
-    timeLimit_ = 300ms;
-    for (const auto& [script, message] : {
-             Case{"echo 'Modell fehlt' >&2; exit 1", "„sh“ endete mit Status 1: Modell fehlt"},
-             Case{"echo Hallo Welt; exit", "Das Ergebnis der Erkennung"},
-             Case{"exit", "„sh“ lieferte kein Ergebnis auf der Standardausgabe."},
-             Case{"start=20.7", "Ungültige Zeitmarken oder Textsegmente vom Sprachmodell."},
-             Case{"window=x", "Ungültige Zeitmarken oder Textsegmente vom Sprachmodell."},
-             Case{"exec sleep 60", "„sh“ brauchte länger als 300 ms und wurde beendet."},
-         }) {
-        fs::remove_all(root());
-        record(2, AudioSource::microphone);
-        record(4);
-        const auto command =
-            engine("if [ $source$start = meeting20 ]; then echo x" + toLog() + script + "\nfi");
-        fs::remove(folder_.path() / "log");
-        const auto report = run(command, {.jobs = 2});
-        EXPECT_EQ(log(), "x\nx\nx\n") << script;
-        EXPECT_EQ(report.transcribed, 5) << script;
-        ASSERT_EQ(report.setAside.size(), 1) << script;
-        EXPECT_EQ(report.setAside[0].source, AudioSource::meeting);
-        EXPECT_EQ(report.setAside[0].startSeconds, 20);
-        EXPECT_EQ(report.setAside[0].endSeconds, 20.1);
-        EXPECT_THAT(report.setAside[0].message, HasSubstr(message));
-        EXPECT_THAT(stats(), ElementsAre(Pair("completed", 5), Pair("failed", 1)));
+    record(2, AudioSource::microphone);
+    record(6);
+    const auto report = run(engine("fail() { echo x" + toLog() + R"(}
+        case $source$start in
+        microphone10) fail; echo 'Modell fehlt' >&2; exit 1;;
+        meeting10) fail; echo Hallo Welt; exit;;
+        meeting20) fail; exit;;
+        meeting30) fail; at=0.7;;
+        esac)"),
+                            {.jobs = 2});
+    EXPECT_EQ(report.transcribed, 4);
+    std::ostringstream out;
+    for (const auto& window : report.setAside) {
+        out << json::nameOf(window.source) << " " << window.startSeconds << "-" << window.endSeconds << " "
+            << text::prefix(window.message, 30) << "|";
     }
+    EXPECT_EQ(
+        out.str(),
+        "microphone 10-10.1 „sh“ endete mit Status 1: Mode|meeting 10-10.1 Das Ergebnis der Erkennung ist|"
+        "meeting 20-20.1 „sh“ lieferte kein Ergebnis au|meeting 30-30.1 Ungültige Zeitmarken oder Text|");
+    EXPECT_EQ(log().size(), 4 * 3 * 2);
+    EXPECT_THAT(stats(), ElementsAre(Pair("completed", 4), Pair("failed", 4)));
     SQLiteJobStore(databaseFile()).retrySession(session_.id);
-    EXPECT_EQ(run(engine("")).progress.done, 6);
-    const auto nothing = run("false");
-    EXPECT_EQ(nothing.transcribed, 0);
-    EXPECT_EQ(nothing.progress.done, 6);
+    EXPECT_EQ(run(engine("")).progress.done, 8);
+    EXPECT_EQ(run("false").progress.done, 8);
 }
 
 TEST_F(TranscriptionRunTest, TriesAgainAndReportsProgress) {
@@ -195,19 +213,8 @@ TEST_F(TranscriptionRunTest, TriesAgainAndReportsProgress) {
 
 TEST_F(TranscriptionRunTest, RenewsTheLeaseOfASlowWindow) {
     record(1);
-    std::atomic<bool> over = false;
-    std::atomic<int> taken = 0;
-    std::thread other([&] {
-        SQLiteJobStore database(databaseFile());
-        while (!over) {
-            if (database.recoverExpired(Date::now()) > 0) ++taken;
-            std::this_thread::sleep_for(5ms);
-        }
-    });
-    EXPECT_EQ(run(engine("sleep 1.5"), {.leaseSeconds = 0.6}).transcribed, 1);
-    over = true;
-    other.join();
-    EXPECT_EQ(taken, 0);
+    EXPECT_EQ(run(engine("sleep 2"), {.leaseSeconds = 1.2}).transcribed, 1);
+    EXPECT_EQ(SQLiteJobStore(databaseFile()).jobs(session_.id).at(0).attempts, 1);
 }
 
 TEST_F(TranscriptionRunTest, DropsTheResultOfALostLease) {
