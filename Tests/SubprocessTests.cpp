@@ -3,6 +3,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -11,7 +12,6 @@
 #include <sys/stat.h>
 
 #include "MeetingCore/Platform/FileDescriptor.h"
-#include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Platform/Subprocess.h"
 #include "MeetingCore/Summary/SummaryProcess.h"
 #include "Support/Failure.h"
@@ -26,8 +26,6 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using testing::failureOf;
 using testing::TemporaryFolder;
-
-constexpr auto longTime = 60s;  // what a test that fails would wait for
 
 SubprocessCommand shell(const std::string& script) { return {.arguments = {"sh", "-c", script}}; }
 
@@ -64,18 +62,13 @@ private:
 };
 
 TEST(Subprocess, ReportsOutputErrorsAndStatus) {
-    struct Case {
-        const char* script;
-        int status;
-        const char* output;
-        const char* description;
-    };
+    using Case = std::tuple<const char*, int, const char*, const char*>;
     for (const auto& [script, status, output, description] : {
              Case{"echo a; printf b; printf 'x\\n  Modell fehlt \\n' >&2; exit 3", 3, "a\nb",
-                  "Status 3:   Modell fehlt"},
+                  "Status 3: Modell fehlt"},
              Case{"kill -9 $$", -9, "", "Signal 9."},
              Case{"cat; exec 1>&- 2>&-; sleep 0.1; exit 7", 7, "", "Status 7."},
-             Case{"printf 'a\\377' >&2; exit 1", 1, "", "Status 1: a\xEF\xBF\xBD"},
+             Case{"printf 'a\\377\\033b' >&2; exit 1", 1, "", "Status 1: a\xEF\xBF\xBD b"},
          }) {
         const auto result = run(shell(script));
         EXPECT_EQ(result.end, End::byItself) << script;
@@ -83,25 +76,17 @@ TEST(Subprocess, ReportsOutputErrorsAndStatus) {
         EXPECT_EQ(result.output, output) << script;
         EXPECT_EQ(result.description(), description) << script;
     }
-    const auto literal = run({.arguments = {"printf", "%s|", "a b", "", "$HOME;", "ä"}});
-    EXPECT_EQ(literal.output, "a b||$HOME;|ä|");
-}
-
-TEST(Subprocess, SaysWhatCannotBeStarted) {
-    const TemporaryFolder folder;
-    const auto missing = MeetingError::Kind::notConfigured;
-    EXPECT_EQ(failureOf([] { run({.arguments = {"gibt-es-nicht"}}); }, missing),
-              "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
-    EXPECT_EQ(failureOf([&] { run({.arguments = {folder.path().string()}}); }, missing),
-              quotedName(folder.path()) + " ist kein ausführbares Programm.");
+    EXPECT_EQ(run({.arguments = {"printf", "%s|", "a b", "", "$HOME;", "ä"}}).output, "a b||$HOME;|ä|");
+    const auto failure = [](const char* program) {
+        return failureOf([&] { run({.arguments = {program}}); }, MeetingError::Kind::notConfigured);
+    };
+    EXPECT_EQ(failure("gibt-es-nicht"), "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
+    EXPECT_EQ(failure("/usr/bin"), "„bin“ ist kein ausführbares Programm.");
 }
 
 TEST(Subprocess, GivesTheChildNothingOfOurs) {
     const auto leaked = ::fcntl(STDIN_FILENO, F_DUPFD, 40);
-    struct sigaction ignored {};
-    struct sigaction before {};
-    ignored.sa_handler = SIG_IGN;
-    ::sigaction(SIGTERM, &ignored, &before);
+    auto* const before = std::signal(SIGTERM, SIG_IGN);
     sigset_t term;
     sigemptyset(&term);
     sigaddset(&term, SIGTERM);
@@ -109,50 +94,43 @@ TEST(Subprocess, GivesTheChildNothingOfOurs) {
     const auto result = run(
         shell("test -e /dev/fd/" + std::to_string(leaked) + " && echo leaked; kill -TERM $$; echo survived"));
     ::pthread_sigmask(SIG_UNBLOCK, &term, nullptr);
-    ::sigaction(SIGTERM, &before, nullptr);
+    std::signal(SIGTERM, before);
     ::close(leaked);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.status, -SIGTERM);
 }
 
 TEST(Subprocess, ReadsMoreThanPipesHold) {
-    const auto result =
-        run(shell("head -c 300000 /dev/zero >&2; head -c 3000000 /dev/zero; head -c 300000 /dev/zero >&2"));
-    EXPECT_EQ(result.output, std::string(3'000'000, '\0'));
+    const std::string lines = "echo eins; echo; head -c 1000000 /dev/zero | tr '\\0' x; echo; printf drei; ";
+    const std::string errors = "head -c 300000 /dev/zero >&2; ";
+    auto command = shell(errors + lines + errors);
+    const auto result = run(command);
+    EXPECT_EQ(result.output, "eins\n\n" + std::string(1'000'000, 'x') + "\ndrei");
     EXPECT_EQ(result.lastErrors, std::string(4096, '\0'));
-}
-
-TEST(Subprocess, PassesLinesAsTheyCome) {
-    std::vector<std::string> lines;
-    auto command = shell("echo eins; echo; head -c 100000 /dev/zero | tr '\\0' x; echo; printf drei");
-    command.onLine = [&](std::string_view line) { lines.emplace_back(line); };
+    std::vector<std::string> passed;
+    command.onLine = [&](std::string_view line) { passed.emplace_back(line); };
     EXPECT_EQ(run(command).output, "");
-    EXPECT_THAT(lines, ElementsAre("eins", "", std::string(100'000, 'x'), "drei"));
+    EXPECT_THAT(passed, ElementsAre("eins", "", std::string(1'000'000, 'x'), "drei"));
 }
 
 TEST(Subprocess, EndsWhatExceedsItsLimits) {
     const LifeSign grandchild;
-    struct Case {
-        SubprocessCommand command;
-        End end;
-        int status;
-    };
     const auto stubborn = "(trap '' TERM; " + grandchild.give() + "while :; do sleep 1; done) & ";
-    Case cases[] = {
-        {shell("sleep 60"), End::timeLimit, -SIGTERM},
-        {shell("trap 'exit 5' TERM; while :; do sleep 0.01; done"), End::timeLimit, 5},
-        {shell("exec 1>&- 2>&-; " + stubborn + "trap '' TERM; while :; do sleep 1; done"), End::timeLimit,
-         -SIGKILL},
-        {shell("yes"), End::outputLimit, -SIGTERM},
-        {shell("yes | tr -d '\\n'"), End::outputLimit, -SIGTERM},
-    };
-    for (auto& [command, end, status] : cases) {
+    using Case = std::tuple<std::string, End, int>;
+    for (const auto& [script, end, status] : {
+             Case{"sleep 60", End::timeLimit, -SIGTERM},
+             Case{"trap 'exit 5' TERM; while :; do sleep 0.01; done", End::timeLimit, 5},
+             Case{"exec 1>&- 2>&-; " + stubborn + "trap '' TERM; while :; do sleep 1; done", End::timeLimit,
+                  -SIGKILL},
+             Case{"yes", End::outputLimit, -SIGTERM},
+         }) {
+        auto command = shell(script);
         if (end == End::timeLimit) command.timeLimit = 300ms;
         if (end == End::outputLimit) command.maximumOutputBytes = 100'000;
-        command.patience = status == -SIGKILL ? std::chrono::milliseconds(200ms) : longTime;
+        if (status == -SIGKILL) command.patience = 200ms;
         const auto result = run(command);
-        EXPECT_EQ(result.end, end) << command.arguments[2];
-        EXPECT_EQ(result.status, status) << command.arguments[2];
+        EXPECT_EQ(result.end, end) << script;
+        EXPECT_EQ(result.status, status) << script;
     }
     EXPECT_TRUE(grandchild.ended());
 }
@@ -193,56 +171,47 @@ TEST(Subprocess, EndsOnARequestFromAnotherThread) {
     for (auto& thread : threads) thread.join();
 }
 
-/// A worker that runs a script, and what became of it.
-class SummaryProcessTest : public ::testing::Test {
-protected:
-    std::string run(const std::string& script, bool titleOnly = false) {
-        std::ofstream(program_) << "#!/bin/sh\n" << script << "\n";
-        fs::permissions(program_, fs::perms::owner_all);
-        states_.clear();
-        const SummaryProcess::Task task{session_, "Daten", "Modelle", titleOnly, program_};
-        bool finished = false;
-        const auto failure = failureOf([&] {
-            finished = SummaryProcess::run(task, stop_, [&](auto state) {
-                states_ += std::string(json::nameOf(state)) + " ";
-                if (state == SummaryProcess::State::titling) stop_.request();
-            });
+/// Runs a script as the worker: "finished", "stopped" (once it has said "titling") or the failure's message.
+std::string runWorker(const std::string& script, bool titleOnly = false, std::string* states = nullptr) {
+    const TemporaryFolder folder;
+    const auto program = folder.path() / "Worker";
+    std::ofstream(program) << "#!/bin/sh\n" << script << "\n";
+    fs::permissions(program, fs::perms::owner_all);
+    StopRequest stop;
+    bool finished = false;
+    const auto failure = failureOf([&] {
+        finished = SummaryProcess::run({UUID(), "Daten", "Modelle", titleOnly, program}, stop, [&](auto state) {
+            if (states != nullptr) *states += std::string(json::nameOf(state)) + " ";
+            if (state == SummaryProcess::State::titling) stop.request();
         });
-        return failure != "no failure" ? failure : finished ? "finished" : "stopped";
-    }
-
-    static std::string line(const std::string& state, const std::string& more = "") {
-        return R"(echo '{"state":")" + state + R"(","version":"1")" + more + "}'; ";
-    }
-
-    TemporaryFolder folder_;
-    fs::path program_ = folder_.path() / "Worker";
-    UUID session_ = UUID::random();
-    StopRequest stop_;
-    std::string states_;
-};
-
-TEST_F(SummaryProcessTest, FollowsTheWorkerToItsResult) {
-    const auto words = "--protocol 1 --session " + session_.string() + " --root " +
-                       fs::absolute("Daten").string() + " --models " + fs::absolute("Modelle").string();
-    const auto expected = [](const std::string& all) { return "[ \"$*\" = '" + all + "' ] || exit 9; "; };
-    EXPECT_EQ(run(expected(words) + line("loadingSummary") + line("summarizing") + "echo Unsinn; " +
-                  line("dreaming") + R"(echo '{"state":"titling","version":"2"}'; )" + line("summarizing") +
-                  line("summaryFinished")),
-              "finished");
-    EXPECT_EQ(states_, "loadingSummary summarizing summarizing summaryFinished ");
-    EXPECT_EQ(run(expected(words + " --title-only") + line("titleFinished"), true), "finished");
+    });
+    return failure != "no failure" ? failure : finished ? "finished" : "stopped";
 }
 
-TEST_F(SummaryProcessTest, SaysWhyThereIsNoResult) {
+std::string line(const std::string& state, const std::string& more = "") {
+    return R"(echo '{"state":")" + state + R"(","version":"1")" + more + "}'; ";
+}
+
+TEST(SummaryProcess, FollowsTheWorkerToItsResult) {
+    const auto words = "--protocol 1 --session " + UUID().string() + " --root " +
+                       fs::absolute("Daten").string() + " --models " + fs::absolute("Modelle").string();
+    const auto expected = [](const std::string& all) { return "[ \"$*\" = '" + all + "' ] || exit 9; "; };
+    const auto lines = line("loadingSummary") + line("summarizing") + "echo Unsinn; " + line("dreaming") +
+                       R"(echo '{"state":"titling","version":"2"}'; )" + line("summaryFinished");
+    std::string states;
+    EXPECT_EQ(runWorker(expected(words) + lines, false, &states), "finished");
+    EXPECT_EQ(states, "loadingSummary summarizing summaryFinished ");
+    EXPECT_EQ(runWorker(expected(words + " --title-only") + line("titleFinished"), true), "finished");
+}
+
+TEST(SummaryProcess, SaysWhyThereIsNoResult) {
     const std::string withoutResult = "Die lokale KI-Verarbeitung endete ohne Ergebnis: ";
-    EXPECT_EQ(run(line("failed", R"(,"message":"Noch kein Transkript zum Zusammenfassen.")") + "exit 1"),
-              "Noch kein Transkript zum Zusammenfassen.");
-    EXPECT_EQ(run(line("summarizing") + "echo kaputt >&2; exit 1"), withoutResult + "Status 1: kaputt");
-    EXPECT_EQ(run(line("summaryFinished") + "kill -9 $$"), withoutResult + "Signal 9.");
-    EXPECT_EQ(run(line("titleFinished")), withoutResult + "Status 0.");
-    EXPECT_EQ(run(line("failed") + "exit 1"), withoutResult + "Status 1.");
-    EXPECT_EQ(run(line("titling") + "sleep 60", true), "stopped");
+    EXPECT_EQ(runWorker(line("failed", R"(,"message":"Noch kein Transkript.")") + "exit 1"),
+              "Noch kein Transkript.");
+    EXPECT_EQ(runWorker(line("summarizing") + "echo kaputt >&2; exit 1"), withoutResult + "Status 1: kaputt");
+    EXPECT_EQ(runWorker(line("summaryFinished") + "kill -9 $$"), withoutResult + "Signal 9.");
+    EXPECT_EQ(runWorker(line("titleFinished")), withoutResult + "Status 0.");
+    EXPECT_EQ(runWorker(line("titling") + "sleep 60", true), "stopped");
 }
 
 }  // namespace

@@ -287,10 +287,13 @@ private:
 
 std::string SubprocessResult::description() const {
     auto text = status >= 0 ? "Status " + std::to_string(status) : "Signal " + std::to_string(-status);
-    auto line = text::trimmed(lastErrors);
-    if (const auto feed = line.find_last_of("\r\n"); feed != std::string_view::npos)
-        line.remove_prefix(feed + 1);
-    return line.empty() ? text + "." : text + ": " + std::string(text::prefix(line, maximumErrorCharacters));
+    auto lines = text::trimmed(lastErrors);
+    lines.remove_prefix(lines.find_last_of("\r\n") + 1);  // npos + 1 is the start
+    std::string line(text::prefix(text::trimmed(lines), maximumErrorCharacters));
+    // Colours and the like would act on the terminal that shows the message.
+    const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
+    std::replace_if(line.begin(), line.end(), isControl, ' ');
+    return line.empty() ? text + "." : text + ": " + line;
 }
 
 SubprocessResult runSubprocess(const SubprocessCommand& command, const StopRequest& stop) {

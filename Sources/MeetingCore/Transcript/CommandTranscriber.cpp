@@ -7,6 +7,7 @@
 #include "MeetingCore/Platform/Subprocess.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/JoinedAudio.h"
+#include "MeetingCore/Transcript/CaptionFile.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -123,14 +124,39 @@ std::string inSeconds(std::chrono::milliseconds time) {
     return whole == time ? std::to_string(whole.count()) + " s" : std::to_string(time.count()) + " ms";
 }
 
-SpeechResult readResult(const std::string& output, const TranscriptionWindow& window) {
-    static const std::string what = "Das Ergebnis der Erkennung";
-    auto result = json::decode<SpeechResult>(output, what);
+const std::string resultName = "Das Ergebnis der Erkennung";
+
+SpeechResult ownForm(const std::string& output) {
+    auto result = json::decode<SpeechResult>(output, resultName);
     if (result.version != 1 && result.version != 2)
         throw MeetingError::invalidData("Unbekannte Transkriptversion.");
-    result.validate(window);
     // A program that knows one window only cannot know which ids the others use, and ids must be unique.
     for (auto& segment : result.segments) segment.id = UUID::random();
+    return result;
+}
+
+/// Captions of the window's audio. Recognisers hear silence behind a short file, and often let the last segment
+/// last until there.
+SpeechResult fromCaptions(const std::string& output, const TranscriptionWindow& window) {
+    SpeechResult result{1, window.id(), {}, {}};
+    const double origin = window.startSeconds();
+    for (auto& caption : CaptionFile::parse(output, resultName).captions) {
+        const double start = origin + caption.startSeconds;
+        const double end = std::min(origin + caption.endSeconds, std::max(start, window.endSeconds()));
+        result.segments.push_back({UUID::random(), start, end, window.source, {}, std::move(caption.text)});
+        for (auto& word : caption.words) {
+            if (!word.startSeconds || !word.endSeconds) continue;
+            result.words.push_back(
+                {std::move(word.text), origin + *word.startSeconds, origin + *word.endSeconds});
+        }
+    }
+    return result;
+}
+
+SpeechResult readResult(const std::string& output, const TranscriptionWindow& window) {
+    const bool own = json::decode<ResultForm>(output, resultName).windowID.has_value();
+    auto result = own ? ownForm(output) : fromCaptions(output, window);
+    result.validate(window);
     return result;
 }
 

@@ -1,0 +1,282 @@
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "MeetingCore/Library/TranscriptionRun.h"
+#include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/WAV.h"
+#include "MeetingCore/Transcript/CommandTranscriber.h"
+#include "MeetingCore/Transcript/InferenceData.h"
+#include "Support/Failure.h"
+#include "Support/ForkedProcess.h"
+#include "Support/TemporaryFolder.h"
+#include "Support/TestRecording.h"
+
+namespace meetingcore {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using testing::failureOf;
+using testing::ForkedProcess;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using testing::TemporaryFolder;
+
+/// A meeting whose recording consists of windows of a tenth of a second every ten seconds, and engines for it:
+/// shell scripts that get the file, the window's id, its source and its start.
+class TranscriptionRunTest : public ::testing::Test {
+protected:
+    void record(const std::vector<AudioChunk>& chunks) {
+        DurableChunkStore store(meetings());
+        if (!fs::exists(meetings())) store.createSession(session_);
+        for (const auto& chunk : chunks) store.commit(chunk, testing::samplesOf(chunk));
+        SQLiteJobStore database(databaseFile());
+        WorkScheduler::enqueue(chunks, database, true);
+    }
+
+    void record(int windows, AudioSource source = AudioSource::meeting) {
+        std::vector<AudioChunk> chunks;
+        for (int i = 0; i < windows; ++i)
+            chunks.push_back(testing::testChunk(session_.id, i, 10.0 * i, 1600, source));
+        record(chunks);
+    }
+
+    /// The command for an engine that runs `script` and then hears "Hallo" at `$at`.
+    std::string engine(const std::string& script) const {
+        const auto file = folder_.path() / "engine.sh";
+        std::ofstream(file) << "wav=$1 window=$2 source=$3 start=$4 at=0\n"
+                            << script << "\necho \"{\\\"segments\\\":[{\\\"start\\\":$at,\\\"end\\\":$at,"
+                            << "\\\"text\\\":\\\"Hallo\\\"}]}\"";
+        return "sh '" + file.string() + "' {wav} {window} {source} {start}";
+    }
+
+    TranscriptionRun::Report run(
+        const std::string& command, TranscriptionRun::Options options = {},
+        const StopRequest& stop = StopRequest(),
+        const std::function<void(const TranscriptionRun::Progress&)>& onProgress = {}) {
+        CommandTranscriber transcriber(command, root(), 60s);
+        SQLiteJobStore database(databaseFile());
+        return TranscriptionRun::run(session_.id, root(), database, transcriber, options, stop, onProgress);
+    }
+
+    std::map<std::string, std::int64_t> stats() { return SQLiteJobStore(databaseFile()).jobStats(session_.id); }
+
+    std::string log() const {
+        std::ifstream stream(folder_.path() / "log");
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    std::string toLog() const { return " >>'" + (folder_.path() / "log").string() + "'\n"; }
+
+    void awaitLog() const {
+        while (log().empty()) std::this_thread::sleep_for(1ms);
+    }
+
+    bool hasWorkFolder() const {
+        return std::any_of(fs::directory_iterator(meetings() / session_.id.string()), {},
+                           [](const auto& entry) { return entry.path().extension() == ".partial"; });
+    }
+
+    fs::path root() const { return folder_.path() / "Daten 'und' \"Ton\""; }
+    fs::path meetings() const { return root() / "Meetings"; }
+    fs::path databaseFile() const { return root() / "quillmoot.sqlite"; }
+
+    TemporaryFolder folder_;
+    MeetingSession session_ = testing::testSession();
+};
+
+TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
+    const TranscriptionWindow window{
+        session_.id,
+        AudioSource::microphone,
+        {testing::testChunk(session_.id, 0, 5, 1600), testing::testChunk(session_.id, 1, 5.14, 800)}};
+    record(window.chunks);
+    SQLiteJobStore(databaseFile()).enqueue({"other", UUID::random(), "transcribe", "{}"});
+    auto samples = testing::samplesOf(window.chunks[0]);
+    samples.resize(2240);
+    for (const auto sample : testing::samplesOf(window.chunks[1])) samples.push_back(sample);
+
+    const auto report =
+        run(engine("cat \"$wav\"" + toLog() + "touch \"$wav.json\"; ls -ld \"${wav%/*}\" \"$wav\"" +
+                   " | cut -c 1-10" + toLog() + "printf %s \"$source $start $window\"" + toLog()));
+    EXPECT_EQ(report.transcribed, 1);
+    EXPECT_THAT(report.setAside, IsEmpty());
+    EXPECT_EQ(log(), WAV::encode(samples) + "drwx------\n-rw-------\nmicrophone 5 " + window.id());
+    EXPECT_FALSE(hasWorkFolder());
+}
+
+TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
+    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    record({chunk});
+    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto failure = [&](const std::string& command, std::chrono::milliseconds limit = 60s) {
+        const StopRequest never;
+        return failureOf([&] { CommandTranscriber(command, root(), limit).transcribe(window, never).get(); });
+    };
+    const std::string script = R"(sh -c 'printf "%s|" "$@" >&2; exit 9' - )";
+    EXPECT_THAT(failure(script + "a  'b c'\td\"e f\"'' \\\"g '' {start}"),
+                HasSubstr("„sh“ endete mit Status 9: a|b c|de f|\"g||20|/"));
+    EXPECT_THAT(failure(script + R"("\$\"\x" {source}={wav}'{' '{wav}' $HOME *)"),
+                HasSubstr(R"(Status 9: $"\x|microphone=)"));
+    for (const char* const bad : {"", " \n", "'a", "a \"b", "a\\"})
+        EXPECT_THAT(failure(bad), HasSubstr("Befehl")) << bad;
+    EXPECT_EQ(failure("sh -c 'sleep 60'", 100ms), "„sh“ brauchte länger als 100 ms und wurde beendet.");
+}
+
+TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
+    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    record({chunk});
+    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto heard = [&](const std::string& json) {
+        const StopRequest never;
+        CommandTranscriber engine("printf '%s\\n%.0s' '" + json + "'", root(), 60s);
+        const auto result = engine.transcribe(window, never).get();
+        std::ostringstream text;
+        for (const auto& s : result.segments)
+            text << s.startSeconds << "-" << s.endSeconds << " " << s.text << "|";
+        for (const auto& w : result.words)
+            text << w.startSeconds << "-" << w.endSeconds << " " << w.text << "|";
+        return text.str();
+    };
+    const std::string own =
+        R"({"version":1,"windowID":"{window}","words":[],"segments":[{"id":")" + UUID().string() +
+        R"(","startSeconds":{start},"endSeconds":20.6,"source":"{source}","text":"Hallo"}]})";
+    EXPECT_EQ(heard(own), "20-20.6 Hallo|");
+    EXPECT_EQ(heard(R"({"transcription":[{"offsets":{"from":10,"to":30000},"text":" Guten Tag "}]})"),
+              "20.01-20.1 Guten Tag|");
+    EXPECT_EQ(
+        heard(R"({"segments":[{"start":0.02,"end":0.06,"text":"Ja, x","words":[)"
+              R"({"word":"Ja,","start":0.02,"end":0.04},{"word":"x"}]},{"start":0.4,"end":9,"text":"y"}]})"),
+        "20.02-20.06 Ja, x|20.4-20.4 y|20.02-20.04 Ja,|");
+    EXPECT_EQ(heard(R"({"segments":[]})"), "");
+    for (const auto& [part, other] : {std::pair{"{window}", "x"},
+                                      {"20.6", "20.7"},
+                                      {"{start}", "19.8"},
+                                      {"{source}", "meeting"},
+                                      {":1,", ":3,"},
+                                      {"window", "other"},
+                                      {own.c_str(), "[]"}})
+        EXPECT_NE(failureOf([&] { heard(text::replacing(own, part, other)); }), "no failure") << other;
+}
+
+TEST_F(TranscriptionRunTest, SetsAsideWhatFailsAgainAndAgainWithItsReason) {
+    record(2, AudioSource::microphone);
+    record(6);
+    const auto report = run(engine("fail() { echo x" + toLog() + R"(}
+        case $source$start in
+        microphone10) fail; echo 'Modell fehlt' >&2; exit 1;;
+        meeting10) fail; echo Hallo Welt; exit;;
+        meeting20) fail; exit;;
+        meeting30) fail; at=0.7;;
+        esac)"),
+                            {.jobs = 2});
+    EXPECT_EQ(report.transcribed, 4);
+    std::ostringstream out;
+    for (const auto& window : report.setAside) {
+        out << json::nameOf(window.source) << " " << window.startSeconds << "-" << window.endSeconds << " "
+            << text::prefix(window.message, 30) << "|";
+    }
+    EXPECT_EQ(
+        out.str(),
+        "microphone 10-10.1 „sh“ endete mit Status 1: Mode|meeting 10-10.1 Das Ergebnis der Erkennung ist|"
+        "meeting 20-20.1 „sh“ lieferte kein Ergebnis au|meeting 30-30.1 Ungültige Zeitmarken oder Text|");
+    EXPECT_EQ(log().size(), 4 * 3 * 2);
+    EXPECT_THAT(stats(), ElementsAre(Pair("completed", 4), Pair("failed", 4)));
+    SQLiteJobStore(databaseFile()).retrySession(session_.id);
+    EXPECT_EQ(run(engine("")).progress.done, 8);
+    EXPECT_EQ(run("false").progress.done, 8);
+}
+
+TEST_F(TranscriptionRunTest, TriesAgainAndReportsProgress) {
+    record(8);
+    std::vector<std::int64_t> done;
+    const auto report = run(engine("mkdir '" + folder_.path().string() + "'/$start 2>/dev/null && exit 1"),
+                            {.jobs = 4}, StopRequest(), [&](const auto& progress) {
+                                EXPECT_EQ(progress.total, 8);
+                                EXPECT_EQ(progress.failed, 0);
+                                done.push_back(progress.done);
+                            });
+    EXPECT_EQ(report.transcribed, 8);
+    EXPECT_TRUE(std::is_sorted(done.begin(), done.end()));
+    EXPECT_EQ(done.size(), 17);
+    SQLiteJobStore database(databaseFile());
+    EXPECT_EQ(TranscriptStorage::load(session_.id, root(), database).segments.size(), 8);
+}
+
+TEST_F(TranscriptionRunTest, RenewsTheLeaseOfASlowWindow) {
+    record(1);
+    EXPECT_EQ(run(engine("sleep 2"), {.leaseSeconds = 1.2}).transcribed, 1);
+    EXPECT_EQ(SQLiteJobStore(databaseFile()).jobs(session_.id).at(0).attempts, 1);
+}
+
+TEST_F(TranscriptionRunTest, DropsTheResultOfALostLease) {
+    record(1);
+    std::optional<JobLease> stolen;
+    std::thread thief([&] {
+        awaitLog();
+        SQLiteJobStore database(databaseFile());
+        database.recoverExpired(Date::now().advanced(1000));
+        stolen = database.claimNext(Date::now(), 1000);
+    });
+    const auto report = run(engine("echo x" + toLog() + "sleep 60"), {.leaseSeconds = 1});
+    thief.join();
+    EXPECT_EQ(report.transcribed, 0);
+    EXPECT_EQ(report.elsewhere, 1);
+    SQLiteJobStore(databaseFile()).finish(stolen.value(), "{}", Date::now());
+}
+
+TEST_F(TranscriptionRunTest, GivesBackWhatAStopRequestInterrupts) {
+    record(3);
+    StopRequest stop;
+    std::thread user([&] {
+        awaitLog();
+        stop.request();
+    });
+    const auto report = run(engine("echo x" + toLog() + "exec sleep 60"), {.jobs = 2}, stop);
+    user.join();
+    EXPECT_EQ(report.pending, 3);
+    EXPECT_THAT(stats(), ElementsAre(Pair("pending", 3)));
+    EXPECT_FALSE(hasWorkFolder());
+    EXPECT_EQ(failureOf([&] { run("gibt-es-nicht", {.jobs = 2}); }, MeetingError::Kind::notConfigured),
+              "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
+    EXPECT_THAT(stats(), ElementsAre(Pair("pending", 3)));
+    EXPECT_EQ(run(engine("")).transcribed, 3);
+}
+
+TEST_F(TranscriptionRunTest, GoesOnAfterAKill) {
+    record(3);
+    const auto command = engine("echo x" + toLog() + "[ $start = 0 ] || exec sleep 2");
+    ForkedProcess killed([&] {
+        run(command);
+        return 0;
+    });
+    while (log() != "x\nx\n") std::this_thread::sleep_for(1ms);
+    killed.kill();
+    EXPECT_TRUE(hasWorkFolder());  // where recovery finds it
+    EXPECT_THAT(stats(), ElementsAre(Pair("completed", 1), Pair("pending", 1), Pair("running", 1)));
+    SQLiteJobStore(databaseFile()).recoverExpired(Date::now().advanced(1000));
+    EXPECT_EQ(run(engine("")).progress.done, 3);
+}
+
+TEST_F(TranscriptionRunTest, SharesTheWindowsWithAnotherProcess) {
+    constexpr int windows = 12;
+    record(windows);
+    const auto command = engine("echo x" + toLog() + "sleep 0.05");
+    const auto work = [&] { return static_cast<int>(run(command, {.jobs = 2}).transcribed); };
+    ForkedProcess first(work);
+    ForkedProcess second(work);
+    EXPECT_EQ(first.wait() + second.wait(), windows);
+    EXPECT_EQ(log().size(), 2 * windows);
+    EXPECT_THAT(stats(), ElementsAre(Pair("completed", windows)));
+}
+
+}  // namespace
+}  // namespace meetingcore
