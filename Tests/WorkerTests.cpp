@@ -1,7 +1,6 @@
 #include <sstream>
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -51,80 +50,53 @@ protected:
             R"("decisions":[],"tasks":[],"openQuestions":[]})",
             R"({"title":"Lieferung bis Freitag"})"));
     }
-
     void useModel(const StandInScript& script) const {
         writeStandInModel(model, script);
         testing::writeCatalog(catalog, model);
     }
-
-    using Arguments = std::vector<std::string>;
-    static Arguments argumentsFor(const TestMeeting& of, const fs::path& root, const fs::path& modelFolder) {
-        return {"--protocol", "1", "--session", of.session.string(), "--root", root, "--models", modelFolder};
+    std::string run(const std::string& command) const {
+        return reported(testing::runProcess("/bin/sh", {"-c", command}, environment));
     }
-    Arguments arguments() const { return argumentsFor(meeting, root, models); }
-
-    std::string run(const Arguments& list, const char* program = MEETING_SummaryWorkerFixture_PATH) const {
-        return reported(testing::runProcess(program, list, environment));
-    }
-    std::string run() const { return run(arguments()); }
-    std::string runTitle() const {
-        auto list = arguments();
-        list.emplace_back("--title-only");
-        return run(list);
-    }
-    /// Runs the worker in a shell behind this command and before these redirections.
-    std::string runInShell(std::string command, const std::string& redirections = "") const {
-        command += " " MEETING_SummaryWorkerFixture_PATH;
-        for (const auto& word : arguments()) command += " '" + word + "'";
-        return reported(testing::runProcess("/bin/sh", {"-c", command + redirections}, environment));
-    }
-    testing::ChildProcess start() const {
-        return {MEETING_SummaryWorkerFixture_PATH, arguments(), environment};
-    }
+    testing::ChildProcess start() const { return {"/bin/sh", {"-c", "exec " + worker}, environment}; }
 
     TestMeeting meeting{{"Guten Morgen, Anna.", "Anna liefert bis Freitag."}};
     fs::path root = meeting.root.path(), models = root / "Modelle", model = models / "Qwen3-4B-Q4_K_M.gguf";
     fs::path catalog = root / "catalog.json", summary = meeting.folder() / "summary.json";
     testing::ChildProcess::Environment environment{{"SUMMARY_WORKER_CATALOG", catalog},
                                                    {"GGML_BACKEND_PATH", root / "libggml-evil.so"}};
+    std::string session = " --protocol 1 --session " + meeting.session.string();
+    std::string arguments = session + " --models " + models.string() + " --root " + root.string();
+    std::string worker = MEETING_SummaryWorkerFixture_PATH + arguments, titleWorker = worker + " --title-only";
 };
 
 TEST_F(Worker, SummarizesAndNamesAMeetingOnARealModel) {
-    EXPECT_EQ(run(), done);
-    const auto artifact = TranscriptStorage::readOptional<SummaryArtifact>(summary).value();
+    EXPECT_EQ(run(worker), done);
     const auto document = meeting.load();
+    const auto artifact = TranscriptStorage::readOptional<SummaryArtifact>(summary).value();
     EXPECT_EQ(artifact.transcriptFingerprint, SummaryArtifact::fingerprint(document));
-    const EvidenceBullet point{
-        "Anna liefert.", {document.segments[1].id}, "Anna liefert bis Freitag.", "Anna", "bis Freitag"};
-    EXPECT_EQ(artifact.summary, (EvidenceSummary{{point}, {}, {}, {}}));
+    const auto& quoted = document.segments[1];
+    EXPECT_EQ(artifact.summary.overview,
+              (std::vector{EvidenceBullet{"Anna liefert.", {quoted.id}, quoted.text, "Anna", "bis Freitag"}}));
     EXPECT_EQ(fs::status(summary).permissions(), fs::perms(0600));
-    EXPECT_EQ(run(), allCached);
-    EXPECT_EQ(runTitle(), "loadingSummary, titling, titleFinished");
-    const auto title = contentOf(meeting.folder() / "automatic-title.json");
-    EXPECT_EQ(json::decode<MeetingTitleArtifact>(title, "").title, "Lieferung bis Freitag");
+    EXPECT_EQ(run(worker), allCached);
+    EXPECT_EQ(run(titleWorker), "loadingSummary, titling, titleFinished");
+    EXPECT_THAT(contentOf(meeting.folder() / "automatic-title.json"), HasSubstr("Lieferung bis Freitag"));
 }
 
 TEST_F(Worker, ReadsItsArgumentsInOrderAndTakesWhateverFollowsAName) {
-    const auto session = "--protocol 1 --session " + meeting.session.string();
     const auto missing = root.string() + "/fehlt";
     const std::string unknown = "Ungültiges Summary-Protokoll.", noLock = "KI-Sperrdatei nicht verfügbar.";
-    const std::string noModels = "Worker-Argument fehlt: --models";
+    const std::string noValue = "Worker-Argument fehlt: --";
+    // clang-format off
     const std::pair<std::string, std::string> cases[] = {
-        {"", "Worker-Argument fehlt: --protocol"},
-        {"--protocol=1", "Worker-Argument fehlt: --protocol"},
-        {"--protocol 01", unknown},
-        {"--protocol 1", "Worker-Argument fehlt: --session"},
-        {"--protocol 1 --session x", unknown},
-        {session, "Worker-Argument fehlt: --root"},
-        {"--root " + missing + " " + session, noModels},
-        {session + " --root --models", noModels},
+        {"", noValue + "protocol"}, {" --protocol=1", noValue + "protocol"}, {" --protocol 01", unknown},
+        {" --protocol 1", noValue + "session"}, {" --protocol 1 --session x", unknown}, {session, noValue + "root"},
+        {" --root x" + session, noValue + "models"}, {session + " --root --models", noValue + "models"},
         {session + " --root --models x", noLock},  // the root is "--models", a folder that does not exist
         {session + " --models x --root " + missing + "/", noLock}};
-    for (const auto& [text, message] : cases) {
-        std::istringstream words(text);
-        const Arguments list{std::istream_iterator<std::string>(words), {}};
-        EXPECT_EQ(run(list, MEETING_SummaryWorker_PATH), "failed: " + message) << text;
-    }
+    // clang-format on
+    for (const auto& [list, message] : cases)
+        EXPECT_EQ(run(MEETING_SummaryWorker_PATH + list), "failed: " + message) << list;
     EXPECT_FALSE(fs::exists(missing));
 }
 
@@ -133,48 +105,48 @@ TEST_F(Worker, StaysInsideTheLibrary) {
     for (const auto& folder : {meeting.folder(), root / "Meetings"}) {
         fs::remove_all(folder);
         fs::create_directory_symlink(outside.path(), folder);
-        EXPECT_EQ(run(), "failed: Ungültiger Meetingpfad.");
+        EXPECT_EQ(run(worker), "failed: Ungültiger Meetingpfad.");
+        fs::remove(folder);
     }
     // A link to the root itself is followed, a relative path taken from the working directory.
-    fs::remove(root / "Meetings");
     fs::create_directory_symlink(root, outside.path() / "link");
     fs::create_directory(outside.path() / "x");
-    EXPECT_EQ(run(argumentsFor(meeting, fs::relative(outside.path()) / "x/../link", models)), done);
+    const auto prefix = "cd " + outside.path().string() + "; " MEETING_SummaryWorkerFixture_PATH;
+    EXPECT_EQ(run(prefix + session + " --root x/../link --models " + models.string()), done);
 }
 
 TEST_F(Worker, WaitsForTranscriptAndSpeakersUnlessTheAudioIsGone) {
     const auto removed = meeting.folder() / "audio-removed.json";
     const std::string unfinished = "failed: Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.";
-    const std::string titleWaits =
-        "loadingSummary, failed: Der Meeting-Titel wartet auf die vollständige Transkription und "
-        "Sprecherzuordnung.";
+    const auto expectWithoutAudio = [&] {
+        writeFile(removed, R"({"removedAt":"2025-03-14T09:26:53Z"})");
+        EXPECT_EQ(run(worker), done);
+        EXPECT_EQ(run(titleWorker),
+                  "loadingSummary, failed: Der Meeting-Titel wartet auf die vollständige Transkription und "
+                  "Sprecherzuordnung.");
+        fs::remove(removed);
+    };
     meeting.database.enqueue({"second", meeting.session, "transcribe", "{}"});
-    EXPECT_EQ(run(), unfinished);
+    EXPECT_EQ(run(worker), unfinished);
     const auto lease = meeting.database.claimNext(Date::now(), 60);
-    EXPECT_EQ(runTitle(), unfinished);
+    EXPECT_EQ(run(titleWorker), unfinished);
     meeting.database.fail(*lease, "kaputt", Date::now());
-    EXPECT_EQ(run(), unfinished);
-    writeFile(removed, R"({"removedAt":"2025-03-14T09:26:53Z"})");
-    EXPECT_EQ(run(), done);
-    EXPECT_EQ(runTitle(), titleWaits);
-
-    fs::remove(removed);
+    EXPECT_EQ(run(worker), unfinished);
+    expectWithoutAudio();
     meeting.database.retrySession(meeting.session);
     const TranscriptSegment spoken{UUID::random(), 60, 61, AudioSource::meeting, std::nullopt, "Ja."};
     meeting.database.finish(*meeting.database.claimNext(Date::now(), 60),
                             json::encode(SpeechResult{1, "second", {spoken}, {}}), Date::now());
-    EXPECT_EQ(runTitle(), "failed: Die Sprecherzuordnung muss zuerst abgeschlossen sein.");
-    writeFile(removed, "{}");
-    EXPECT_EQ(run(), done);
-    EXPECT_EQ(runTitle(), titleWaits);
+    EXPECT_EQ(run(worker), "failed: Die Sprecherzuordnung muss zuerst abgeschlossen sein.");
+    expectWithoutAudio();
 }
 
 TEST_F(Worker, RunsOncePerLibraryAndAgainAfterACrashAtAnyMoment) {
     {
         const WorkerLock held(root, WorkerLock::Purpose::inference);
-        EXPECT_EQ(run(), "failed: Eine lokale KI-Verarbeitung läuft bereits für diese Bibliothek.");
-        const TestMeeting elsewhere({"x"});
-        EXPECT_EQ(run(argumentsFor(meeting, elsewhere.root.path(), models)),
+        EXPECT_EQ(run(worker), "failed: Eine lokale KI-Verarbeitung läuft bereits für diese Bibliothek.");
+        const TestMeeting other({});
+        EXPECT_EQ(run(MEETING_SummaryWorkerFixture_PATH " --root " + other.root.path().string() + arguments),
                   "failed: Noch kein Transkript zum Zusammenfassen.");
     }
     for (int lines = 0; lines < 3; ++lines) {
@@ -183,71 +155,49 @@ TEST_F(Worker, RunsOncePerLibraryAndAgainAfterACrashAtAnyMoment) {
         for (int i = 0; i < lines; ++i) child.nextLine();
         child.kill();
         child.wait();
-        EXPECT_THAT(run(), ::testing::AnyOf(done, allCached));
+        EXPECT_THAT(run(worker), ::testing::AnyOf(done, allCached));
     }
-}
-
-TEST_F(Worker, LoadsOnlyAModelOfItsOwnCatalog) {
-    auto list = arguments();
-    list.insert(list.end(), {"--catalog", catalog, "--SUMMARY_WORKER_CATALOG", catalog});
-    fs::copy_file(catalog, models / "catalog.json");
-    EXPECT_EQ(run(list, MEETING_SummaryWorker_PATH),
-              "loadingSummary, failed: Qwen3-4B-Q4_K_M.gguf fehlt oder ist unvollständig.");
-    auto changed = contentOf(model);
-    changed[changed.size() / 2] ^= 1;
-    writeFile(model, changed);
-    EXPECT_EQ(run(),
-              "loadingSummary, failed: Die Prüfsumme von Qwen3-4B-Q4_K_M.gguf stimmt nicht. Modell "
-              "erneut laden.");
-    writeFile(model, "x");
-    testing::writeCatalog(catalog, model);
-    EXPECT_EQ(run(), "loadingSummary, failed: Qwen-Modell konnte nicht geladen werden.");
 }
 
 const StandInScript endless{.summaryPieces = {R"({"overview":[{"text":")", " weiter"},
                             .titlePieces = {R"({"title":")", " fort"},
                             .neverEnds = true};
 
-TEST_F(Worker, ReportsWhatTheModelDoesWrong) {
-    useModel(
-        StandInScript::answering(R"({"overview":[{"text":"x","ids":["s999"],"owner":null,"dueDate":null}],)"
-                                 R"("decisions":[],"tasks":[],"openQuestions":[]})",
-                                 R"({"title":"x"})"));
-    EXPECT_EQ(run(), "loadingSummary, summarizing, failed: Zusammenfassung nennt eine unbekannte Quellen-ID.");
+TEST_F(Worker, LoadsOnlyAModelOfItsOwnCatalogAndReportsWhatItDoesWrong) {
+    fs::copy_file(catalog, models / "catalog.json");
+    EXPECT_EQ(run(MEETING_SummaryWorker_PATH + arguments + " --catalog " + catalog.string()),
+              "loadingSummary, failed: Qwen3-4B-Q4_K_M.gguf fehlt oder ist unvollständig.");
+    auto changed = contentOf(model);
+    changed[changed.size() / 2] ^= 1;
+    writeFile(model, changed);
+    EXPECT_EQ(run(worker),
+              "loadingSummary, failed: Die Prüfsumme von Qwen3-4B-Q4_K_M.gguf stimmt nicht. "
+              "Modell erneut laden.");
+    writeFile(model, "x");
+    testing::writeCatalog(catalog, model);
+    EXPECT_EQ(run(worker), "loadingSummary, failed: Qwen-Modell konnte nicht geladen werden.");
     useModel(endless);
-    EXPECT_EQ(runTitle(),
-              "loadingSummary, titling, failed: Zusammenfassung überschreitet das Ausgabelimit. "
-              "Kürzere Abschnitte nötig.");
-    EXPECT_FALSE(fs::exists(summary) || fs::exists(meeting.folder() / "automatic-title.json"));
+    EXPECT_EQ(run(titleWorker),
+              "loadingSummary, titling, failed: Zusammenfassung überschreitet das "
+              "Ausgabelimit. Kürzere Abschnitte nötig.");
 }
 
 TEST_F(Worker, SaysInGermanWhichFileIsDamagedAndKeepsTheOldSummary) {
     writeFile(summary, "alt");
+    meeting.database.close();
     const std::tuple<const char*, std::string, const char*> cases[] = {
         {"diarization.json", std::string(100'000, '['), "„diarization.json“ enthält einen unzulässigen Wert"},
-        {"diarization.json", std::string(TranscriptStorage::maximumFileBytes + 1, ' '), "Ergebnisdatei ist zu"},
         {"transcript-edits.json", "\xff\xfe", "„transcript-edits.json“ ist kein gültiges JSON."},
-        {"summary-request.json", R"({"basePrompt":"x"})",
-         "„summary-request.json“ ist unvollständig: Das Feld „meetingPrompt“ fehlt."},
-        {"summary-parts", "", "„summary-parts“ kann nicht angelegt werden: Der Name ist schon vergeben."}};
+        {"summary-request.json", "{}",
+         "„summary-request.json“ ist unvollständig: Das Feld „basePrompt“ fehlt."},
+        {"summary-parts", "", "„summary-parts“ kann nicht angelegt werden: Der Name ist schon vergeben."},
+        {"../../quillmoot.sqlite", std::string(5000, 'x'), "file is not a database"}};
     for (const auto& [name, content, message] : cases) {
         writeFile(meeting.folder() / name, content);
-        EXPECT_THAT(run(), HasSubstr(std::string("failed: ") + message));
+        EXPECT_THAT(run(worker), HasSubstr(std::string("failed: ") + message));
         fs::remove(meeting.folder() / name);
     }
-    ASSERT_EQ(::mkfifo((meeting.folder() / "diarization.json").c_str(), 0600), 0);
-    EXPECT_EQ(run(), "failed: „diarization.json“ ist keine gewöhnliche Datei.");
     EXPECT_EQ(contentOf(summary), "alt");
-}
-
-TEST_F(Worker, SurvivesADamagedDatabaseAndDamagedResults) {
-    meeting.database.enqueue({"broken", meeting.session, "transcribe", "{}"});
-    meeting.database.finish(*meeting.database.claimNext(Date::now(), 60), "[1e300]", Date::now());
-    EXPECT_EQ(run(), "failed: Das Ergebnis eines Transkriptionsauftrags enthält einen unzulässigen Wert.");
-    meeting.database.close();
-    for (const auto* suffix : {"-wal", "-shm"}) fs::remove(root / (std::string("quillmoot.sqlite") + suffix));
-    writeFile(root / "quillmoot.sqlite", std::string(5000, 'x'));
-    EXPECT_EQ(run(), "failed: file is not a database");
 }
 
 TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
@@ -256,7 +206,7 @@ TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
     for (int line = 0; line < 2; ++line) child.nextLine();
     fs::resize_file(model, 0);  // its pages are gone while they are in use
     EXPECT_THAT(reported(child.wait()), StartsWith("loadingSummary, summarizing, failed: Eine Datei wurde "));
-    EXPECT_THAT(runInShell("ulimit -f 8; exec"), StartsWith("failed: "));
+    EXPECT_THAT(run("ulimit -f 8; " + worker), StartsWith("failed: "));
 }
 
 TEST_F(Worker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
@@ -265,7 +215,7 @@ TEST_F(Worker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
         writeFile(root / (std::string("libggml-") + name + ".so"), "kein Code");
     if (testing::runProcess("/bin/sh", {"-c", "strace -f true"}).status != 0)
         GTEST_SKIP() << "strace cannot watch processes here";
-    runInShell("cd '" + root.string() + "'; exec strace -f -e trace=openat -o trace");
+    EXPECT_EQ(run("cd " + root.string() + "; strace -f -e trace=openat -o trace " + worker), done);
     EXPECT_THAT(contentOf(root / "trace"), ::testing::Not(HasSubstr("libggml-")));
 }
 
@@ -274,9 +224,9 @@ TEST_F(Worker, NeedsNoStandardStreams) {
     child.closeOutput();
     EXPECT_EQ(child.wait().status, 0);
     EXPECT_TRUE(fs::exists(summary)) << "the reader has gone";
-    EXPECT_EQ(runInShell("exec", " <&- >&- 2>&-"), "");
+    EXPECT_EQ(run(worker + " <&- >&- 2>&-"), "");
     EXPECT_EQ(contentOf(root / "inference.lock"), "") << "no progress went into its files";
-    EXPECT_EQ(run(), allCached);
+    EXPECT_EQ(run(worker), allCached);
 }
 
 TEST(Progress, CutsMessagesToAThousandCharactersAndEscapesThem) {
