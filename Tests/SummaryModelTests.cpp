@@ -3,7 +3,6 @@
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/ModelCatalog.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
-#include "MeetingCore/Summary/WorkerLock.h"
 #include "Support/Failure.h"
 #include "Support/FileContent.h"
 #include "Support/TemporaryFolder.h"
@@ -199,33 +198,6 @@ TEST(ModelCatalog, AcceptsOnlyTheIntactFileAndNoticesItsExchange) {
     const auto again = catalog.verify("summary", folder.path());
     fs::rename(file, folder.path() / "geprüft");
     EXPECT_EQ(failureOf([&] { again.requireUnchanged(); }), exchanged);
-}
-
-TEST(ModelCatalog, HoldsTheModelsThatTheSystemIsMadeFor) {
-    std::string list;
-    for (const auto& [id, file, bytes, sha256] : ModelCatalog::builtIn().models())
-        list += id + " " + file + " " + std::to_string(bytes) + " " + sha256.substr(0, 32) + "\n";
-    EXPECT_EQ(
-        list,
-        "nemotron-asr nemotron-3.5-asr-streaming-0.6b.q8_0.gguf 742090464 3fc991d3badad7277c11030a7519832c\n"
-        "asr parakeet-tdt-0.6b-v3.q8_0.gguf 713975456 e3880d0aaaaf2c308ea2c35016b2b895\n"
-        "diarization Nemotron-3-Diarization.q8_0.gguf 107012128 08456d9e22cd9a323c0364d98375f374\n"
-        "summary Qwen3-4B-Q4_K_M.gguf 2497280256 7485fe6f11af29433bc51cab58009521\n");
-}
-
-TEST(WorkerLock, ExcludesOtherHoldersOfItsPurposeOnly) {
-    const testing::TemporaryFolder folder;
-    const WorkerLock inference(folder.path(), WorkerLock::Purpose::inference);
-    const WorkerLock application(folder.path(), WorkerLock::Purpose::application);
-    const auto failure = [](const fs::path& root) {
-        return failureOf([&] { const WorkerLock lock(root, WorkerLock::Purpose::application); },
-                         MeetingError::Kind::storage);
-    };
-    EXPECT_EQ(failure(folder.path()),
-              "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte diese zuerst "
-              "beenden.");
-    EXPECT_EQ(failure(folder.path() / "none"), "KI-Sperrdatei nicht verfügbar.");
-    EXPECT_EQ(fs::status(folder.path() / "application.lock").permissions(), fs::perms(0600));
 }
 
 }  // namespace
