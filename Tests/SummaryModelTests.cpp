@@ -1,4 +1,5 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/ModelCatalog.h"
@@ -196,7 +197,8 @@ TEST(ModelCatalog, AcceptsOnlyTheIntactFileAndNoticesItsExchange) {
         "Die Modelldatei modell.gguf wurde während der Prüfung ausgetauscht. Bitte erneut starten.";
     EXPECT_EQ(failureOf([&] { intact.requireUnchanged(); }), exchanged);
     const auto again = catalog.verify("summary", folder.path());
-    fs::rename(file, folder.path() / "geprüft");
+    fs::remove(file);
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     EXPECT_EQ(failureOf([&] { again.requireUnchanged(); }), exchanged);
 }
 

@@ -145,12 +145,12 @@ TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     EXPECT_THAT(failed.prompts, SizeIs(1)) << "a failed generation is not tried again";
     EXPECT_EQ(testing::contentOf(summary), "old");
 
-    for (const std::string refused : {"", R"({"overview":[]})", "\xff", R"({"text":"Gruß","ids":[]})",
-                                      R"({"text":"Gruß","ids":["s1","s1"]})",
-                                      R"({"text":"Gruß","ids":["s01"]})", R"({"text":" ","ids":["s1"]})"}) {
+    const std::string twiceCited = R"({"text":"Gruß","ids":["s1","s1"]})";
+    for (const auto& refused :
+         {std::string(), std::string("{}"), std::string("\xff"), answerWith(R"({"text":"Gruß","ids":[]})"),
+          answerWith(twiceCited), answerWith(point("Gruß", "s01")), answerWith(point(" ", "s1"))}) {
         fs::remove_all(meeting.folder() / "summary-parts");
-        Pipeline pipeline(
-            meeting, inTurn({refused.find("text") < refused.size() ? answerWith(refused) : refused, good}));
+        Pipeline pipeline(meeting, inTurn({refused, good}));
         EXPECT_EQ(pipeline.summarize(), done) << refused;
         ASSERT_THAT(pipeline.prompts, SizeIs(2)) << refused;
         EXPECT_THAT(pipeline.prompts[1],
