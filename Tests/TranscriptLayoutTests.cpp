@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "MeetingCore/Presentation/TranscriptLayout.h"
 #include "MeetingCore/Presentation/TranscriptPresentation.h"
 #include "Support/ExportSample.h"
 
@@ -11,94 +10,71 @@ namespace {
 
 using testing::documentOf;
 using ::testing::ElementsAre;
-using testing::numberedID;
 using testing::spoken;
 using enum AudioSource;
 
-std::vector<std::string> shapes(const std::vector<TranscriptBlock>& blocks) {
+std::vector<std::string> shapes(const TranscriptDocument& document, bool original = false) {
     std::vector<std::string> shapes;
-    for (const auto& block : blocks) {
+    for (const auto& block : TranscriptLayout::blocks(document, original)) {
+        EXPECT_EQ(block.id(), block.segments.at(0).id);
         shapes.push_back(block.speaker.speakerID.value_or("-") + "/" + std::to_string(block.colorIndex) + "/" +
                          std::to_string(block.segments.size()) + "/" + block.text);
     }
     return shapes;
 }
 
-TEST(TranscriptLayout, JoinsRunsOfOneSpeakerAndNumbersTheSpeakers) {
-    const auto document =
-        documentOf({spoken(1, 0, 1, meeting, "7", " eins\n"), spoken(2, 1, 2, meeting, "7", "zwei"),
-                    spoken(3, 2, 3, meeting, {}, "drei"), spoken(4, 3, 4, microphone, {}, "vier"),
-                    spoken(5, 4, 5, meeting, "7", "fünf")});
-    const auto blocks = TranscriptLayout::blocks(document, false);
-    EXPECT_THAT(shapes(blocks), ElementsAre("7/0/2/eins zwei", "-/1/1/drei", "-/2/1/vier", "7/0/1/fünf"));
-    EXPECT_EQ(blocks[0].id(), numberedID(1));
-    EXPECT_EQ(blocks[3].id(), numberedID(5));
-}
-
-TEST(TranscriptLayout, LeavesSegmentsWithoutTextOut) {
+TEST(TranscriptLayout, JoinsRunsOfOneSpeakerAndLeavesSegmentsWithoutTextOut) {
     auto document =
-        documentOf({spoken(1, 0, 1, meeting, "1", " \u200b\n"), spoken(2, 1, 2, meeting, "2", "eins"),
-                    spoken(3, 2, 3, meeting, "3", ""), spoken(4, 3, 3.5, meeting, "2", "zwei")});
-    EXPECT_THAT(shapes(TranscriptLayout::blocks(document, false)), ElementsAre("2/0/2/eins zwei"));
-    EXPECT_THAT(TranscriptLayout::blocks({}, false), ::testing::IsEmpty());
-}
-
-TEST(TranscriptLayout, ShowsTheRecognisedWordingOnRequest) {
-    auto document =
-        documentOf({spoken(1, 0, 1, meeting, "1", "berichtigt"), spoken(2, 1, 2, meeting, "1", "neu")});
-    document.rawSegments = {spoken(1, 0, 1, meeting, {}, "erkannt ")};
-    EXPECT_EQ(TranscriptLayout::blocks(document, false)[0].text, "berichtigt neu");
-    EXPECT_EQ(TranscriptLayout::blocks(document, true)[0].text, "erkannt neu");
+        documentOf({spoken(1, 0, 1, meeting, "8", " \u200b\n"), spoken(2, 0, 1, meeting, "7", " eins\n"),
+                    spoken(3, 1, 1, meeting, "9", ""), spoken(4, 1, 2, meeting, "7", "zwei"),
+                    spoken(5, 2, 3, meeting, {}, "drei"), spoken(6, 3, 4, microphone, {}, "vier"),
+                    spoken(7, 4, 5, meeting, "7", "fünf")});
+    EXPECT_THAT(shapes(document), ElementsAre("7/0/2/eins zwei", "-/1/1/drei", "-/2/1/vier", "7/0/1/fünf"));
+    EXPECT_THAT(shapes({}), ElementsAre());
+    document.rawSegments = {spoken(4, 1, 2, meeting, {}, "erkannt ")};
+    EXPECT_EQ(shapes(document, /*original=*/true)[0], "7/0/2/eins erkannt");
 }
 
 TEST(TranscriptLayout, BreaksParagraphsAtPausesAndAtTheEndOfLongSentences) {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    const std::string long449 = std::string(446, 'x') + "äöü";
-    struct {
-        const char* name;
+    const std::string x449 = std::string(446, 'x') + "äöü";
+    const struct {
         std::vector<std::pair<double, std::string>> pausesAndTexts;
         std::vector<std::size_t> paragraphs;
-    } const cases[] = {
-        {"pause", {{0, "a"}, {1.875, "b"}, {2, "c"}, {nan, "d"}}, {0, 2}},
-        {"449 characters", {{0, long449.substr(1) + "."}, {0, "b"}}, {0}},
-        {"450 characters", {{0, long449 + "."}, {0, "b"}}, {0, 1}},
-        {"separators count", {{0, long449.substr(4)}, {0, "ab."}, {0, "c"}}, {0}},
-        {"separators count", {{0, long449.substr(3)}, {0, "ab."}, {0, "c"}}, {0, 2}},
-        {"no end of sentence", {{0, long449 + "xx"}, {0, "b"}, {0, "c?"}, {0, "d"}}, {0, 3}},
-        {"starts again", {{0, long449 + "…"}, {0, "b."}, {0, "c"}}, {0, 1}},
-        {"quotes",
-         {{0, long449 + "“"}, {0, long449 + "»"}, {0, long449 + "\""}, {0, long449 + "!"}, {0, "e"}},
-         {0, 1, 2, 3, 4}},
-        {"other quote", {{0, long449 + "„"}, {0, "b"}}, {0}},
-    };
-    for (const auto& [name, parts, paragraphs] : cases) {
+    } cases[] = {
+        // clang-format off
+        {{{0, "a"}, {1.875, "b"}, {2, "c"}, {nan, "d"}}, {0, 2}},
+        {{{0, x449.substr(1) + "."}, {0, "b"}}, {0}}, {{{0, x449 + "."}, {0, "b"}}, {0, 1}},
+        // the blank between two segments counts
+        {{{0, x449.substr(4)}, {0, "ab."}, {0, "c"}}, {0}}, {{{0, x449.substr(3)}, {0, "ab."}, {0, "c"}}, {0, 2}},
+        {{{0, x449 + "xx"}, {0, "b"}, {0, "c?"}, {0, "d"}}, {0, 3}}, {{{0, x449 + "…"}, {0, "b."}, {0, "c"}}, {0, 1}},
+        {{{0, x449 + "“"}, {0, x449 + "»"}, {0, x449 + "\""}, {0, x449 + "!"}, {0, "e"}}, {0, 1, 2, 3, 4}},
+        {{{0, x449 + "„"}, {0, "b"}}, {0}}};
+    // clang-format on
+    for (const auto& [parts, paragraphs] : cases) {
         TranscriptDocument document;
-        double time = 0;
-        unsigned number = 0;
         std::string expected;
-        for (const auto& [pause, text] : parts) {
-            time += std::isfinite(pause) ? pause : 0;
-            document.segments.push_back(
-                spoken(number, std::isfinite(pause) ? time : pause, time + 1, meeting, "1", text));
-            time += 1;
-            const bool breaks = std::find(paragraphs.begin(), paragraphs.end(), number) != paragraphs.end();
-            expected += (number == 0 ? "" : breaks ? "\n\n" : " ") + text;
-            ++number;
+        double time = 0;
+        for (unsigned number = 0; const auto& [pause, text] : parts) {
+            const double start = time + pause;
+            time = std::isnan(start) ? time : start + 1;
+            document.segments.push_back(spoken(number, start, time, meeting, "1", text));
+            const bool breaks = std::ranges::find(paragraphs, number) != paragraphs.end();
+            expected += (number++ == 0 ? "" : breaks ? "\n\n" : " ") + text;
         }
         const auto blocks = TranscriptLayout::blocks(document, false);
-        ASSERT_EQ(blocks.size(), 1U) << name;
-        EXPECT_EQ(blocks[0].text, expected) << name;
-        EXPECT_EQ(blocks[0].paragraphs, paragraphs) << name;
+        ASSERT_EQ(blocks.size(), 1U) << expected;
+        EXPECT_EQ(blocks[0].text, expected);
+        EXPECT_EQ(blocks[0].paragraphs, paragraphs) << expected;
     }
 }
 
 TEST(SpeakerColors, GoRoundAmongIdentifiedSpeakers) {
     TranscriptDocument document;
-    for (unsigned i = 1; i <= 11; ++i) {
+    for (unsigned i = 1; i <= 11; ++i)
         document.segments.push_back(spoken(i, i, i, i == 2 ? microphone : meeting, std::to_string(i), "x"));
-    }
-    document.segments.push_back(spoken(20, 20, 20, microphone, {}, "x"));
-    document.segments.push_back(spoken(21, 21, 21, meeting, {}, "x"));
+    for (const auto source : {microphone, meeting})
+        document.segments.push_back(spoken(20, 20, 20, source, {}, "x"));
     const auto blocks = TranscriptLayout::blocks(document, false);
     const auto colors = [&](SpeakerColorPreset personal) {
         const auto assigned = SpeakerColors::assignments(blocks, personal);
@@ -113,37 +89,30 @@ TEST(SpeakerColors, GoRoundAmongIdentifiedSpeakers) {
 }
 
 TEST(TranscriptProcessingState, TakesTheFirstThatApplies) {
-    using State = TranscriptProcessingState;
-    const std::map<std::string, std::int64_t> busy{{"failed", 1}, {"running", 1}, {"pending", 1}};
-    const TranscriptProcessing done{.loaded = true, .meetingState = "completed", .stats = {{"completed", 3}}};
-    const auto with = [&](auto change) {
-        auto changed = done;
-        change(changed);
-        return changed.resolve();
-    };
-    EXPECT_EQ(done.resolve(), State::complete);
-    EXPECT_EQ(with([](auto& p) { p.loadFailed = true, p.loaded = false, p.recording = true; }), State::failed);
-    EXPECT_EQ(with([](auto& p) { p.loaded = false, p.recording = true; }), State::loading);
-    EXPECT_EQ(with([&](auto& p) { p.recording = true, p.stats = busy; }), State::recording);
-    EXPECT_EQ(with([&](auto& p) { p.stats = busy; }), State::failed);
-    EXPECT_EQ(with([](auto& p) {
-                  p.stats = {{"failed", 0}, {"running", 1}, {"pending", 1}};
-              }),
-              State::processing);
-    EXPECT_EQ(with([](auto& p) { p.stats = {{"pending", 1}}, p.meetingState = "paused"; }), State::waiting);
-    EXPECT_EQ(with([](auto& p) { p.diarizationPending = true; }), State::waiting);
-    for (const char* state : {"failed", "running", "pending"}) {
-        EXPECT_EQ(with([&](auto& p) {
-                      p.stats = {{state, 1}}, p.audioRemoved = true;
-                  }),
-                  State::partial)
-            << state;
+    using enum TranscriptProcessingState;
+    // clang-format off
+    const std::pair<std::string, TranscriptProcessingState> cases[] = {
+        {"completed", complete}, {"unreadable unloaded recording", failed}, {"unloaded recording", loading},
+        {"recording failed running pending", recording}, {"failed running pending", failed},
+        {"running pending", processing}, {"pending interrupted", waiting}, {"completed speakers", waiting},
+        {"removed failed", partial}, {"removed running", partial}, {"removed pending", partial},
+        {"removed completed speakers", partial}, {"removed completed", complete},
+        {"completed interrupted", interrupted}, {"text", partial}, {"", empty}};
+    // clang-format on
+    for (const auto& [words, expected] : cases) {
+        const auto has = [&text = words](const char* word) { return text.find(word) != std::string::npos; };
+        TranscriptProcessing given{.loaded = !has("unloaded"),
+                                   .loadFailed = has("unreadable"),
+                                   .recording = has("recording"),
+                                   .meetingState = has("interrupted") ? "interrupted" : "completed",
+                                   .stats = {},
+                                   .hasText = has("text"),
+                                   .diarizationPending = has("speakers"),
+                                   .audioRemoved = has("removed")};
+        for (const auto* job : {"failed", "running", "pending", "completed"})
+            given.stats[job] = has(job) ? 1 : 0;
+        EXPECT_EQ(given.resolve(), expected) << words;
     }
-    EXPECT_EQ(with([](auto& p) { p.diarizationPending = p.audioRemoved = true; }), State::partial);
-    EXPECT_EQ(with([](auto& p) { p.audioRemoved = true; }), State::complete);
-    EXPECT_EQ(with([](auto& p) { p.meetingState = "interrupted"; }), State::interrupted);
-    EXPECT_EQ(with([](auto& p) { p.stats = {}, p.hasText = true; }), State::partial);
-    EXPECT_EQ(with([](auto& p) { p.stats = {}; }), State::empty);
 }
 
 }  // namespace

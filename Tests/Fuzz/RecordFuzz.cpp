@@ -27,6 +27,11 @@ void readAndWrite(std::string_view text) {
     if (!json::isValid(text) || again != record || json::encode(again) != written) std::abort();
 }
 
+template <class... Records>
+void readAndWriteAll(std::string_view text) {
+    (readAndWrite<Records>(text), ...);
+}
+
 /// What the readers of a valid record do with it next.
 void use(std::string_view text) {
     try {
@@ -52,16 +57,9 @@ void use(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace meetingcore;
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    readAndWrite<AudioChunk>(text);
-    readAndWrite<MeetingSession>(text);
-    readAndWrite<TranscriptionWindow>(text);
-    readAndWrite<SpeechResult>(text);
-    readAndWrite<DiarizationResult>(text);
-    readAndWrite<TranscriptEdits>(text);
-    readAndWrite<EvidenceSummary>(text);
-    readAndWrite<SummaryArtifact>(text);
-    readAndWrite<MeetingTitleArtifact>(text);
-    readAndWrite<SummaryInstructions>(text);
+    readAndWriteAll<AudioChunk, MeetingSession, TranscriptionWindow, SpeechResult, DiarizationResult,
+                    TranscriptEdits, EvidenceSummary, SummaryArtifact, MeetingTitleArtifact,
+                    SummaryInstructions>(text);
     use(text);
     return 0;
 }

@@ -22,11 +22,11 @@ inline std::vector<std::string> packNaively(const std::vector<std::string>& valu
     std::string current;
     for (const auto& value : values) {
         auto candidate = current.empty() ? value : current + "," + value;
-        if (promptAround("[" + candidate + "]").size() > maximumPromptBytes) {
+        const auto prompt = promptAround("[" + candidate + "]");
+        if (prompt.size() > maximumPromptBytes) {
             throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
         }
-        const auto count = model.tokenize(promptAround("[" + candidate + "]")).size();
-        if (count > budget && !current.empty()) {
+        if (model.tokenize(prompt).size() > budget && !current.empty()) {
             arrays.push_back("[" + current + "]");
             candidate = value;
         }

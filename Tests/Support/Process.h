@@ -32,17 +32,16 @@ class ChildProcess {
 public:
     using Environment = std::map<std::string, std::string>;
 
-    /// Starts `program` (a path, not searched for). `environment` is added to our own; SIGPIPE has its default
-    /// action in the child, whatever we do with it.
-    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+    /// Starts `program` (a path, not searched for); one that cannot be started ends with status 127. Its
+    /// environment is ours and `environment`; SIGPIPE has its default action, whatever we do with it. To be
+    /// called while we have one thread.
+    ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
                  const Environment& environment = {});
 
     /// Kills the program if `wait` was not called.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
-
-    pid_t id() const { return pid_; }
 
     /// Waits for the next line of the standard output and returns it without its line feed; nothing at the end.
     /// What follows the last line feed counts as a line too.

@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::array tracks{AudioSource::microphone, AudioSource::meeting};
 constexpr double windowSeconds = 60;
-constexpr double leaseSeconds = 60;
 
 std::string required(const fs::path& file) {
     auto bytes = TranscriptStorage::readBytes(file);
@@ -33,11 +32,11 @@ SpeechResult recognised(const SampleMeeting& sample, const TranscriptionWindow& 
     SpeechResult result;
     result.version = sample.diarization && sample.diarization->version == 2 ? 2 : 1;
     result.windowID = window.id();
-    std::copy_if(sample.segments.begin(), sample.segments.end(), std::back_inserter(result.segments),
-                 [&](const TranscriptSegment& segment) {
-                     return segment.source == window.source && segment.startSeconds >= window.startSeconds() &&
-                            segment.startSeconds < window.endSeconds();
-                 });
+    for (const auto& segment : sample.segments) {
+        const bool within =
+            segment.startSeconds >= window.startSeconds() && segment.startSeconds < window.endSeconds();
+        if (within && segment.source == window.source) result.segments.push_back(segment);
+    }
     result.validate(window);
     return result;
 }
@@ -54,7 +53,7 @@ void schedule(const SampleMeeting& sample, SQLiteJobStore& store) {
 }
 
 void transcribe(const SampleMeeting& sample, SQLiteJobStore& store) {
-    while (const auto lease = store.claimNext(Date::now(), leaseSeconds)) {
+    while (const auto lease = store.claimNext(Date::now(), 60)) {
         const auto window = json::decode<TranscriptionWindow>(lease->item.payloadJSON, "Der Auftrag");
         store.finish(*lease, json::encode(recognised(sample, window)), Date::now());
     }

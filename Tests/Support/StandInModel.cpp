@@ -4,14 +4,12 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
-#include <optional>
 #include <random>
 #include <set>
 #include <span>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -20,6 +18,7 @@
 
 #include "MeetingCore/Platform/JSON.h"
 #include "MeetingCore/Summary/ModelCatalog.h"
+#include "Support/FileContent.h"
 
 namespace meetingcore::testing {
 namespace {
@@ -31,11 +30,10 @@ constexpr std::size_t longestPiece = 64;
 /// The types of tokens as GGUF files number them.
 enum TokenType : std::int32_t { normal = 1, unknown = 2, control = 3, userDefined = 4, byte = 6 };
 
-constexpr auto commonText = std::to_array<const char*>(
-    {"▁",  "ä",  "ö",  "ü",  "ß",  "–",  "„",  "“",  "en", "er", "ch", "de", "ei", "te", "in", "nd", "ie",
-     "ge", "st", "ne", "be", "es", "un", "re", "an", "he", "au", "ng", "se", "it", "di", "ic", "sc", "da",
-     "le", "ra", "hr", "or", "al", "ar", "is", "us", "tu", "li", "me", "ur", "ig", "ag", "el", "ss", "ll",
-     "on", "ma", "ve", "um", "Me", "Ge", "En", "An", "nn", "mm", "tt", "zu", "ab", "io", "ha", "we", "so"});
+constexpr auto commonText =
+    "▁ ä ö ü ß – „ “ en er ch de ei te in nd ie ge st ne be es un re an he au ng se it di ic sc da le ra hr or "
+    "al ar "
+    "is us tu li me ur ig ag el ss ll on ma ve um Me Ge En An nn mm tt zu ab io ha we so";
 
 class Vocabulary {
 public:
@@ -55,7 +53,8 @@ public:
         // Without these every letter would fall back to its byte, a path on which llama.cpp takes quadratic
         // time.
         for (char letter = '!'; letter <= '~'; ++letter) add(std::string(1, letter), normal);
-        for (const auto* text : commonText) add(text, normal);
+        std::istringstream common(commonText);
+        for (std::string text; common >> text;) add(text, normal);
     }
 
     std::size_t add(const std::string& text, TokenType type) {
@@ -112,13 +111,14 @@ public:
         for (const auto* norm : {"output_norm.weight", "blk.0.attn_norm.weight", "blk.0.ffn_norm.weight"}) {
             std::ranges::fill(values(add(norm, width_)), 1.0F);
         }
-        for (const auto* projection : {"blk.0.attn_q.weight", "blk.0.attn_k.weight", "blk.0.attn_v.weight"}) {
-            blocks_.push_back(add(projection, width_, headSize));
-        }
-        blocks_.push_back(add("blk.0.attn_output.weight", headSize, width_));
-        blocks_.push_back(add("blk.0.ffn_gate.weight", width_, feedForwardSize));
-        blocks_.push_back(add("blk.0.ffn_up.weight", width_, feedForwardSize));
-        blocks_.push_back(add("blk.0.ffn_down.weight", feedForwardSize, width_));
+        const std::tuple<const char*, std::int64_t, std::int64_t> blocks[] = {
+            // clang-format off
+            {"attn_q", width_, headSize}, {"attn_k", width_, headSize}, {"attn_v", width_, headSize},
+            {"attn_output", headSize, width_}, {"ffn_gate", width_, feedForwardSize},
+            {"ffn_up", width_, feedForwardSize}, {"ffn_down", feedForwardSize, width_}};
+        // clang-format on
+        for (const auto& [name, columns, rows] : blocks)
+            blocks_.push_back(add((std::string("blk.0.") + name + ".weight").c_str(), columns, rows));
     }
 
     /// The token's place in the one-hot embedding; tokens without a place embed as zero and lead nowhere.
@@ -151,20 +151,18 @@ private:
     }
 
     void writeShape() {
-        auto* file = file_.get();
-        gguf_set_val_str(file, "general.architecture", "llama");
-        gguf_set_val_str(file, "general.name", "Stand-in");
-        gguf_set_val_u32(file, "llama.block_count", 1);
-        gguf_set_val_u32(file, "llama.context_length", 8192);
-        gguf_set_val_u32(file, "llama.embedding_length", static_cast<std::uint32_t>(width_));
-        gguf_set_val_u32(file, "llama.feed_forward_length", feedForwardSize);
-        gguf_set_val_u32(file, "llama.attention.head_count", 1);
-        gguf_set_val_u32(file, "llama.attention.head_count_kv", 1);
-        gguf_set_val_u32(file, "llama.attention.key_length", headSize);
-        gguf_set_val_u32(file, "llama.attention.value_length", headSize);
-        gguf_set_val_u32(file, "llama.rope.dimension_count", headSize);
-        gguf_set_val_f32(file, "llama.attention.layer_norm_rms_epsilon", 1e-6F);
-        gguf_set_val_u32(file, "llama.vocab_size", static_cast<std::uint32_t>(vocabularySize_));
+        // clang-format off
+        const std::pair<const char*, std::int64_t> shape[] = {
+            {"block_count", 1}, {"context_length", 8192}, {"embedding_length", width_}, {"vocab_size", vocabularySize_},
+            {"feed_forward_length", feedForwardSize}, {"attention.head_count", 1}, {"attention.head_count_kv", 1},
+            {"attention.key_length", headSize}, {"attention.value_length", headSize}, {"rope.dimension_count", headSize}};
+        // clang-format on
+        for (const auto& [name, value] : shape)
+            gguf_set_val_u32(file_.get(), (std::string("llama.") + name).c_str(),
+                             static_cast<std::uint32_t>(value));
+        gguf_set_val_f32(file_.get(), "llama.attention.layer_norm_rms_epsilon", 1e-6F);
+        gguf_set_val_str(file_.get(), "general.architecture", "llama");
+        gguf_set_val_str(file_.get(), "general.name", "Stand-in");
     }
 
     ggml_tensor* add(const char* name, std::int64_t columns, std::int64_t rows = 1) {
@@ -196,13 +194,12 @@ private:
 /// The JSON text without white space between its tokens.
 std::string compacted(const std::string& json) {
     std::string result;
-    bool inString = false;
-    for (std::size_t index = 0; index < json.size(); ++index) {
-        const char character = json[index];
+    bool inString = false, escaped = false;
+    for (const char character : json) {
         if (!inString && std::string_view(" \t\r\n").find(character) != std::string_view::npos) continue;
-        if (character == '"') inString = !inString;
+        if (character == '"' && !escaped) inString = !inString;
+        escaped = character == '\\' && !escaped;
         result += character;
-        if (inString && character == '\\' && index + 1 < json.size()) result += json[++index];
     }
     return result;
 }
@@ -299,15 +296,10 @@ void writeStandInModel(const std::filesystem::path& path, const StandInScript& s
 }
 
 void writeCatalog(const std::filesystem::path& catalog, const std::filesystem::path& model) {
-    std::ifstream file(model, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file) throw std::runtime_error("cannot read " + model.string());
-    const std::vector<LocalModel> models{{.id = "summary",
-                                          .filename = model.filename().string(),
-                                          .bytes = static_cast<std::int64_t>(bytes.size()),
-                                          .sha256 = ModelCatalog::fingerprint(bytes)}};
-    std::ofstream list(catalog, std::ios::binary | std::ios::trunc);
-    if (!(list << json::encode(models)).flush()) throw std::runtime_error("cannot write " + catalog.string());
+    const auto bytes = contentOf(model);
+    const std::vector<LocalModel> models{
+        {"summary", model.filename(), std::ssize(bytes), ModelCatalog::fingerprint(bytes)}};
+    writeFile(catalog, json::encode(models));
 }
 
 void writeBabblingModel(const std::filesystem::path& path, unsigned seed) {

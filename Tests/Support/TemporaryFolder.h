@@ -21,9 +21,17 @@ public:
         path_ = pattern;
     }
     ~TemporaryFolder() {
+        namespace fs = std::filesystem;
         std::error_code ignored;
-        allowRemoval(path_);
-        std::filesystem::remove_all(path_, ignored);
+        const auto open = [&](const fs::path& folder) {
+            fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+        };
+        open(path_);
+        for (fs::recursive_directory_iterator entry(path_, ignored), end; entry != end;
+             entry.increment(ignored))
+            if (std::error_code unknown; entry->symlink_status(unknown).type() == fs::file_type::directory)
+                open(entry->path());
+        fs::remove_all(path_, ignored);
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
@@ -32,18 +40,6 @@ public:
     const std::filesystem::path& path() const { return path_; }
 
 private:
-    static void allowRemoval(const std::filesystem::path& folder) {
-        namespace fs = std::filesystem;
-        std::error_code ignored;
-        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
-        for (fs::directory_iterator entry(folder, ignored), end; !ignored && entry != end;
-             entry.increment(ignored)) {
-            if (std::error_code unknown; entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
-                allowRemoval(entry->path());
-            }
-        }
-    }
-
     std::filesystem::path path_;
 };
 

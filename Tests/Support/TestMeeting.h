@@ -18,13 +18,10 @@ struct TestMeeting {
             const double start = 2.0 * static_cast<double>(segments.size());
             segments.push_back({UUID::random(), start, start + 2, source, std::nullopt, text});
         }
-        addResult({1, "window", std::move(segments), {}});
+        database.enqueue({"window", session, "transcribe", "{}"});
+        database.finish(*database.claimNext(Date::now(), 60),
+                        json::encode(SpeechResult{1, "window", std::move(segments), {}}), Date::now());
         std::filesystem::create_directories(folder());
-    }
-
-    void addResult(const SpeechResult& result) {
-        database.enqueue({result.windowID, session, "transcribe", "{}"});
-        database.finish(*database.claimNext(Date::now(), 60), json::encode(result), Date::now());
     }
 
     void correct(const UUID& segment, const std::string& text) {

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <filesystem>
-#include <memory>
 #include <stdexcept>
 
-#include <llama.h>
-
-#include "MeetingCore/Platform/MeetingError.h"
 #include "SummaryWorker/TextModel.h"
+#include "Support/BareModel.h"
 
 namespace meetingcore::testing {
 
@@ -15,37 +11,18 @@ namespace meetingcore::testing {
 /// has no answers.
 class VocabularyModel final : public TextModel {
 public:
-    explicit VocabularyModel(const std::filesystem::path& file) {
-        llama_log_set([](ggml_log_level, const char*, void*) {}, nullptr);
-        auto parameters = llama_model_default_params();
-        parameters.vocab_only = true;
-        model_.reset(llama_model_load_from_file(file.c_str(), parameters));
-        if (!model_) throw std::runtime_error("no vocabulary in " + file.string());
-    }
+    explicit VocabularyModel(const std::filesystem::path& file) : bare_(file, /*vocabularyOnly=*/true) {}
 
     std::vector<std::int32_t> tokenize(const std::string& text) override {
         bytesRead += text.size();
-        const auto* const vocab = llama_model_get_vocab(model_.get());
-        std::vector<std::int32_t> tokens(text.size() + 1);
-        const auto count = llama_tokenize(vocab, text.data(), static_cast<std::int32_t>(text.size()),
-                                          tokens.data(), static_cast<std::int32_t>(tokens.size()), true, true);
-        if (count < 1) throw MeetingError::invalidData("Tokenisierung fehlgeschlagen.");
-        tokens.resize(static_cast<std::size_t>(count));
-        return tokens;
+        return bare_.tokenize(text);
     }
-
-    std::string generate(const std::string&, bool) override {
-        throw std::logic_error("a vocabulary has no answers");
-    }
+    std::string generate(const std::string&, bool) override { throw std::logic_error("no answers"); }
 
     std::size_t bytesRead = 0;
 
 private:
-    struct Free {
-        void operator()(llama_model* model) const { llama_model_free(model); }
-    };
-
-    std::unique_ptr<llama_model, Free> model_;
+    BareModel bare_;
 };
 
 }  // namespace meetingcore::testing

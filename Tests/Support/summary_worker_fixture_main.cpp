@@ -1,10 +1,7 @@
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <string>
-#include <vector>
 
+#include "FileContent.h"
 #include "SummaryWorker/Worker.h"
 
 /// The worker with a catalog of the tests' own, which the real one takes from nowhere but its own code.
@@ -15,9 +12,6 @@ int main(int argumentCount, char** arguments) {
         std::cerr << "SUMMARY_WORKER_CATALOG names no catalog\n";
         return 2;
     }
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    const ModelCatalog catalog(json::decode<std::vector<LocalModel>>(bytes, path));
-    const std::vector<std::string> list(arguments, arguments + argumentCount);
-    return runSummaryWorker(list, catalog);
+    const ModelCatalog catalog(json::decode<std::vector<LocalModel>>(testing::contentOf(path), path));
+    return runSummaryWorker(std::vector<std::string>(arguments, arguments + argumentCount), catalog);
 }
