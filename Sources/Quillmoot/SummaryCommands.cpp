@@ -1,7 +1,236 @@
+#include <algorithm>
+#include <chrono>
+#include <future>
+
+#include "GermanText.h"
+#include "MeetingCore/Presentation/MeetingExport.h"
+#include "MeetingCore/Summary/SummaryProcess.h"
+#include "Models.h"
 #include "Program.h"
+#include "Report.h"
 
-namespace meetingcore::quillmoot {
+namespace meetingcore {
 
-void addSummaryCommands(CLI::App& /*app*/, Shell& /*shell*/) {}
+namespace quillmoot {
+namespace {
 
-}  // namespace meetingcore::quillmoot
+/// One point as `summary --json` gives it.
+struct PointRow {
+    std::string text;
+    std::vector<UUID> sources;
+    std::string quote;
+    std::optional<std::string> owner;
+    std::optional<std::string> dueDate;
+    bool borneOut = false;  ///< whether the transcript still says so
+};
+
+struct SummaryRow {
+    SummaryState state = SummaryState::missing;
+    std::optional<std::string> createdAt;  ///< ISO 8601
+    std::vector<PointRow> overview;
+    std::vector<PointRow> decisions;
+    std::vector<PointRow> tasks;
+    std::vector<PointRow> openQuestions;
+};
+
+struct TitleRow {
+    std::string title;
+    bool adopted = false;
+};
+
+}  // namespace
+}  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::PointRow> = json::record(
+    json::field("text", &quillmoot::PointRow::text), json::field("sources", &quillmoot::PointRow::sources),
+    json::field("quote", &quillmoot::PointRow::quote), json::field("owner", &quillmoot::PointRow::owner),
+    json::field("dueDate", &quillmoot::PointRow::dueDate),
+    json::field("borneOut", &quillmoot::PointRow::borneOut));
+
+template <>
+inline constexpr auto json::fields<quillmoot::SummaryRow> =
+    json::record(json::field("state", &quillmoot::SummaryRow::state),
+                 json::field("createdAt", &quillmoot::SummaryRow::createdAt),
+                 json::field("overview", &quillmoot::SummaryRow::overview),
+                 json::field("decisions", &quillmoot::SummaryRow::decisions),
+                 json::field("tasks", &quillmoot::SummaryRow::tasks),
+                 json::field("openQuestions", &quillmoot::SummaryRow::openQuestions));
+
+template <>
+inline constexpr auto json::fields<quillmoot::TitleRow> = json::record(
+    json::field("title", &quillmoot::TitleRow::title), json::field("adopted", &quillmoot::TitleRow::adopted));
+
+namespace quillmoot {
+namespace {
+
+struct Values {
+    std::string meeting;
+    std::string models;
+    std::string worker;
+    bool json = false;
+};
+
+std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const TranscriptDocument& document) {
+    std::vector<PointRow> rows;
+    for (const auto& point : points) {
+        rows.push_back({point.text, point.sourceSegmentIDs, point.quote, point.owner, point.dueDate,
+                        isBorneOut(point, document.segments)});
+    }
+    return rows;
+}
+
+int showSummary(Shell& shell, const std::string& reference, bool asJSON) {
+    auto folder = shell.folder();
+    const auto& meeting = folder.meeting(reference);
+    const auto document = folder.transcript(meeting.id);
+    const auto stored = folder.summary(meeting.id);
+    const auto state =
+        MeetingExport::summaryState({meeting, &document, stored ? &*stored : nullptr, std::nullopt});
+    if (asJSON) {
+        SummaryRow row;
+        row.state = state;
+        if (stored) {
+            row.createdAt = iso8601(stored->createdAt);
+            row.overview = rowsOf(stored->summary.overview, document);
+            row.decisions = rowsOf(stored->summary.decisions, document);
+            row.tasks = rowsOf(stored->summary.tasks, document);
+            row.openQuestions = rowsOf(stored->summary.openQuestions, document);
+        }
+        shell.writeJSON(row);
+        return done;
+    }
+    if (!stored) {
+        shell.err().line(MeetingExport::noSummaryText);
+        return done;
+    }
+    auto& out = shell.out();
+    out.line(meeting.title, Ink::bold);
+    out.line("Zusammengefasst am " + localTime(stored->createdAt), Ink::dim);
+    if (state == SummaryState::stale) out.wrapped("", MeetingExport::staleSummaryText, Ink::yellow);
+    writeSummary(out, stored->summary, document);
+    return done;
+}
+
+std::string_view wordFor(SummaryProcess::State state) {
+    switch (state) {
+        case SummaryProcess::State::loadingSummary:
+            return "Modell wird geprüft und geladen";
+        case SummaryProcess::State::summarizing:
+            return "Modell fasst zusammen";
+        case SummaryProcess::State::titling:
+            return "Modell schlägt einen Titel vor";
+        case SummaryProcess::State::summaryFinished:
+        case SummaryProcess::State::titleFinished:
+            return "geprüft und gespeichert";
+        case SummaryProcess::State::failed:
+            break;
+    }
+    return {};
+}
+
+/// Runs the worker, with a line that shows what it is doing and for how long. False when the user stopped it.
+bool runWorker(Shell& shell, const SummaryProcess::Task& task) {
+    const auto& stop = stopOnInterrupt();
+    const auto start = std::chrono::steady_clock::now();
+    std::atomic<SummaryProcess::State> state = SummaryProcess::State::loadingSummary;
+    std::atomic<int> parts = 0;
+    // The worker is silent for minutes, so the clock is kept by a thread of its own.
+    auto outcome = std::async(std::launch::async, [&] {
+        return SummaryProcess::run(task, stop, [&](SummaryProcess::State reached) {
+            if (reached == SummaryProcess::State::summarizing) ++parts;
+            state = reached;
+        });
+    });
+    auto line = shell.progress();
+    auto last = SummaryProcess::State::failed;
+    while (outcome.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready) {
+        const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+        const auto now = state.load();
+        auto text = lengthOf(elapsed.count()) + "  " + std::string(wordFor(now));
+        if (now == SummaryProcess::State::summarizing) text += " (Schritt " + std::to_string(parts) + ")";
+        line.show(text);
+        if (!shell.err().style().terminal && now != last) shell.err().line(text);
+        last = now;
+    }
+    line.clear();
+    return outcome.get();
+}
+
+/// Works on one meeting's summary or title; false when the user stopped it.
+bool work(Shell& shell, DataFolder& folder, const Values& values, bool titleOnly) {
+    const auto meeting = folder.meeting(values.meeting).id;
+    const auto models = modelFolder(values.models, folder.root());
+    SummaryProcess::Task task{
+        .session = meeting, .root = folder.root(), .models = models, .titleOnly = titleOnly};
+    if (!values.worker.empty()) task.program = values.worker;
+    return runWorker(shell, task);
+}
+
+int stoppedByUser(Shell& shell) {
+    shell.err().line("Abgebrochen.", Ink::yellow);
+    return failed;
+}
+
+int summarize(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    if (!work(shell, folder, values, false)) return stoppedByUser(shell);
+    return showSummary(shell, values.meeting, values.json);
+}
+
+/// Gives the meeting the title unless it has one of the user's.
+bool adopt(Shell& shell, const UUID& meeting, const std::string& title) {
+    auto open = shell.openLibrary();
+    bool adopted = false;
+    open.change(meeting, [&](MeetingEntry& entry) {
+        adopted = entry.needsAutomaticTitle();
+        if (adopted) entry.title = title;
+        entry.automaticTitlePending = false;
+    });
+    return adopted;
+}
+
+int title(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto meeting = folder.meeting(values.meeting).id;
+    if (!work(shell, folder, values, true)) return stoppedByUser(shell);
+    const auto artifact = TranscriptStorage::readOptional<MeetingTitleArtifact>(folder.folderOf(meeting) /
+                                                                                "automatic-title.json");
+    if (!artifact) throw MeetingError::storage("Der Titel wurde nicht gespeichert.");
+    const TitleRow row{artifact->title, adopt(shell, meeting, artifact->title)};
+    if (values.json) {
+        shell.writeJSON(row);
+        return done;
+    }
+    shell.out().line(row.title);
+    if (!row.adopted) {
+        shell.err().line("Das Meeting behält seinen Titel; „quillmoot rename“ ändert ihn.");
+    }
+    return done;
+}
+
+}  // namespace
+
+void addSummaryCommands(CLI::App& app, Shell& shell) {
+    const auto values = std::make_shared<Values>();
+    const auto add = [&](const char* name, const char* description,
+                         int (*body)(Shell&, const Values&)) -> CLI::App& {
+        auto& command =
+            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
+        command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
+        command.add_flag("--json", values->json, "Als JSON für Programme");
+        return command;
+    };
+    const auto withEngine = [&](CLI::App& command) {
+        command.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
+        command.add_option("--worker", values->worker, "Der SummaryWorker, sonst der neben quillmoot")
+            ->type_name("PROGRAMM");
+    };
+    withEngine(add("summarize", "Fasst ein Meeting mit Belegen zusammen", summarize));
+    withEngine(add("title", "Schlägt einen Titel vor und gibt ihn einem Meeting, das keinen hat", title));
+    add("summary", "Zeigt die gespeicherte Zusammenfassung",
+        [](Shell& s, const Values& v) { return showSummary(s, v.meeting, v.json); });
+}
+
+}  // namespace quillmoot
+}  // namespace meetingcore

@@ -1,15 +1,19 @@
 #include <algorithm>
-#include <fstream>
+#include <charconv>
 #include <map>
 
 #include "GermanText.h"
 #include "MeetingCore/Library/RecordingImport.h"
+#include "MeetingCore/Library/SpeakerIntake.h"
+#include "MeetingCore/Library/TranscriptIntake.h"
+#include "MeetingCore/Library/TranscriptionRun.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/HTMLExport.h"
 #include "MeetingCore/Presentation/JSONExport.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "MeetingCore/Presentation/TranscriptLayout.h"
 #include "MeetingCore/Presentation/Wording.h"
+#include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Program.h"
 
@@ -31,8 +35,23 @@ struct SegmentRow {
     bool corrected = false;
 };
 
+struct SpeakerRow {
+    std::optional<std::string> id;  ///< of the diarization
+    std::string label;
+    AudioSource source = AudioSource::microphone;
+    std::int64_t segments = 0;
+    double seconds = 0;  ///< of speech
+};
+
 }  // namespace
 }  // namespace quillmoot
+
+template <>
+inline constexpr auto json::fields<quillmoot::SpeakerRow> = json::record(
+    json::field("id", &quillmoot::SpeakerRow::id), json::field("label", &quillmoot::SpeakerRow::label),
+    json::field("source", &quillmoot::SpeakerRow::source),
+    json::field("segments", &quillmoot::SpeakerRow::segments),
+    json::field("seconds", &quillmoot::SpeakerRow::seconds));
 
 template <>
 inline constexpr auto json::fields<quillmoot::SegmentRow> = json::record(
@@ -59,6 +78,13 @@ struct Values {
     std::string format;
     std::string content = "all";
     std::string output;
+    std::string source;
+    std::string file;
+    std::optional<std::string> recording;
+    std::string engine;
+    int jobs = 1;
+    int timeout = 600;
+    bool replace = false;
     bool original = false;
     bool clock = false;
     bool numbers = false;
@@ -94,6 +120,7 @@ void forEachParagraph(const TranscriptBlock& block, const Use& use) {
 }
 
 int transcript(Shell& shell, const Values& values) {
+    if (values.meeting.empty()) throw UsageError("Es fehlt: MEETING");
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
     const auto document = folder.transcript(meeting.id);
@@ -145,6 +172,125 @@ int nameSpeaker(Shell& shell, const Values& values) {
     return done;
 }
 
+AudioSource trackOf(const std::string& name) {
+    return name == "microphone" ? AudioSource::microphone : AudioSource::meeting;
+}
+
+int importTranscript(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto meeting = folder.meeting(values.meeting).id;
+    const auto file = CaptionFile::read(values.file);
+    const auto existing =
+        values.replace ? TranscriptIntake::Existing::replace : TranscriptIntake::Existing::refuse;
+    const auto report =
+        TranscriptIntake::take(meeting, trackOf(values.source), file, folder.root(), folder.jobs(), existing);
+    shell.err().line(countOf(report.segments, "Segment", "Segmente") + " in " +
+                     countOf(report.windows, "Abschnitt", "Abschnitten") + " übernommen.");
+    return done;
+}
+
+/// Which recording of the file belongs to which track. Without a choice, recordings named like the tracks go to
+/// these, and anything else to the meeting's.
+std::vector<std::pair<AudioSource, std::optional<std::string>>> assignments(const Values& values,
+                                                                            const SpeakerTurnFile& file) {
+    if (!values.source.empty()) return {{trackOf(values.source), values.recording}};
+    std::vector<std::pair<AudioSource, std::optional<std::string>>> found;
+    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+        const std::string name(json::nameOf(source));
+        if (std::ranges::count(file.recordings(), name) != 0) found.emplace_back(source, name);
+    }
+    if (found.empty() || values.recording) return {{AudioSource::meeting, values.recording}};
+    return found;
+}
+
+int importSpeakers(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    const auto meeting = open.meeting(values.meeting).id;
+    const auto file = SpeakerTurnFile::read(values.file);
+    for (const auto& [source, recording] : assignments(values, file)) {
+        const auto report = SpeakerIntake::take(meeting, source, file, recording, open.root(), open.jobs());
+        shell.err().line(std::string(trackName(source)) + ": " +
+                         countOf(report.speakers, "Sprecher", "Sprecher") + ", davon " +
+                         std::to_string(report.named) + " mit Namen.");
+    }
+    return done;
+}
+
+int withoutSpeakers(Shell& shell, const Values& values) {
+    auto open = shell.openLibrary();
+    SpeakerIntake::settle(open.meeting(values.meeting).id, open.root(), open.jobs());
+    return done;
+}
+
+int speakers(Shell& shell, const Values& values) {
+    if (values.meeting.empty()) throw UsageError("Es fehlt: MEETING");
+    auto folder = shell.folder();
+    const auto document = folder.transcript(folder.meeting(values.meeting).id);
+    std::vector<SpeakerRow> rows;
+    for (const auto& segment : document.segments) {
+        auto label = document.speakerLabel(segment);
+        auto row = std::ranges::find_if(rows, [&](const SpeakerRow& known) {
+            return known.id == segment.speakerID && known.source == segment.source;
+        });
+        if (row == rows.end())
+            row = rows.insert(row, {segment.speakerID, std::move(label), segment.source, 0, 0});
+        ++row->segments;
+        row->seconds += segment.endSeconds - segment.startSeconds;
+    }
+    if (values.json) {
+        shell.writeJSON(rows);
+        return done;
+    }
+    if (rows.empty()) {
+        shell.err().line(MeetingExport::noTranscriptText);
+        return done;
+    }
+    Table table({"Kennung", "Tonspur", "Segmente", "Redezeit", "Name"});
+    for (const auto& row : rows) {
+        table.add({row.id.value_or("–"), std::string(trackName(row.source)), std::to_string(row.segments),
+                   lengthOf(row.seconds), row.label});
+    }
+    table.write(shell.out());
+    return done;
+}
+
+int transcribe(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto meeting = folder.meeting(values.meeting).id;
+    const auto& stop = stopOnInterrupt();
+    CommandTranscriber engine(values.engine, folder.root(), std::chrono::seconds(values.timeout));
+    auto bar = shell.progress();
+    TranscriptionRun::Options options;
+    options.jobs = values.jobs;
+    const auto report = TranscriptionRun::run(
+        meeting, folder.root(), folder.jobs(), engine, options, stop,
+        [&](const TranscriptionRun::Progress& progress) {
+            const auto share = progress.total == 0 ? 1.0
+                                                   : static_cast<double>(progress.done + progress.failed) /
+                                                         static_cast<double>(progress.total);
+            bar.show(share,
+                     std::to_string(progress.done) + " von " + std::to_string(progress.total) + " Abschnitten");
+        });
+    bar.clear();
+    shell.err().line(std::to_string(report.transcribed) + " transkribiert, " +
+                     std::to_string(report.progress.done) + " von " + std::to_string(report.progress.total) +
+                     " Abschnitten fertig.");
+    for (const auto& window : report.setAside) {
+        shell.err().line(std::string(trackName(window.source)) + " " + lengthOf(window.startSeconds) + "–" +
+                             lengthOf(window.endSeconds) + " zurückgestellt: " + window.message,
+                         Ink::red);
+    }
+    if (stop.requested()) {
+        shell.err().line("Abgebrochen. Derselbe Aufruf macht weiter.", Ink::yellow);
+        return failed;
+    }
+    if (report.progress.failed > 0) {
+        shell.err().line("Mit „quillmoot jobs " + values.meeting +
+                         " retry“ wird Fehlgeschlagenes wieder offen.");
+    }
+    return report.progress.failed == 0 && report.pending == 0 ? done : failed;
+}
+
 std::string rendered(const Values& values, const ExportedMeeting& meeting) {
     const std::map<std::string, MeetingExport::Content> contents{
         {"all", MeetingExport::Content::all},
@@ -194,6 +340,49 @@ std::string oneOf(const std::string& value, std::initializer_list<const char*> c
     return "Ungültiger Wert: " + value + " (möglich: " + all + ")";
 }
 
+/// Accepts the whole numbers of a range.
+std::function<std::string(const std::string&)> inRange(int least, int most) {
+    return [=](const std::string& text) {
+        int value = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        const bool fits =
+            error == std::errc{} && end == text.data() + text.size() && value >= least && value <= most;
+        return fits ? std::string()
+                    : "Erwartet wird eine Zahl von " + std::to_string(least) + " bis " + std::to_string(most) +
+                          ": " + text;
+    };
+}
+
+std::string isTrack(const std::string& source) { return oneOf(source, {"microphone", "meeting"}); }
+
+void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
+                       const std::shared_ptr<Values>& values) {
+    constexpr auto meetingText = "Kennung, ihr Anfang, oder der Titel";
+    auto& captions = addCommand(transcripts, shell, "import", "Übernimmt ein Transkript aus einer Datei",
+                                [&shell, values] { return importTranscript(shell, *values); });
+    captions.add_option("MEETING", values->meeting, meetingText)->required();
+    captions.add_option("DATEI", values->file, "WebVTT, SubRip, JSON von whisper.cpp oder WhisperX")
+        ->required();
+    captions.add_option("--source", values->source, "Die Tonspur: microphone oder meeting")
+        ->type_name("SPUR")
+        ->required()
+        ->check(isTrack);
+    captions.add_flag("--replace", values->replace, "Ersetzt, was auf der Tonspur schon erkannt ist");
+
+    auto& turns = addCommand(speakers, shell, "import", "Übernimmt, wer wann spricht",
+                             [&shell, values] { return importSpeakers(shell, *values); });
+    turns.add_option("MEETING", values->meeting, meetingText)->required();
+    turns.add_option("DATEI", values->file, "RTTM, oder ein Transkript mit Sprechern")->required();
+    turns.add_option("--source", values->source, "Die Tonspur: microphone oder meeting")
+        ->type_name("SPUR")
+        ->check(isTrack);
+    turns.add_option("--recording", values->recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
+    addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
+               [&shell, values] { return withoutSpeakers(shell, *values); })
+        .add_option("MEETING", values->meeting, meetingText)
+        ->required();
+}
+
 }  // namespace
 
 void addTranscriptCommands(CLI::App& app, Shell& shell) {
@@ -207,11 +396,29 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
         command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
         return command;
     };
-    auto& shown = withMeeting(add("transcript", "Zeigt das Transkript eines Meetings", transcript));
+    auto& shown = add("transcript", "Zeigt das Transkript eines Meetings", transcript);
+    shown.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel");
     shown.add_flag("--original", values->original, "Wie erkannt, ohne Korrekturen");
     shown.add_flag("--clock", values->clock, "Uhrzeiten statt der Zeit seit Beginn");
     shown.add_flag("--numbers", values->numbers, "Jedes Segment auf einer Zeile mit seiner Nummer");
     shown.add_flag("--json", values->json, "Als JSON für Programme");
+
+    auto& heard = add("speakers", "Zeigt die Sprecher eines Meetings", speakers);
+    heard.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel");
+    heard.add_flag("--json", values->json, "Als JSON für Programme");
+    addImportCommands(shown, heard, shell, values);
+
+    auto& recognised = withMeeting(add("transcribe", "Transkribiert mit einem Programm nach Wahl", transcribe));
+    recognised.add_option("--engine", values->engine, "Der Aufruf; {wav} steht für die Tondatei")
+        ->type_name("BEFEHL")
+        ->required();
+    recognised.add_option("--jobs", values->jobs, "Wie viele zugleich")
+        ->type_name("ZAHL")
+        ->check(inRange(1, 64));
+    recognised.add_option("--timeout", values->timeout, "Sekunden, die ein Abschnitt dauern darf")
+        ->type_name("SEKUNDEN")
+        ->check(inRange(1, 86'400));
+    recognised.footer("Was das Programm liest und schreibt, steht in Docs/Transcription.md.");
 
     auto& corrected = withMeeting(add("correct", "Berichtigt den Text eines Segments", correct));
     corrected.add_option("SEGMENT", values->segment, "Nummer aus „transcript --numbers“ oder Kennung")
