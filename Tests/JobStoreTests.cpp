@@ -219,11 +219,12 @@ TEST_F(JobStoreTest, TellsWhereJobsStandAndRestartsOnlyWhatIsCompleted) {
     jobIn("failed", "c");
     jobIn("pending", "d");
     for (const auto* const id : {"a", "b", "c", "d"}) store().restartCompleted(id);
+    const auto payload = item("a").payloadJSON;
     EXPECT_THAT(store().jobs(session_),
-                ElementsAre(JobState{"a", "transcribe", JobStatus::pending, 1, {}, {}},
-                            JobState{"b", "transcribe", JobStatus::running, 1, noon.advanced(60), {}},
-                            JobState{"c", "transcribe", JobStatus::failed, 1, {}, "kaputt"},
-                            JobState{"d", "transcribe", JobStatus::pending, 0, {}, {}}));
+                ElementsAre(JobState{"a", "transcribe", payload, JobStatus::pending, 1, {}, {}},
+                            JobState{"b", "transcribe", payload, JobStatus::running, 1, noon.advanced(60), {}},
+                            JobState{"c", "transcribe", payload, JobStatus::failed, 1, {}, "kaputt"},
+                            JobState{"d", "transcribe", payload, JobStatus::pending, 0, {}, {}}));
     EXPECT_EQ(store().result("a"), std::nullopt);
     EXPECT_THAT(store().completedResults(session_), ElementsAre("{}"));  // shown until the new one arrives
     EXPECT_THAT(store().jobs(otherSession_), IsEmpty());
