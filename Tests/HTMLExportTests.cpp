@@ -103,7 +103,7 @@ std::string expectationsOf(const ExportSample& sample) {
         for (const auto& point : sample.artifact.summary.*category.points) quotes.push_back(point.quote);
     std::string searches;
     for (const char* query :
-         {"strasse", "MULLER zahlen", "ss", "s", "été", "< script", "e ei in", "\U0001F469"})
+         {"strasse", "MULLER zahlen", "ss", "s", "été", "< script", "e ei in", "\U0001F469", "\u0301"})
         searches += (searches.empty() ? "" : ",") + searchFor(query, texts);
     return "{" + field("title", sample.entry.title) + "," + field("texts", texts) + "," +
            field("names", names) + "," + field("colors", colors) + "," + field("quotes", quotes) +

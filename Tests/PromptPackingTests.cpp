@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SummaryWorker/RawSummary.h"
+#include "MeetingCore/Summary/RawSummary.h"
 #include "Support/Failure.h"
 #include "Support/NaivePacking.h"
 #include "Support/VocabularyModel.h"

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
+#include "MeetingCore/Summary/RawSummary.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
-#include "SummaryWorker/RawSummary.h"
 #include "Support/FileContent.h"
 #include "Support/Process.h"
 #include "Support/SampleMeeting.h"

@@ -57,15 +57,8 @@ struct Pipeline final : TextModel {
     std::string outcomeOf(void (*task)(const MeetingRun&)) {
         std::string states;
         const auto failure = testing::failureOf([&] {
-            task({.session = meeting.session,
-                  .root = meeting.root.path(),
-                  .meetingFolder = meeting.folder(),
-                  .database = meeting.database,
-                  .document = document,
-                  .fingerprint = fingerprint,
-                  .unfinishedJobs = unfinishedJobs,
-                  .model = *this,
-                  .progress = [&](std::string_view state) { states += std::string(state) + "."; }});
+            const SummaryRun run(meeting.session, meeting.root.path());
+            task({run, *this, [&](std::string_view state) { states += std::string(state) + "."; }});
         });
         return failure == testing::noFailure ? states : states + " " + failure;
     }
@@ -85,7 +78,6 @@ struct Pipeline final : TextModel {
     std::size_t bytesPerToken;
     TranscriptDocument document = meeting.load();
     std::string fingerprint = SummaryArtifact::fingerprint(document);
-    std::int64_t unfinishedJobs = 0;
     std::vector<std::string> prompts;
 };
 
@@ -272,13 +264,14 @@ TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {
     Pipeline corrected(meeting, afterCorrection(meeting, R"({"title":"Begrüßung am Morgen"})"));
     EXPECT_EQ(corrected.title(), "titling. Transkript wurde während der Titelerstellung geändert.");
 
-    const std::string waits =
-        " Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.";
-    Pipeline unfinished(meeting, {});
-    unfinished.unfinishedJobs = 1;
-    EXPECT_EQ(unfinished.title(), waits);
+    TestMeeting unfinished({"Guten Morgen."});
+    unfinished.database.enqueue({"more", unfinished.session, "transcribe", "{}"});
     TestMeeting unassigned({"Guten Morgen."}, AudioSource::meeting);
-    EXPECT_EQ(Pipeline(unassigned, {}).title(), waits);
+    for (auto* waiting : {&unfinished, &unassigned}) {
+        testing::writeFile(waiting->folder() / "audio-removed.json", "{}");  // a summary would not mind
+        EXPECT_EQ(Pipeline(*waiting, {}).title(),
+                  " Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.");
+    }
     EXPECT_FALSE(fs::exists(meeting.folder() / "automatic-title.json"));
 }
 
