@@ -1,0 +1,318 @@
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <simdjson.h>
+
+#include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "Support/FileContent.h"
+#include "Support/Process.h"
+#include "Support/SampleMeeting.h"
+#include "Support/StandInModel.h"
+#include "Support/TemporaryFolder.h"
+
+namespace meetingcore {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using testing::contentOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+using testing::writeFile;
+
+const fs::path sampleFolder = fs::path(MEETING_SAMPLES_FOLDER) / "kundenportal";
+
+/// The keys of a JSON object, or of the first one in a list, in their order.
+std::string keysOf(const std::string& text) {
+    simdjson::dom::parser parser;
+    simdjson::dom::element root = parser.parse(text);
+    if (root.is_array()) root = root.at(0);
+    std::string keys;
+    for (const auto& [key, value] : simdjson::dom::object(root))
+        keys.append(keys.empty() ? "" : " ").append(key);
+    return keys;
+}
+
+/// A person at a shell, with the sample's files in the current folder and everything of the user's elsewhere.
+class Quillmoot : public ::testing::Test {
+protected:
+    Quillmoot() {
+        fs::copy(sampleFolder / "files", here());
+        fs::create_directory(home.path() / "bin");
+        fs::create_symlink(MEETING_quillmoot_PATH, home.path() / "bin/quillmoot");
+    }
+    fs::path here() const { return home.path() / "hier"; }
+    fs::path root() const { return home.path() / "data/Quillstead"; }
+
+    /// Runs a shell's command line.
+    testing::ProcessResult sh(const std::string& command) const {
+        return testing::runProcess("/bin/sh", {"-c", "cd '" + here().string() + "' && " + command},
+                                   environment);
+    }
+    /// What a command that succeeds writes.
+    std::string out(const std::string& command) const {
+        const auto result = sh(command);
+        EXPECT_EQ(result.status, 0) << command << '\n' << result.err;
+        return result.out;
+    }
+    /// What a command that ends with this status says.
+    std::string err(const std::string& command, int status = 1) const {
+        const auto result = sh(command);
+        EXPECT_EQ(result.status, status) << command << '\n' << result.out;
+        return result.err;
+    }
+    void importSample() const {
+        out("quillmoot import --title Kundenportal --microphone microphone.ogg --meeting meeting.mp3 "
+            "--start '2026-09-14T08:00:00Z'");
+    }
+    void importTexts() const {
+        out("quillmoot transcript import Kundenportal --source microphone microphone.vtt && "
+            "quillmoot transcript import Kundenportal --source meeting meeting.vtt && "
+            "quillmoot speakers import Kundenportal speakers.rttm");
+    }
+
+    const testing::TemporaryFolder home;
+    testing::ChildProcess::Environment environment{{"HOME", home.path()},
+                                                   {"XDG_DATA_HOME", home.path() / "data"},
+                                                   {"XDG_CONFIG_HOME", home.path() / "config"},
+                                                   {"PATH", (home.path() / "bin").string() + ":/usr/bin:/bin"},
+                                                   {"MEETING_MODELS", "/fehlt"},
+                                                   {"TERM", "xterm"},
+                                                   {"TZ", "Europe/Berlin"}};
+};
+
+TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
+    importSample();
+    EXPECT_THAT(out("quillmoot list"), HasSubstr("14.09.2026 10:00  06:57  Transkript 0 von 14  Kundenportal"));
+    importTexts();
+    EXPECT_THAT(out("quillmoot transcript Kundenportal"),
+                AllOf(StartsWith("Jana Keller  00:00:00\n  Guten Morgen zusammen."),
+                      HasSubstr("Meral Aydın  00:00:08")));
+    EXPECT_THAT(out("quillmoot transcript Kundenportal --clock"), StartsWith("Jana Keller  10:00:00\n"));
+
+    const auto wrong = out("quillmoot transcript Kundenportal --numbers | grep Wettermann | head -n 1");
+    const auto number = std::to_string(std::stoi(wrong));
+    EXPECT_EQ(out("quillmoot search wetterman --json"), "[]\n") << "misheard in this one place";
+    out("quillmoot correct Kundenportal " + number + " 'Ja, das mache ich heute.'");
+    EXPECT_THAT(out("quillmoot transcript Kundenportal --numbers"),
+                HasSubstr("  " + number + " Ja, das mache ich heute."));
+    EXPECT_EQ(out("quillmoot transcript Kundenportal --numbers --original | grep Wettermann | head -n 1"),
+              wrong);
+    out("quillmoot correct Kundenportal " + number + " ''");
+    out("quillmoot speaker Kundenportal 'meral aydin' 'Meral A.'");
+    EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Meral A."));
+
+    const auto sample = testing::SampleMeeting::load(sampleFolder);
+    const auto models = home.path() / "modelle";
+    fs::create_directory(models);
+    writeStandInModel(models / "modell.gguf",
+                      testing::StandInScript::answering(sample.summaryAnswer, sample.titleAnswer));
+    testing::writeCatalog(models / "katalog.json", models / "modell.gguf");
+    const auto engine = " Kundenportal --engine model --models " + models.string() + " --worker " +
+                        MEETING_SummaryWorkerFixture_PATH;
+    const auto catalog = "SUMMARY_WORKER_CATALOG=" + (models / "katalog.json").string() + " ";
+    EXPECT_THAT(out(catalog + "quillmoot summarize" + engine),
+                AllOf(HasSubstr("\nEntscheidungen\n"), HasSubstr("     [02:"), HasSubstr(": „")));
+    EXPECT_THAT(out(catalog + "quillmoot title" + engine), Not(IsEmpty()));
+    EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Zusammenfassung aktuell"));
+
+    // A correction of what a point rests on makes this point stale, and the summary as a whole.
+    const auto cited =
+        out("quillmoot summary Kundenportal --json | tr '{' '\\n' | grep -m1 -o '\"sources\":\\[\"[0-9A-F]*'");
+    out("quillmoot correct Kundenportal " + cited.substr(cited.rfind('"') + 1, 8) + " 'Ganz anders.'");
+    EXPECT_THAT(out("quillmoot summary Kundenportal"),
+                AllOf(HasSubstr("Zusammenfassung veraltet"),
+                      HasSubstr("Veraltet: Das Transkript lautet inzwischen anders.")));
+    EXPECT_THAT(out("quillmoot export Kundenportal --format markdown"),
+                AllOf(StartsWith("# Kundenportal\n"), HasSubstr("veraltet oder ungültig")));
+    for (const auto* const form : {"text", "html", "vtt", "srt", "json"}) {
+        EXPECT_THAT(out(std::string("quillmoot export Kundenportal --format ") + form + " -o aus && cat aus"),
+                    HasSubstr("Meral A."))
+            << form;
+    }
+    EXPECT_THAT(out("quillmoot doctor"), AllOf(HasSubstr("1 Meeting ist lesbar."), Not(HasSubstr("FEHLER"))));
+    EXPECT_THAT(out("quillmoot audio Kundenportal"), HasSubstr("Audio/meeting.wav"));
+    if (sh("command -v gio").status == 0) {
+        out("quillmoot remove-audio Kundenportal");
+        EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Audio           entfernt"));
+        EXPECT_THAT(err("quillmoot audio Kundenportal"), HasSubstr("hat kein Audio"));
+    }
+}
+
+TEST_F(Quillmoot, DoesWhatTheReadmePromisesInFiveCommands) {
+    std::istringstream readme(contentOf(fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "README.md"));
+    std::string line;
+    while (std::getline(readme, line) && line != "## Ein Meeting in fünf Befehlen") {
+    }
+    int commands = 0;
+    std::string last;
+    while (std::getline(readme, line) && !line.starts_with("## ")) {
+        if (!line.starts_with("    quillmoot ")) continue;
+        ++commands;
+        last = out(line);
+    }
+    EXPECT_EQ(commands, 5);
+    EXPECT_THAT(last, AllOf(HasSubstr("Kurzfassung"), HasSubstr("Aufgaben"), HasSubstr("„")));
+}
+
+TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
+    importSample();
+    // clang-format off
+    const std::vector<std::pair<std::string, std::string>> wrong{
+        {"", "Es fehlt der Befehl."}, {"gibtesnicht", "Unerwartetes Argument: gibtesnicht"},
+        {"list --jsno", "Unerwartetes Argument: --jsno"}, {"show", "Es fehlt: MEETING"}, {"transcript", "Es fehlt: MEETING"},
+        {"export Kundenportal", "Es fehlt: --format"}, {"export Kundenportal --format pdf", "Ungültiger Wert: pdf"},
+        {"import --title A", "Es fehlt: --microphone oder --meeting"}, {"import --microphone", "Der Wert fehlt: --microphone"},
+        {"import --microphone microphone.ogg --start gestern", "Ungültige Zeit: gestern"},
+        {"jobs Kundenportal weiter", "Unbekannte Aktion: weiter"}, {"retention bald", "Erwartet wird eine Zahl von Tagen"},
+        {"transcribe Kundenportal --engine true --jobs 0", "Erwartet wird eine Zahl von 1 bis 64: 0"},
+    };
+    const std::vector<std::pair<std::string, std::string>> failing{
+        {"show Budget", "Kein Meeting passt zu „Budget“."}, {"--root /fehlt list", "Es gibt keinen Datenordner unter /fehlt."},
+        {"import --microphone fehlt.wav", "„fehlt.wav“ ist keine lesbare Audiodatei"},
+        {"import --microphone meeting.vtt", "„meeting.vtt“ ist keine lesbare Audiodatei"},
+        {"import --microphone microphone.ogg --meeting meeting.mp3", "Diese Aufnahme ist schon in der Bibliothek: „Kundenportal“"},
+        {"transcript import Kundenportal --source meeting speakers.rttm", "speakers.rttm"},
+        {"speakers import Kundenportal microphone.vtt", "microphone.vtt"}, {"correct Kundenportal 1 Text", "Kein Segment"},
+        {"summarize Kundenportal", "Sprachverarbeitung muss zuerst vollständig abgeschlossen sein."},
+        {"retention 99999", "36500"}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
+        {"rename Kundenportal ' '", "Ungültige Bibliotheksdaten."}, {"export Kundenportal --format srt", "Transkription"},
+    };
+    // clang-format on
+    for (const auto& [call, message] : wrong) {
+        EXPECT_THAT(err("quillmoot " + call, 2), AllOf(HasSubstr(message), HasSubstr("--help"))) << call;
+    }
+    for (const auto& [call, message] : failing)
+        EXPECT_THAT(err("quillmoot " + call), HasSubstr(message)) << call;
+    EXPECT_THAT(out("quillmoot speakers import --help"),
+                AllOf(HasSubstr("Aufruf: quillmoot speakers import"), HasSubstr("RTTM")));
+}
+
+TEST_F(Quillmoot, GivesProgramsTheSameKeysEveryTime) {
+    importSample();
+    importTexts();
+    out("quillmoot project add Portal && quillmoot project assign Kundenportal portal && quillmoot fields add "
+        "Kunde && "
+        "quillmoot fields set Kundenportal kunde Wettermann && quillmoot participants Kundenportal --add 'Jana "
+        " Keller' "
+        "--add Thomas --remove thomas && quillmoot note Kundenportal 'Erste Runde' && quillmoot pin "
+        "Kundenportal && "
+        "quillmoot retention 30 && quillmoot instructions Kundenportal --hint Kurz");
+    // clang-format off
+    const std::vector<std::pair<std::string, std::string>> calls{
+        {"list", "id title createdAt duration state pinned project chunkCount jobs audioRemoved hasSummary"},
+        {"show Kundenportal", "meeting notes participants fields processing segments speakers summary folder"},
+        {"jobs Kundenportal", "id kind status attempts source startSeconds endSeconds"},
+        {"transcript Kundenportal", "number id startSeconds endSeconds source speaker speakerID text corrected"},
+        {"speakers Kundenportal", "id label source segments seconds"}, {"models", "id filename bytes state path"},
+        {"search Wartungsverträge", "meeting title place speaker startSeconds segment text ranges"},
+        {"summary Kundenportal", "state overview decisions tasks openQuestions"}, {"project", "id name meetings"},
+        {"fields", "id name"}, {"data-folder", "path exists isDefault"}, {"doctor", "severity topic text"},
+        {"instructions Kundenportal", "basePrompt meetingPrompt"}, {"retention", "days"}, {"audio Kundenportal", "source path"},
+    };
+    // clang-format on
+    for (const auto& [call, keys] : calls)
+        EXPECT_EQ(keysOf(out("quillmoot " + call + " --json")), keys) << call;
+    EXPECT_EQ(out("quillmoot participants Kundenportal --json && quillmoot note Kundenportal"),
+              "[\"Jana Keller\"]\nErste Runde\n");
+    EXPECT_THAT(out("quillmoot show kundenPORTAL"),
+                AllOf(HasSubstr("Kunde           Wettermann"), HasSubstr("Portal")));
+    const auto id = out("quillmoot list --json").substr(8, 8);
+    EXPECT_THAT(out("quillmoot rename " + id + " Neu && quillmoot list"),
+                AllOf(HasSubstr("★ Neu · Portal"), HasSubstr(id)));
+}
+
+TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
+    // A long silence under an uneven rate; the import is killed once the first chunks are there.
+    out("python3 -c \"import wave; w=wave.open('lang.wav','wb'); w.setnchannels(2); w.setsampwidth(2); "
+        "w.setframerate(22050); w.writeframes(bytes(4*22050*900))\"");
+    const std::string command = "quillmoot import --title Lang --meeting lang.wav";
+    for (const auto* const signal : {"INT", "KILL"}) {
+        err("cd '" + here().string() + "'; " + command +
+                " & pid=$!; while [ $(ls -d ../data/*/Meetings/*/*.chunk 2>/dev/null" + " | wc -l) -lt " +
+                (*signal == 'I' ? "2" : "5") + " ]; do sleep 0.01; done; kill -" + signal +
+                " $pid; wait $pid; test $? -eq 0",
+            1);
+        EXPECT_EQ(keysOf(out("quillmoot doctor --json")), "severity topic text");
+    }
+    out(command);
+    const auto report = DurableChunkStore(root() / "Meetings").recover();
+    ASSERT_EQ(report.chunks.size(), 15U);
+    for (std::size_t i = 0; i < 15; ++i) EXPECT_EQ(report.chunks[i].sequence, static_cast<std::int64_t>(i));
+    EXPECT_EQ(MeetingLibrary::read(root() / "library.json").meetings.front().state, "completed");
+    EXPECT_THAT(err(command), HasSubstr("schon in der Bibliothek"));
+}
+
+TEST_F(Quillmoot, TranscribesWithAProgramOfTheUsersChoice) {
+    importSample();
+    writeFile(here() / "erkenner.py", R"(import json, sys, wave
+seconds = wave.open(sys.argv[1]).getnframes() / 16000
+if sys.argv[2] == "meeting" and float(sys.argv[3]) == 60: sys.exit("kaputt")
+print(json.dumps({"segments": [{"start": 0.5, "end": seconds, "text": f"Fenster {sys.argv[2]} {sys.argv[3]}"}]}))
+)");
+    const std::string command =
+        "quillmoot transcribe Kundenportal --engine 'python3 erkenner.py {wav} {source} {start}' --jobs 2";
+    EXPECT_THAT(err(command),
+                AllOf(HasSubstr("13 von 14 Abschnitten fertig"),
+                      HasSubstr("Meeting-Ton 01:00–02:00 zurückgestellt: "), HasSubstr("kaputt")));
+    EXPECT_THAT(out("quillmoot jobs Kundenportal"), HasSubstr("fehlgeschlagen"));
+    out("sed -i s/kaputt// erkenner.py && sed -i '/sys.exit/d' erkenner.py && quillmoot jobs Kundenportal "
+        "retry && " +
+        command);
+    EXPECT_THAT(out("quillmoot transcript Kundenportal"), HasSubstr("Fenster meeting 60"));
+}
+
+TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
+    importSample();
+    importTexts();
+    const auto onTerminal = [&](const std::string& setup, const std::string& command) {
+        return out("script -qec \"" + setup + "; " + command + "\" /dev/null");
+    };
+    const auto narrow = onTerminal("stty cols 40", "quillmoot transcript Kundenportal");
+    EXPECT_THAT(narrow, HasSubstr("\x1b[1;38;5;"));
+    std::istringstream lines(narrow);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find('\x1b') == std::string::npos)
+            EXPECT_LE(line.size(), 60U) << "bytes of 40 columns: " << line;
+    }
+    EXPECT_THAT(onTerminal("stty cols 200; export NO_COLOR=1", "quillmoot search Wartung"),
+                Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(onTerminal("stty cols 80", "quillmoot search Wartung"), HasSubstr("\x1b[1;7mWartung\x1b[0m"));
+    EXPECT_THAT(out("quillmoot search Wartung"), AllOf(HasSubstr("Wartungsvert"), Not(HasSubstr("\x1b"))));
+    // Nobody can steer a terminal through a transcript.
+    out("quillmoot correct Kundenportal 1 \"$(printf 'rot \\033[31m und \\007')\"");
+    EXPECT_THAT(out("quillmoot transcript Kundenportal"),
+                AllOf(HasSubstr("rot �[31m und �"), Not(HasSubstr("\x1b"))));
+
+    EXPECT_EQ(sh("quillmoot transcript Kundenportal | head -n 1; quillmoot list | true").err, "")
+        << "a closed pipe";
+    EXPECT_THAT(err("quillmoot list >/dev/full"), HasSubstr("Die Ausgabe konnte nicht geschrieben werden."));
+}
+
+TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
+    importSample();
+    EXPECT_THAT(err("flock '" + (root() / "application.lock").string() + "' quillmoot pin Kundenportal"),
+                Not(IsEmpty()));
+    out("flock '" + (root() / "application.lock").string() + "' quillmoot list");
+    writeFile(root() / ".library.json.123.tmp", "Rest");
+    EXPECT_THAT(out("quillmoot doctor"),
+                HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs (--repair räumt auf)."));
+    EXPECT_THAT(out("quillmoot doctor --repair"),
+                HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs entfernt."));
+    EXPECT_FALSE(fs::exists(root() / ".library.json.123.tmp"));
+    writeFile(root() / "library.json", "{");
+    EXPECT_THAT(err("quillmoot list"), HasSubstr("„library.json“"));
+    const auto findings = sh("quillmoot doctor");
+    EXPECT_EQ(findings.status, 1);
+    EXPECT_THAT(findings.out, AllOf(HasSubstr("FEHLER   Bibliothek: „library.json“"),
+                                    HasSubstr("Audioabschnitte sind vollständig.")));
+    EXPECT_EQ(out("quillmoot data-folder neu && quillmoot data-folder && quillmoot list"),
+              (here() / "neu").string() + "\n" + (here() / "neu").string() + "\n");
+    EXPECT_THAT(err("quillmoot data-folder /dev/null/x"), Not(IsEmpty()));
+}
+
+}  // namespace
+}  // namespace meetingcore
