@@ -113,15 +113,19 @@ LanguageModel::LanguageModel(const std::filesystem::path& path) {
     fatalFailure.message = generationFailure;
 }
 
-std::vector<std::int32_t> LanguageModel::tokenize(const std::string& text) {
+std::size_t LanguageModel::countTokens(const std::string& text) {
     if (text.size() > maxTextBytes) throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
-    std::vector<std::int32_t> tokens;
+    std::vector<std::int32_t> none;
     // Without a buffer the answer is the negated count.
-    const auto negatedCount = tokenizeInto(vocab_, text, tokens);
+    const auto negatedCount = tokenizeInto(vocab_, text, none);
     if (negatedCount > -1 || negatedCount < -maxTextTokens) {
         throw MeetingError::invalidData("Tokenisierung fehlgeschlagen.");
     }
-    tokens.resize(static_cast<std::size_t>(-negatedCount));
+    return static_cast<std::size_t>(-negatedCount);
+}
+
+std::vector<std::int32_t> LanguageModel::tokenize(const std::string& text) {
+    std::vector<std::int32_t> tokens(countTokens(text));
     const auto written = tokenizeInto(vocab_, text, tokens);
     if (written < 0) throw MeetingError::invalidData("Tokenpuffer reicht nicht aus.");
     tokens.resize(std::min(static_cast<std::size_t>(written), tokens.size()));

@@ -39,6 +39,9 @@ public:
     /// everything that comes from a user must be escaped before. Throws `MeetingError.invalidData`.
     std::vector<std::int32_t> tokenize(const std::string& text) override;
 
+    /// Takes half the time of `tokenize`, which counts first.
+    std::size_t countTokens(const std::string& text) override;
+
     /// Accepts prompts of at most 5700 tokens; longer ones are refused before anything is decoded. An answer
     /// must end with fewer than 2200 tokens (160 for a title) and 128,000 bytes. Throws
     /// `MeetingError.invalidData`.

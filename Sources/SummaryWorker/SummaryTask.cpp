@@ -149,7 +149,7 @@ std::vector<std::string> SummaryTask::groups(const std::vector<RawSummary>& resu
 
 bool SummaryTask::fits(const std::string& input) const {
     const auto text = prompt(input);
-    return text.size() <= maximumPromptBytes && run_.model.tokenize(text).size() <= promptTokenBudget;
+    return text.size() <= maximumPromptBytes && run_.model.countTokens(text) <= promptTokenBudget;
 }
 
 }  // namespace meetingcore

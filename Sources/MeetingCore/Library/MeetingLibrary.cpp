@@ -6,7 +6,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "MeetingCore/Library/DistinctIDs.h"
+#include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "MeetingCore/Library/DistinctIDs.h"
 #include "MeetingCore/Library/SpeechConfiguration.h"
+#include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"

@@ -17,28 +17,30 @@ bool isPlainInteger(std::string_view token) {
     return std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+template <class T>
+void skipAs(ondemand::value& source) {
+    T value{};
+    read(source, value);
+}
+
 void skipScalar(ondemand::value& source, ondemand::json_type type) {
     switch (type) {
         case ondemand::json_type::string:
-            read<std::string>(source);
+            checkedString(readText(source));
             break;
         case ondemand::json_type::number:
-            read<double>(source);
+            skipAs<double>(source);
             break;
         case ondemand::json_type::boolean:
-            read<bool>(source);
+            skipAs<bool>(source);
             break;
         default:
-            read<std::optional<bool>>(source);
+            skipAs<std::optional<bool>>(source);
             break;
     }
 }
 
 }  // namespace
-
-void requireType(simdjson::simdjson_result<ondemand::json_type> type, ondemand::json_type expected) {
-    if (checked(std::move(type)) != expected) Failure::raise(Failure::Reason::unexpected);
-}
 
 std::string_view checkedString(std::string_view text) {
     for (auto at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
@@ -67,13 +69,13 @@ void skip(ondemand::value& value, int depth) {
     if (type == ondemand::json_type::array) {
         auto array = checked(value.get_array());
         for (auto result : array) {
-            auto element = checked(std::move(result));
+            auto&& element = checked(std::move(result));
             skip(element, depth + 1);
         }
     } else if (type == ondemand::json_type::object) {
         auto object = checked(value.get_object());
         for (auto member : object) {
-            auto field = checked(std::move(member));
+            auto&& field = checked(std::move(member));
             checkedString(checked(field.unescaped_key()));
             skip(field.value(), depth + 1);
         }
@@ -99,11 +101,14 @@ void report(const Failure& failure, const std::string& what) {
 }  // namespace reading
 
 bool isValid(std::string_view text) {
+    reading::Parser parser;
+    return isValid(text, parser);
+}
+
+bool isValid(std::string_view text, reading::Parser& parser) {
     try {
-        return reading::withValue(text, [](reading::ondemand::value& value) {
-            reading::skip(value, 1);
-            return true;
-        });
+        parser.parse(text, [](reading::ondemand::value& value) { reading::skip(value, 1); });
+        return true;
     } catch (const reading::Failure&) {
         return false;
     }

@@ -33,17 +33,18 @@ struct Failure {
     }
 };
 
+/// The result's value where it lies.
 template <class T>
-T checked(simdjson::simdjson_result<T> result) {
-    T value{};
-    const auto error = std::move(result).get(value);
-    if (error == simdjson::SUCCESS) return value;
-    if (error == simdjson::MEMALLOC) throw std::bad_alloc();
+T&& checked(simdjson::simdjson_result<T>&& result) {
+    if (result.error() == simdjson::SUCCESS) return std::move(result).value_unsafe();
+    if (result.error() == simdjson::MEMALLOC) throw std::bad_alloc();
     Failure::raise(Failure::Reason::syntax);
 }
 
-/// Fails where a scalar of the wrong type stands; simdjson alone would report it as a bad number or literal.
-void requireType(simdjson::simdjson_result<ondemand::json_type> type, ondemand::json_type expected);
+/// Fails where a value of the wrong type stands; simdjson alone would report it as a bad number or literal.
+inline void requireType(simdjson::simdjson_result<ondemand::json_type> type, ondemand::json_type expected) {
+    if (checked(std::move(type)) != expected) Failure::raise(Failure::Reason::unexpected);
+}
 
 /// Refuses the half of a surrogate pair, which simdjson passes on as invalid UTF-8.
 std::string_view checkedString(std::string_view text);
@@ -53,130 +54,141 @@ std::int64_t integer(std::string_view token, simdjson::simdjson_result<double> n
 /// Walks a value that nobody asked for, so that its errors count as well.
 void skip(ondemand::value& value, int depth);
 
+/// Reads into values as they are made, a collection's elements where they will stay.
 template <class T>
 struct Read;
 
 template <class T>
-T read(ondemand::value& source) {
-    return Read<T>::from(source);
+void read(ondemand::value& source, T& into) {
+    Read<T>::read(source, into);
 }
 
-/// The text lies in the parser's buffer.
+/// The text lies in the parser's buffer, and may hold half a surrogate pair.
 inline std::string_view readText(ondemand::value& source) {
     requireType(source.type(), ondemand::json_type::string);
-    return checkedString(checked(source.get_string()));
+    return checked(source.get_string());
 }
 
 template <>
 struct Read<std::string> {
-    static std::string from(ondemand::value& source) { return std::string(readText(source)); }
+    static void read(ondemand::value& source, std::string& into) {
+        into = std::string(checkedString(readText(source)));
+    }
 };
 
 template <>
 struct Read<bool> {
-    static bool from(ondemand::value& source) {
+    static void read(ondemand::value& source, bool& into) {
         requireType(source.type(), ondemand::json_type::boolean);
-        return checked(source.get_bool());
+        into = checked(source.get_bool());
     }
 };
 
 template <>
 struct Read<double> {
-    static double from(ondemand::value& source) {
+    static void read(ondemand::value& source, double& into) {
         requireType(source.type(), ondemand::json_type::number);
-        return checked(source.get_double());
+        into = checked(source.get_double());
     }
 };
 
 template <>
 struct Read<float> {
-    static float from(ondemand::value& source) {
-        const auto value = static_cast<float>(Read<double>::from(source));
-        if (!std::isfinite(value)) Failure::raise(Failure::Reason::unexpected);
-        return value;
+    static void read(ondemand::value& source, float& into) {
+        double value = 0;
+        reading::read(source, value);
+        into = static_cast<float>(value);
+        if (!std::isfinite(into)) Failure::raise(Failure::Reason::unexpected);
     }
 };
 
 template <>
 struct Read<std::int64_t> {
-    static std::int64_t from(ondemand::value& source) {
+    static void read(ondemand::value& source, std::int64_t& into) {
         requireType(source.type(), ondemand::json_type::number);
         const std::string_view token = source.raw_json_token();
-        return integer(token, source.get_double());
+        into = integer(token, source.get_double());
     }
 };
 
 template <>
 struct Read<UUID> {
-    static UUID from(ondemand::value& source) {
+    static void read(ondemand::value& source, UUID& into) {
         const auto id = UUID::parse(readText(source));
         if (!id) Failure::raise(Failure::Reason::unexpected);
-        return *id;
+        into = *id;
     }
 };
 
 template <>
 struct Read<Date> {
-    static Date from(ondemand::value& source) { return Date::sinceReferenceDate(Read<double>::from(source)); }
+    static void read(ondemand::value& source, Date& into) {
+        double seconds = 0;
+        reading::read(source, seconds);
+        into = Date::sinceReferenceDate(seconds);
+    }
 };
 
 template <Named T>
 struct Read<T> {
-    static T from(ondemand::value& source) {
+    static void read(ondemand::value& source, T& into) {
         const auto text = readText(source);
         const auto found = std::find(names<T>.begin(), names<T>.end(), text);
         if (found == names<T>.end()) Failure::raise(Failure::Reason::unexpected);
-        return static_cast<T>(found - names<T>.begin());
+        into = static_cast<T>(found - names<T>.begin());
     }
 };
 
 template <class T>
 struct Read<std::optional<T>> {
-    static std::optional<T> from(ondemand::value& source) {
-        if (checked(source.type()) == ondemand::json_type::null) {
-            if (!checked(source.is_null())) Failure::raise(Failure::Reason::syntax);
-            return std::nullopt;
+    static void read(ondemand::value& source, std::optional<T>& into) {
+        if (checked(source.type()) != ondemand::json_type::null) {
+            reading::read(source, into.emplace());
+        } else if (!checked(source.is_null())) {
+            Failure::raise(Failure::Reason::syntax);
         }
-        return read<T>(source);
     }
 };
 
 template <class T>
 struct Read<std::vector<T>> {
-    static std::vector<T> from(ondemand::value& source) {
+    static void read(ondemand::value& source, std::vector<T>& into) {
         requireType(source.type(), ondemand::json_type::array);
-        std::vector<T> values;
         auto array = checked(source.get_array());
         for (auto element : array) {
+            into.emplace_back();
             try {
-                auto value = checked(std::move(element));
-                values.push_back(read<T>(value));
+                auto&& value = checked(std::move(element));
+                if constexpr (std::is_same_v<T, bool>) {
+                    bool last = false;
+                    reading::read(value, last);
+                    into.back() = last;  // bits have no address to read to
+                } else {
+                    reading::read(value, into.back());
+                }
             } catch (Failure& failure) {
-                failure.insideElement(values.size());
+                failure.insideElement(into.size() - 1);
                 throw;
             }
         }
-        return values;
     }
 };
 
 template <class T>
 struct Read<std::map<std::string, T>> {
-    static std::map<std::string, T> from(ondemand::value& source) {
+    static void read(ondemand::value& source, std::map<std::string, T>& into) {
         requireType(source.type(), ondemand::json_type::object);
-        std::map<std::string, T> values;
         auto object = checked(source.get_object());
         for (auto member : object) {
-            auto field = checked(std::move(member));
+            auto&& field = checked(std::move(member));
             const std::string key(checkedString(checked(field.unescaped_key())));
             try {
-                values[key] = read<T>(field.value());
+                reading::read(field.value(), into[key] = {});
             } catch (Failure& failure) {
                 failure.insideField(key);
                 throw;
             }
         }
-        return values;
     }
 };
 
@@ -189,17 +201,15 @@ template <Record T>
 struct Read<T> {
     static constexpr std::size_t count = std::tuple_size_v<std::remove_cv_t<decltype(fields<T>)>>;
 
-    static T from(ondemand::value& source) {
+    static void read(ondemand::value& source, T& into) {
         requireType(source.type(), ondemand::json_type::object);
-        T record{};
         std::array<bool, count> seen{};
         auto object = checked(source.get_object());
         for (auto member : object) {
-            auto field = checked(std::move(member));
-            if (!readMember(record, field, seen)) skip(field.value(), 1);
+            auto&& field = checked(std::move(member));
+            if (!readMember(into, field, seen)) skip(field.value(), 1);
         }
         requireAll(seen);
-        return record;
     }
 
 private:
@@ -226,8 +236,9 @@ private:
         constexpr auto& field = std::get<i>(fields<T>);
         if (!match(field.name)) return false;
         auto& member = record.*(field.member);
+        if (seen[i]) member = {};  // of several with one key the last one counts
         try {
-            member = read<std::remove_reference_t<decltype(member)>>(source.value());
+            reading::read(source.value(), member);
         } catch (Failure& failure) {
             failure.insideField(field.name);
             throw;
@@ -250,29 +261,35 @@ private:
     }
 };
 
-/// Gives the text's one value to `use` and returns what that makes of it. Throws Failure where it is not one.
-template <class Use>
-auto withValue(std::string_view text, const Use& use) {
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
-    // Read as an array's only element: simdjson checks the ends of bare literals and numbers less strictly.
-    std::string buffer;
-    buffer.reserve(text.size() + 2 + simdjson::SIMDJSON_PADDING);
-    buffer.append("[").append(text).append("]").append(simdjson::SIMDJSON_PADDING, ' ');
-    ondemand::parser parser(std::numeric_limits<std::uint32_t>::max());
-    auto document = checked(parser.iterate(buffer.data(), text.size() + 2, buffer.size()));
-    std::optional<decltype(use(std::declval<ondemand::value&>()))> result;
-    auto array = checked(document.get_array());
-    for (auto element : array) {
-        if (result) Failure::raise(Failure::Reason::syntax);
-        auto value = checked(std::move(element));
-        result = use(value);
+/// Parses one text after another in the same memory.
+class Parser {
+public:
+    /// Gives the text's one value to `use`. Throws Failure where the text is not one value.
+    template <class Use>
+    void parse(std::string_view text, const Use& use) {
+        constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+        if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+        // Read as an array's only element: simdjson checks the ends of bare literals and numbers less strictly.
+        buffer_.clear();
+        buffer_.reserve(text.size() + 2 + simdjson::SIMDJSON_PADDING);
+        buffer_.append("[").append(text).append("]").append(simdjson::SIMDJSON_PADDING, ' ');
+        auto document = checked(parser_.iterate(buffer_.data(), text.size() + 2, buffer_.size()));
+        bool used = false;
+        auto array = checked(document.get_array());
+        for (auto element : array) {
+            if (std::exchange(used, true)) Failure::raise(Failure::Reason::syntax);
+            auto&& value = checked(std::move(element));
+            use(value);
+        }
+        const char* rest = nullptr;
+        if (!used || document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
+            Failure::raise(Failure::Reason::syntax);
     }
-    const char* rest = nullptr;
-    if (!result || document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
-        Failure::raise(Failure::Reason::syntax);
-    return *std::move(result);
-}
+
+private:
+    std::string buffer_;
+    ondemand::parser parser_{std::numeric_limits<std::uint32_t>::max()};
+};
 
 [[noreturn]] void report(const Failure& failure, const std::string& what);
 
@@ -280,14 +297,25 @@ auto withValue(std::string_view text, const Use& use) {
 
 namespace meetingcore::json {
 
+/// isValid for many texts, in a parser that they share.
+bool isValid(std::string_view text, reading::Parser& parser);
+
+/// decode for many texts, in a parser that they share.
 template <class T>
-T decode(std::string_view text, const std::string& what) {
+T decode(std::string_view text, const std::string& what, reading::Parser& parser) {
     try {
-        return reading::withValue(text,
-                                  [](reading::ondemand::value& value) { return reading::read<T>(value); });
+        T result{};
+        parser.parse(text, [&](reading::ondemand::value& value) { reading::read(value, result); });
+        return result;
     } catch (const reading::Failure& failure) {
         reading::report(failure, what);
     }
+}
+
+template <class T>
+T decode(std::string_view text, const std::string& what) {
+    reading::Parser parser;
+    return decode<T>(text, what, parser);
 }
 
 }  // namespace meetingcore::json

@@ -12,6 +12,13 @@ namespace {
 
 constexpr bool isGroupStart(std::size_t byte) { return byte == 4 || byte == 6 || byte == 8 || byte == 10; }
 
+constexpr auto hyphensBefore = [] {
+    std::array<std::size_t, 16> hyphens{};
+    for (std::size_t byte = 1; byte < hyphens.size(); ++byte)
+        hyphens[byte] = hyphens[byte - 1] + (isGroupStart(byte) ? 1 : 0);
+    return hyphens;
+}();
+
 constexpr auto hexValues = [] {
     std::array<signed char, 256> values{};
     values.fill(-1);
@@ -51,16 +58,19 @@ UUID UUID::derived(const UUID& space, std::string_view name) {
 // each.
 std::optional<UUID> UUID::parse(std::string_view text) {
     constexpr std::size_t canonicalLength = 36;
-    if (text.size() != canonicalLength) return std::nullopt;
+    if (text.size() != canonicalLength || text[8] != '-' || text[13] != '-' || text[18] != '-' ||
+        text[23] != '-')
+        return std::nullopt;
     UUID id;
-    std::size_t at = 0;
+    int digits = 0;  // negative as soon as one is
     for (std::size_t i = 0; i < id.bytes_.size(); ++i) {
-        if (isGroupStart(i) && text[at++] != '-') return std::nullopt;
-        const int high = hexValues[static_cast<unsigned char>(text[at++])];
-        const int low = hexValues[static_cast<unsigned char>(text[at++])];
-        if (high < 0 || low < 0) return std::nullopt;
+        const auto at = 2 * i + hyphensBefore[i];
+        const int high = hexValues[static_cast<unsigned char>(text[at])];
+        const int low = hexValues[static_cast<unsigned char>(text[at + 1])];
+        digits |= high | low;
         id.bytes_[i] = static_cast<std::uint8_t>(high << 4 | low);
     }
+    if (digits < 0) return std::nullopt;
     return id;
 }
 

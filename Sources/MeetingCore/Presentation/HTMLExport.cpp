@@ -5,37 +5,12 @@
 
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Presentation/Markup.h"
 #include "MeetingCore/Presentation/PageAssets.h"
 
 namespace meetingcore {
 
 namespace {
-
-void appendEscaped(std::string& out, std::string_view text) {
-    constexpr std::string_view special = "&<>\"'";
-    for (;;) {
-        const auto end = std::min(text.find_first_of(special), text.size());
-        out += text.substr(0, end);
-        if (end == text.size()) return;
-        switch (text[end]) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += "&#39;";
-        }
-        text.remove_prefix(end + 1);
-    }
-}
 
 int hexDigit(char c) { return c <= '9' ? c - '0' : c - 'a' + 10; }
 
@@ -124,7 +99,7 @@ private:
             out_ += '"';
         }
         out_ += '>';
-        appendEscaped(out_, text);
+        appendEscaped(out_, text, htmlSpecial);
         out_ += "</";
         out_ += tag;
         out_ += ">\n";
@@ -204,7 +179,7 @@ private:
         out_ += "\">";
         appendTime(segment->startSeconds);
         out_ += " · ";
-        appendEscaped(out_, MeetingExport::speakerName(*meeting_.transcript, *segment));
+        appendEscaped(out_, MeetingExport::speakerName(*meeting_.transcript, *segment), htmlSpecial);
         out_ += "</a></li>\n";
     }
 
@@ -264,7 +239,7 @@ private:
         out_ += R"(<span class="seg" id="s)";
         out_ += std::to_string(++lastNumber_);
         out_ += "\">";
-        appendEscaped(out_, text::trimmed(segment.text));
+        appendEscaped(out_, text::trimmed(segment.text), htmlSpecial);
         out_ += "</span>";
     }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "MeetingCore/Presentation/Markup.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 
 namespace meetingcore::SubtitleExport {
@@ -34,25 +35,6 @@ void appendTiming(std::string& out, const TranscriptSegment& segment, char decim
     out += '\n';
 }
 
-/// Inside cue text and voice names alike, WebVTT reads character references.
-void appendEscaped(std::string& out, std::string_view text) {
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            default:
-                out += c;
-        }
-    }
-}
-
 template <class AppendCue>
 void forEachCue(const TranscriptDocument& document, const AppendCue& appendCue) {
     for (const auto& segment : document.segments) {
@@ -74,10 +56,10 @@ std::string webVTT(const TranscriptDocument& document) {
                    appendTiming(out, segment, '.');
                    if (!name.empty()) {
                        out += "<v ";
-                       appendEscaped(out, name);
+                       appendEscaped(out, name, webVTTSpecial);
                        out += '>';
                    }
-                   appendEscaped(out, text);
+                   appendEscaped(out, text, webVTTSpecial);
                    out += '\n';
                });
     return out;

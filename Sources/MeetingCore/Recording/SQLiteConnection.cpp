@@ -33,7 +33,7 @@ bool SQLiteStatement::step() {
     failWithMessage(db_);
 }
 
-std::string SQLiteStatement::text(int column) const {
+std::string_view SQLiteStatement::view(int column) const {
     const auto* const bytes = sqlite3_column_text(statement_.get(), column);
     if (bytes == nullptr) return {};
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
@@ -80,7 +80,8 @@ SQLiteStatement SQLiteConnection::prepare(const char* sql, SQLiteStatement::Valu
     auto& statement = statements_[sql];
     if (statement == nullptr) {
         sqlite3_stmt* prepared = nullptr;
-        const auto result = sqlite3_prepare_v3(db_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
+        const auto result =
+            sqlite3_prepare_v3(db_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &prepared, nullptr);
         if (result != SQLITE_OK) failWithMessage(db_.get());
         statement.reset(prepared);
     }

@@ -25,7 +25,11 @@ public:
     /// True while there is a row.
     bool step();
 
-    std::string text(int column) const;
+    std::string text(int column) const { return std::string(view(column)); }
+
+    /// The text where it lies, until the next step.
+    std::string_view view(int column) const;
+
     std::int64_t integer(int column) const;
     double real(int column) const;
     bool isNull(int column) const;
@@ -43,8 +47,8 @@ private:
 };
 
 /// An open SQLite database in full-mutex mode with a busy timeout of 5 s. Failures throw MeetingError
-/// (database) with SQLite's own message. Each statement is compiled once, so a statement's text must be a literal,
-/// and one text runs once at a time.
+/// (database) with SQLite's own message. Each statement is compiled once, so a statement's text must be a
+/// literal, and one text runs once at a time.
 class SQLiteConnection {
 public:
     explicit SQLiteConnection(const std::filesystem::path& file);
@@ -52,8 +56,8 @@ public:
     /// Runs a script of any number of statements.
     void execute(const char* sql);
 
-    /// Runs a script that may be repeated, again and again for up to 5 s while other connections are in its way. Where
-    /// several switch a new file to WAL together, SQLite reports that at once instead of waiting.
+    /// Runs a script that may be repeated, again and again for up to 5 s while other connections are in its
+    /// way. Where several switch a new file to WAL together, SQLite reports that at once instead of waiting.
     void executeRepeatable(const char* sql);
 
     /// Runs one statement that returns no rows; returns the number of rows that it changed.

@@ -82,7 +82,8 @@ JobStatus statusNamed(const std::string& word) {
 
 }  // namespace
 
-SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& files) {
+SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& files)
+    : parser_(std::make_unique<json::reading::Parser>()) {
     const auto folder = file.parent_path();
     createDirectories(files, folder);
     // SQLite gives its journal files the permissions that the database has when they appear. A file that exists
@@ -129,7 +130,7 @@ void SQLiteJobStore::registerChunk(const AudioChunk& chunk) {
 
 void SQLiteJobStore::enqueue(const WorkItem& item) {
     const std::scoped_lock guard(lock_);
-    if (item.id.empty() || item.kind.empty() || !json::isValid(item.payloadJSON)) {
+    if (item.id.empty() || item.kind.empty() || !json::isValid(item.payloadJSON, *parser_)) {
         throw MeetingError::invalidData("Auftrag benötigt ID, Typ und gültige JSON-Eingabe.");
     }
     const auto session = item.sessionID.string();
@@ -334,6 +335,13 @@ std::optional<std::string> SQLiteJobStore::result(const std::string& id) {
 }
 
 std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
+    std::vector<std::string> results;
+    forEachCompletedResult(session, [&](std::string_view result) { results.emplace_back(result); });
+    return results;
+}
+
+void SQLiteJobStore::forEachCompletedResult(const UUID& session,
+                                            const std::function<void(std::string_view)>& use) {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare(R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
   (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1))
@@ -341,11 +349,9 @@ std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
   (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id))
   ORDER BY created_at,id)",
                               {session.string()});
-    std::vector<std::string> results;
     while (row.step()) {
-        if (!row.isNull(0)) results.push_back(row.text(0));
+        if (!row.isNull(0)) use(row.view(0));
     }
-    return results;
 }
 
 std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jobStatsBySession() {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,6 +17,9 @@
 namespace meetingcore {
 
 class SQLiteConnection;
+namespace json::reading {
+class Parser;
+}
 
 /// A job as its creator describes it.
 struct WorkItem {
@@ -145,6 +149,11 @@ public:
     /// For each transcription job of the session, oldest first: its result, else the last archived one.
     std::vector<std::string> completedResults(const UUID& session);
 
+    /// Hands the same results to `use` one by one, without a copy: each lies where it is only until `use`
+    /// returns. The store is locked meanwhile, so that `use` must not call it; what `use` throws ends the
+    /// reading.
+    void forEachCompletedResult(const UUID& session, const std::function<void(std::string_view)>& use);
+
     /// How many jobs are running under a lease that ended before now.
     std::int64_t expiredLeases(Date now);
 
@@ -162,6 +171,7 @@ private:
 
     std::mutex lock_;
     std::unique_ptr<SQLiteConnection> db_;
+    std::unique_ptr<json::reading::Parser> parser_;  ///< checks the jobs' inputs, most of them known ones
 };
 
 }  // namespace meetingcore

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Transcript/TurnIndex.h"
@@ -15,14 +16,6 @@ template DiarizationResult json::decode(std::string_view, const std::string&);
 template TranscriptEdits json::decode(std::string_view, const std::string&);
 
 namespace {
-
-bool haveDistinctIDs(std::span<const TranscriptSegment> segments) {
-    std::vector<std::pair<std::uint64_t, std::uint64_t>> ids;
-    ids.reserve(segments.size());
-    for (const auto& segment : segments) ids.push_back(segment.id.words());
-    std::sort(ids.begin(), ids.end());
-    return std::adjacent_find(ids.begin(), ids.end()) == ids.end();
-}
 
 bool fits(const TranscriptSegment& segment, const TranscriptionWindow& window) {
     return segment.source == window.source && !segment.text.empty() &&
@@ -56,10 +49,11 @@ std::optional<DiarizationResult> loadDiarization(const UUID& session, const std:
 
 /// Stable, and moves each segment once: what is sorted are their numbers.
 void sortByStart(std::vector<TranscriptSegment>& segments) {
+    const auto startsBefore = [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; };
+    if (std::is_sorted(segments.begin(), segments.end(), startsBefore)) return;
     std::vector<std::pair<double, std::size_t>> order;
     order.reserve(segments.size());
     for (std::size_t i = 0; i < segments.size(); ++i) order.emplace_back(segments[i].startSeconds, i);
-    if (std::is_sorted(order.begin(), order.end())) return;
     std::sort(order.begin(), order.end());
     std::vector<TranscriptSegment> sorted;
     sorted.reserve(segments.size());
@@ -67,27 +61,23 @@ void sortByStart(std::vector<TranscriptSegment>& segments) {
     segments = std::move(sorted);
 }
 
-SpeechResult decodeResult(const std::string& text) {
-    auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags");
-    if (result.version != 1 && result.version != 2)
-        throw MeetingError::invalidData("Unbekannte Transkriptversion.");
-    return result;
-}
-
 /// Sets the document's raw segments and notes whether a result has version 2.
-void loadResults(TranscriptDocument& document, const std::vector<std::string>& texts) {
-    std::vector<std::vector<TranscriptSegment>> parts;
-    std::size_t count = 0;
-    for (const auto& text : texts) {
-        auto result = decodeResult(text);
+void loadResults(TranscriptDocument& document, const UUID& session, SQLiteJobStore& database) {
+    // Memory not written to costs nothing but addresses, segments that move with every growth cost time.
+    constexpr std::size_t growth = 8;
+    json::reading::Parser parser;
+    auto& segments = document.rawSegments;
+    database.forEachCompletedResult(session, [&](std::string_view text) {
+        auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags", parser);
+        if (result.version != 1 && result.version != 2)
+            throw MeetingError::invalidData("Unbekannte Transkriptversion.");
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
-        count += result.segments.size();
-        parts.push_back(std::move(result.segments));
-    }
-    document.rawSegments.reserve(count);
-    for (auto& part : parts) std::move(part.begin(), part.end(), std::back_inserter(document.rawSegments));
-    if (!haveDistinctIDs(document.rawSegments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
-    sortByStart(document.rawSegments);
+        if (segments.capacity() < segments.size() + result.segments.size())
+            segments.reserve(growth * (segments.size() + result.segments.size()));
+        std::move(result.segments.begin(), result.segments.end(), std::back_inserter(segments));
+    });
+    if (!haveDistinctIDs(segments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
+    sortByStart(segments);
 }
 
 }  // namespace
@@ -146,15 +136,19 @@ std::vector<TranscriptSegment> TranscriptDocument::merge(std::span<const Transcr
         diarization ? std::span<const SpeakerTurn>(diarization->turns) : std::span<const SpeakerTurn>();
     TurnIndex microphone(turns, AudioSource::microphone);
     TurnIndex meeting(turns, AudioSource::meeting);
-    std::vector<TranscriptSegment> merged(rawSegments.begin(), rawSegments.end());
-    for (auto& segment : merged) {
-        const double midpoint = (segment.startSeconds + segment.endSeconds) * 0.5;
-        auto& index = segment.source == AudioSource::microphone ? microphone : meeting;
-        const auto* const turn = index.onlyTurnAt(midpoint);
-        segment.speakerID = turn == nullptr ? std::nullopt : std::optional(turn->speakerID);
-        if (edits.correctedText.empty()) continue;
-        const auto correction = edits.correctedText.find(segment.id.string());
-        if (correction != edits.correctedText.end()) segment.text = correction->second;
+    const auto textOf = [&](const TranscriptSegment& raw) -> const std::string& {
+        if (edits.correctedText.empty()) return raw.text;
+        const auto correction = edits.correctedText.find(raw.id.string());
+        return correction == edits.correctedText.end() ? raw.text : correction->second;
+    };
+    std::vector<TranscriptSegment> merged;
+    merged.reserve(rawSegments.size());
+    for (const auto& raw : rawSegments) {
+        const double midpoint = (raw.startSeconds + raw.endSeconds) * 0.5;
+        const auto* const turn =
+            (raw.source == AudioSource::microphone ? microphone : meeting).onlyTurnAt(midpoint);
+        merged.push_back({raw.id, raw.startSeconds, raw.endSeconds, raw.source, std::nullopt, textOf(raw)});
+        if (turn != nullptr) merged.back().speakerID = turn->speakerID;
     }
     return merged;
 }
@@ -168,7 +162,7 @@ std::filesystem::path sessionDirectory(const std::filesystem::path& root, const 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
                         FileManager& files) {
     TranscriptDocument document;
-    loadResults(document, database.completedResults(session));
+    loadResults(document, session, database);
     const auto folder = sessionDirectory(root, session);
     document.diarization = loadDiarization(session, folder, files);
     document.edits =

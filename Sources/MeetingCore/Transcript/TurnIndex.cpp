@@ -10,38 +10,44 @@ namespace {
 struct Boundary {
     double seconds;
     std::size_t turn;
-    bool starts;
 };
 
-std::vector<Boundary> boundaries(std::span<const SpeakerTurn> turns, AudioSource source) {
-    std::vector<Boundary> found;
-    for (std::size_t i = 0; i < turns.size(); ++i) {
-        const auto& turn = turns[i];
-        if (turn.source.value_or(AudioSource::meeting) != source || !(turn.startSeconds < turn.endSeconds))
-            continue;
-        found.push_back({turn.startSeconds, i, true});
-        found.push_back({turn.endSeconds, i, false});
-    }
-    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.seconds < b.seconds; });
-    return found;
+void sort(std::vector<Boundary>& boundaries) {
+    const auto before = [](const auto& a, const auto& b) { return a.seconds < b.seconds; };
+    if (!std::is_sorted(boundaries.begin(), boundaries.end(), before))
+        std::sort(boundaries.begin(), boundaries.end(), before);
 }
 
 }  // namespace
 
+// Diarizers write turns by start, and most ends are in that order too: two lists that are sorted already.
 TurnIndex::TurnIndex(std::span<const SpeakerTurn> turns, AudioSource source) {
+    std::vector<Boundary> starts;
+    std::vector<Boundary> ends;
+    for (std::size_t i = 0; i < turns.size(); ++i) {
+        const auto& turn = turns[i];
+        if (turn.source.value_or(AudioSource::meeting) != source || !(turn.startSeconds < turn.endSeconds))
+            continue;
+        starts.push_back({turn.startSeconds, i});
+        ends.push_back({turn.endSeconds, i});
+    }
+    sort(starts);
+    sort(ends);
     std::size_t activeCount = 0;
     std::size_t activeSum = 0;  // of the active turns' numbers: the number itself while there is only one
-    const auto all = boundaries(turns, source);
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        if (all[i].starts) {
+    stretches_.reserve(starts.size() + ends.size());
+    auto start = starts.begin();
+    for (auto end = ends.begin(); end != ends.end();) {
+        const auto seconds = start == starts.end() ? end->seconds : std::min(start->seconds, end->seconds);
+        for (; start != starts.end() && start->seconds == seconds; ++start) {
             ++activeCount;
-            activeSum += all[i].turn;
-        } else {
-            --activeCount;
-            activeSum -= all[i].turn;
+            activeSum += start->turn;
         }
-        if (i + 1 < all.size() && all[i + 1].seconds == all[i].seconds) continue;
-        stretches_.push_back({all[i].seconds, activeCount == 1 ? &turns[activeSum] : nullptr});
+        for (; end != ends.end() && end->seconds == seconds; ++end) {
+            --activeCount;
+            activeSum -= end->turn;
+        }
+        stretches_.push_back({seconds, activeCount == 1 ? &turns[activeSum] : nullptr});
     }
 }
 
