@@ -83,13 +83,14 @@ bool isOnTrack(const std::string& speakerID, const std::optional<DiarizationResu
 /// The names that stay: those of the diarization that is replaced, but for the track whose speakers are
 /// numbered anew.
 void renewNames(TranscriptEdits& edits, const std::optional<DiarizationResult>& replaced,
-                const DiarizationResult& diarization, AudioSource otherTrack, Track track) {
+                const DiarizationResult& diarization, AudioSource otherTrack,
+                const std::map<std::string, std::string>& names) {
     if (edits.speakerGeneration != diarization.generation) {
         if (!replaced || edits.speakerGeneration != replaced->generation) edits.speakerNames.clear();
         std::erase_if(edits.speakerNames,
                       [&](const auto& entry) { return !isOnTrack(entry.first, replaced, otherTrack); });
     }
-    for (auto& [id, name] : track.names) edits.speakerNames[id] = std::move(name);
+    for (const auto& [id, name] : names) edits.speakerNames[id] = name;
     edits.speakerGeneration = diarization.generation;
 }
 
@@ -113,15 +114,14 @@ Report take(const UUID& session, AudioSource source, const SpeakerTurnFile& file
         }
     }
     const auto diarization = finished(session, std::move(turns), microphone);
-    const Report report{track.speakers, track.names.size(), track.turns.size()};
     const auto otherTrack = source == AudioSource::microphone ? AudioSource::meeting : AudioSource::microphone;
-    renewNames(document.edits, document.diarization, diarization, otherTrack, std::move(track));
+    renewNames(document.edits, document.diarization, diarization, otherTrack, track.names);
     const auto folder = TranscriptStorage::sessionDirectory(root, session);
     // The names first: until the turns arrive they belong to no diarization, and the same import finds them
     // again.
     TranscriptStorage::save(document.edits, folder / "transcript-edits.json", files);
     TranscriptStorage::save(diarization, folder / "diarization.json", files);
-    return report;
+    return {track.speakers, track.names.size(), track.turns.size()};
 }
 
 void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,

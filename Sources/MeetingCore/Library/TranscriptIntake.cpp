@@ -1,9 +1,9 @@
 #include "MeetingCore/Library/TranscriptIntake.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "MeetingCore/Library/SpeakerIntake.h"
@@ -109,25 +109,23 @@ private:
         for (auto word = placed.begin(); word != placed.end();) {
             const auto next = std::find_if(
                 word, placed.end(), [&](const PlacedWord& other) { return other.window != word->window; });
-            placePiece(caption, {word, next});
+            placePiece({word, next});
             word = next;
         }
         return true;
     }
 
-    void placePiece(const Caption& caption, std::span<const PlacedWord> words) {
-        std::optional<Span> span;
+    /// At least one of the words has times.
+    void placePiece(std::span<const PlacedWord> words) {
+        Span span{HUGE_VAL, 0};
         std::string text;
         for (const auto& [word, window] : words) {
             if (!text.empty()) text += ' ';
             text += word->text;
             if (!word->startSeconds) continue;
-            span =
-                span ? Span{std::min(span->start, *word->startSeconds), std::max(span->end, *word->endSeconds)}
-                     : Span{*word->startSeconds, *word->endSeconds};
+            span = {std::min(span.start, *word->startSeconds), std::max(span.end, *word->endSeconds)};
         }
-        place(words.front().window, span.value_or(Span{caption.startSeconds, caption.endSeconds}),
-              std::move(text));
+        place(words.front().window, span, std::move(text));
     }
 
     void addWords(const Caption& caption, std::size_t window) {
@@ -143,10 +141,12 @@ private:
     static void identify(SpeechResult& result, const UUID& session) {
         std::stable_sort(result.segments.begin(), result.segments.end(),
                          [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
-        std::unordered_set<UUID> taken;
+        std::unordered_map<std::string, std::size_t> repeats;
         for (auto& segment : result.segments) {
             auto name = result.windowID + json::encode(segment);
-            while (!taken.insert(segment.id = UUID::derived(session, name)).second) name += '+';
+            const auto repeat = repeats[name]++;
+            if (repeat > 0) name += std::to_string(repeat);
+            segment.id = UUID::derived(session, name);
         }
     }
 
