@@ -128,5 +128,16 @@ TEST(PCMChunkAccumulator, OffersAFailedChunkAgainAndGoesOnBehindIt) {
     capture.expectEverySampleOnce();
 }
 
+TEST(PCMChunkAccumulator, AddsNothingToAFailedChunkThatIsNotFull) {
+    Capture capture;
+    capture.append(1600, 0);
+    capture.fails = true;
+    EXPECT_EQ(messageOf([&] { capture.accumulator.flush(); }), "voll");
+    capture.fails = false;
+    EXPECT_EQ(capture.append(1600, 0.1), "");
+    capture.accumulator.flush();
+    EXPECT_THAT(capture.spans, ElementsAre(Pair(0, 1600), Pair(0.1, 1600)));
+}
+
 }  // namespace
 }  // namespace meetingcore::testing
