@@ -142,6 +142,44 @@ TEST_F(JobStoreTest, ClaimsTheOldestJobBreaksTiesByIdAndLeavesAJobOfNoSession) {
     enqueue("e");  // the failed transaction is over
 }
 
+TEST_F(JobStoreTest, ClaimsWithinASessionAndByIdUnderTheSameRules) {
+    store().enqueue({"0-foreign", otherSession_, "transcribe", "{}"});
+    enqueue("c|b|old");
+    execute("UPDATE jobs SET created_at=CASE id WHEN 'old' THEN 9.5 ELSE 10 END");
+    EXPECT_EQ(store().claimNext(session_, noon, 1)->item.id, "old");
+    const auto lease = store().claim("c", noon, 1).value();
+    EXPECT_EQ(lease.item, item("c"));
+    EXPECT_EQ(column("c", "status||attempts||lease_until||lease_token"),
+              "running11700000001.5" + lease.token.string());
+    EXPECT_EQ(store().claim("c", noon.advanced(9), 1), std::nullopt);  // expired, but not recovered
+    EXPECT_EQ(store().claim("unknown", noon, 1), std::nullopt);
+    EXPECT_EQ(store().claimNext(session_, noon, 1)->item.id, "b");
+    EXPECT_EQ(store().claimNext(session_, noon, 1), std::nullopt);
+    EXPECT_EQ(column("0-foreign", "status||attempts"), "pending0");
+    const std::string message = "Die Lease-Dauer muss positiv sein.";
+    EXPECT_EQ(failureOf([&] { store().claim("0-foreign", noon, 0); }), message);
+    EXPECT_EQ(failureOf([&] { store().claimNext(session_, noon, HUGE_VAL); }), message);
+}
+
+TEST_F(JobStoreTest, TellsWhereJobsStandAndRestartsOnlyWhatIsCompleted) {
+    enqueue("a|b|c|d");
+    store().finish(*store().claim("a", noon, 60), "{}", noon);
+    store().claim("b", noon, 60);
+    store().fail(*store().claim("c", noon, 60), "kaputt", noon);
+    for (const auto& id : split("a|b|c|d")) store().restartCompleted(id);
+    const auto state = [](const std::string& id, JobStatus status, std::int64_t attempts) {
+        return JobState{id, "transcribe", R"({"window":1})", status, attempts, {}, {}};
+    };
+    auto running = state("b", JobStatus::running, 1), failed = state("c", JobStatus::failed, 1);
+    running.leaseUntil = noon.advanced(60);
+    failed.lastError = "kaputt";
+    EXPECT_THAT(store().jobs(session_), ElementsAre(state("a", JobStatus::pending, 1), running, failed,
+                                                    state("d", JobStatus::pending, 0)));
+    EXPECT_EQ(store().result("a"), std::nullopt);
+    EXPECT_THAT(store().completedResults(session_), ElementsAre("{}"));  // shown until the new one arrives
+    EXPECT_THAT(store().jobs(otherSession_), IsEmpty());
+}
+
 TEST_F(JobStoreTest, LeaseEndsJustAfterItsLastInstant) {
     const auto end = noon.advanced(60);
     const auto after = Date::since1970(std::nextafter(end.secondsSince1970(), 1e300));
@@ -152,6 +190,7 @@ TEST_F(JobStoreTest, LeaseEndsJustAfterItsLastInstant) {
         EXPECT_EQ(refusalOf([&] { store().finish(lease, "{}", at); }), staleLease);
         EXPECT_EQ(refusalOf([&] { store().fail(lease, "x", at); }), staleLease);
         EXPECT_EQ(refusalOf([&] { store().renew(lease, at, 60); }), staleLease);
+        EXPECT_EQ(refusalOf([&] { store().release(lease, "x", at); }), staleLease);
     };
     expectStale(leases.at("renew"), after);
     expectStale({item("renew"), UUID::random(), 1}, noon);
@@ -179,6 +218,7 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
     const Event events[] = {  // of a job that is pending, running, completed, failed
         {"finish",    [&](auto& l) { store().finish(l, "1", noon); },             "pccf", staleLease},
         {"fail",      [&](auto& l) { store().fail(l, "x", noon); },               "pfcf", staleLease},
+        {"release",   [&](auto& l) { store().release(l, "x", noon); },            "ppcf", staleLease},
         {"renew",     [&](auto& l) { store().renew(l, noon, 9); },                "prcf", staleLease},
         {"recover",   [&](auto&) { store().recoverExpired(noon.advanced(999)); }, "ppcf", "no failure"},
         {"retry",     [&](auto& l) { store().retryFailed(l.item.id); },           "prcp", none},
@@ -206,6 +246,9 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
             const auto leftOver = "status<>'running' AND coalesce(lease_token,lease_until) IS NOT NULL";
             EXPECT_NE(column(id, leftOver), "1") << id;
             EXPECT_NE(column(id, "status='pending' AND result IS NOT NULL"), "1") << id;
+            if (name == "release" && i == 1) {
+                EXPECT_EQ(column(id, "last_error||attempts"), "x1");
+            }
             if (name == "retire" && i != 2) {
                 EXPECT_EQ(column(id, "last_error"), "Audio bewusst entfernt");
             }

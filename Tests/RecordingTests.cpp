@@ -1,4 +1,5 @@
 #include <cmath>
+#include <limits>
 
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
 #include "MeetingCore/Recording/WAV.h"
@@ -28,7 +29,9 @@ TEST(WAV, RefusesEveryOtherHeaderAndLength) {
     const auto refusal = [](const std::string& bytes, std::int64_t count) {
         return messageOf([&] { WAV::validate(bytes, count); });
     };
-    for (const auto count : {-1, 0, 2, 4}) EXPECT_EQ(refusal(file, count), brokenFile) << count;
+    constexpr auto wrapsToThree = std::numeric_limits<std::int64_t>::min() + 3;
+    for (const std::int64_t count : std::initializer_list<std::int64_t>{wrapsToThree, -1, 0, 2, 4})
+        EXPECT_EQ(refusal(file, count), brokenFile) << count;
     for (std::size_t length = 0; length < file.size(); ++length)
         EXPECT_EQ(refusal(file.substr(0, length), 3), brokenFile) << length;
     EXPECT_EQ(refusal(file + '\0', 3), brokenFile);
