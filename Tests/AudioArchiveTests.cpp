@@ -1,21 +1,12 @@
-#include <fstream>
-
-#include <gmock/gmock.h>
-
 #include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/ForwardingFileManager.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
 namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::ElementsAre;
-using ::testing::UnorderedElementsAre;
 
 class AudioArchiveTest : public ::testing::Test {
 protected:
@@ -28,17 +19,11 @@ protected:
     }
 
     std::string built(AudioSource source = AudioSource::microphone) {
-        path = AudioArchive::build(session.id, source, root.path());
-        return FileManager::system().read(path, 0, SIZE_MAX);
+        return contentOf(path = AudioArchive::build(session.id, source, root.path()));
     }
 
     std::string refusal(FileManager& files = FileManager::system()) {
-        try {
-            AudioArchive::build(session.id, AudioSource::microphone, root.path(), files);
-        } catch (const MeetingError& error) {
-            return error.message();
-        }
-        return "";
+        return messageOf([&] { AudioArchive::build(session.id, AudioSource::microphone, root.path(), files); });
     }
 
     TemporaryFolder root;
@@ -50,7 +35,6 @@ protected:
 };
 
 constexpr const char* noAudio = "Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.";
-constexpr const char* notWritten = "Vollständige Audiodatei konnte nicht gespeichert werden.";
 
 TEST_F(AudioArchiveTest, PutsEachTracksChunksWhereTheirTimesSay) {
     const auto last = committed(0.5, 1000);          // from sample 8000 on
@@ -58,16 +42,11 @@ TEST_F(AudioArchiveTest, PutsEachTracksChunksWhereTheirTimesSay) {
     const auto second = committed(0.1 + 0.02, 400);  // begins 80 samples before the end of the first
     committed(0.1 + 0.0201, 10);                     // wholly within the second
     const auto other = committed(0, 5, AudioSource::meeting);
-
     std::vector<std::int16_t> expected(9000);
-    const auto put = [&](const AudioChunk& chunk, std::size_t at, std::size_t skipped) {
+    for (const auto& [chunk, at] : {std::pair(second, 1920), {first, 1600}, {last, 8000}}) {
         const auto samples = samplesOf(chunk);
-        std::copy(samples.begin() + static_cast<std::ptrdiff_t>(skipped), samples.end(),
-                  expected.begin() + static_cast<std::ptrdiff_t>(at + skipped));
-    };
-    put(first, 1600, 0);
-    put(second, 1920, 80);
-    put(last, 8000, 0);
+        std::copy(samples.begin(), samples.end(), expected.begin() + at);
+    }
     EXPECT_EQ(built(), WAV::encode(expected));
     EXPECT_EQ(path, meeting / "Audio" / "microphone.wav");
     EXPECT_EQ(built(AudioSource::meeting), WAV::encode(samplesOf(other)));
@@ -90,12 +69,11 @@ TEST_F(AudioArchiveTest, UsesACompleteFileAgainUntilItsChunksChange) {
     fs::resize_file(path, 100);
     EXPECT_FALSE(isReused());
     EXPECT_EQ(built(), before);
-    std::ofstream(path.parent_path() / "microphone.json") << "{}";
+    writeFile(path.parent_path() / "microphone.json", "{}");
     EXPECT_FALSE(isReused());
     committed(1, 100);
     EXPECT_FALSE(isReused());
-    EXPECT_GT(built().size(), before.size());
-    std::ofstream(path.parent_path() / ".microphone.X.partial") << "halb";
+    writeFile(path.parent_path() / ".microphone.X.partial", "halb");
     committed(2, 100);
     EXPECT_FALSE(isReused());
     EXPECT_THAT(FileManager::system().list(path.parent_path()),
@@ -107,14 +85,14 @@ TEST_F(AudioArchiveTest, RefusesWhatItCannotJoin) {
     committed(0, 5, AudioSource::meeting);
     EXPECT_EQ(refusal(), noAudio);
     const auto chunk = committed(10, 16'000);
-    std::ofstream(meeting / "Audio") << "keine Ordner";
-    EXPECT_EQ(refusal(), notWritten);
+    writeFile(meeting / "Audio", "kein Ordner");
+    EXPECT_EQ(refusal(), "Vollständige Audiodatei konnte nicht gespeichert werden.");
     committed(10.94, 16'000);
     EXPECT_EQ(refusal(), "Überlappende Audioabschnitte sind nicht zulässig.");
     committed(86'399.5, 8'001);
     EXPECT_EQ(refusal(), noAudio);
     fs::remove_all(store.chunkDirectory(chunk));
-    std::ofstream(meeting / "audio-removed.json") << "{}";
+    writeFile(meeting / "audio-removed.json", "{}");
     EXPECT_EQ(refusal(), noAudio);
 }
 
@@ -143,7 +121,6 @@ private:
         }
         void flush() override {}
         void close() override {}
-
         CountingFileManager& total;
     };
 };

@@ -1,40 +1,23 @@
-#include <fstream>
-
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
 namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-void write(const fs::path& file, const std::string& content) {
-    std::ofstream(file, std::ios::binary) << content;
-}
 
 class DurableChunkStoreTest : public ::testing::Test {
 protected:
     void SetUp() override { store.createSession(session); }
 
     std::string refusal(const AudioChunk& chunk, const std::vector<std::int16_t>& samples) {
-        try {
-            store.commit(chunk, samples);
-        } catch (const MeetingError& error) {
-            return error.message();
-        }
-        return "";
+        return messageOf([&] { store.commit(chunk, samples); });
     }
 
-    AudioChunk committed(std::int64_t sequence, double start) {
-        const auto chunk = testChunk(session.id, sequence, start, 100);
+    AudioChunk committed(std::int64_t sequence, double start, const UUID& id) {
+        const auto chunk = testChunk(id, sequence, start, 100);
         store.commit(chunk, samplesOf(chunk));
         return chunk;
     }
@@ -42,7 +25,7 @@ protected:
     TemporaryFolder folder;
     fs::path root = folder.path() / "Daten" / "Meetings";
     DurableChunkStore store{root};
-    MeetingSession session = testSession();
+    MeetingSession session = testSession(), other = testSession();
     fs::path sessionFolder = store.sessionDirectory(session.id);
 };
 
@@ -51,22 +34,13 @@ TEST_F(DurableChunkStoreTest, WritesTheseFilesForTheOwnerAlone) {
     const auto chunk = testChunk(session.id, 7, 1.5, 2, AudioSource::meeting);
     const auto stored = store.commit(chunk, samplesOf(chunk));
     ::umask(0777);
-    auto other = testSession();
-    DurableChunkStore masked(root / "tief" / "unten");
-    masked.createSession(other);
+    DurableChunkStore(root / "tief" / "unten").createSession(other);
     ::umask(previousMask);
 
     EXPECT_EQ(stored, sessionFolder / (chunk.id.string() + ".chunk"));
-    auto& files = FileManager::system();
-    EXPECT_EQ(files.read(stored / "audio.wav", 0, 1000), WAV::encode(samplesOf(chunk)));
-    EXPECT_EQ(
-        files.read(stored / "metadata.json", 0, 1000),
-        R"({"schemaVersion":1,"id":")" + chunk.id.string() + R"(","sessionID":")" + session.id.string() +
-            R"(","source":"meeting","sequence":7,"startSeconds":1.5,"sampleCount":2,"sampleRate":16000})");
-    EXPECT_EQ(files.read(sessionFolder / "session.json", 0, 1000),
-              R"({"schemaVersion":1,"id":")" + session.id.string() +
-                  R"(","createdAt":721692800.25,"title":"Wochenrunde","applicationBundleID":"example.meeting",)"
-                  R"("consentConfirmed":true})");
+    EXPECT_EQ(contentOf(stored / "audio.wav"), WAV::encode(samplesOf(chunk)));
+    EXPECT_EQ(contentOf(stored / "metadata.json"), json::encode(chunk));
+    EXPECT_EQ(contentOf(sessionFolder / "session.json"), json::encode(session));
     std::size_t entries = 0;
     for (const auto& entry : fs::recursive_directory_iterator(folder.path())) {
         const auto permissions = fs::symlink_status(entry).permissions();
@@ -76,31 +50,17 @@ TEST_F(DurableChunkStoreTest, WritesTheseFilesForTheOwnerAlone) {
     EXPECT_EQ(entries, 11U);
 }
 
-TEST_F(DurableChunkStoreTest, RefusesSessionsWithoutConsentOrTwice) {
-    const auto refusalOf = [&](const MeetingSession& refused) -> std::string {
-        try {
-            store.createSession(refused);
-        } catch (const MeetingError& error) {
-            return error.message();
-        }
-        return "";
-    };
-    EXPECT_EQ(refusalOf(session), "Die Sitzung existiert bereits.");
-    auto unconfirmed = testSession();
-    unconfirmed.consentConfirmed = false;
-    EXPECT_EQ(refusalOf(unconfirmed), "Die Aufnahme wurde nicht freigegeben.");
-    EXPECT_FALSE(fs::exists(store.sessionDirectory(unconfirmed.id)));
-}
-
 TEST_F(DurableChunkStoreTest, RefusesWhatBreaksARule) {
-    const auto chunk = testChunk(session.id, 0, 0, 100);
+    EXPECT_EQ(messageOf([&] { store.createSession(session); }), "Die Sitzung existiert bereits.");
+    other.consentConfirmed = false;
+    EXPECT_EQ(messageOf([&] { store.createSession(other); }), "Die Aufnahme wurde nicht freigegeben.");
+    const auto chunk = testChunk(session.id, 0, 0, 100), homeless = testChunk(other.id, 0, 0, 100);
     auto invalid = chunk;
     invalid.sampleRate = 48'000;
     EXPECT_EQ(refusal(invalid, samplesOf(invalid)), "Ungültige Audioabschnitt-Metadaten.");
     EXPECT_EQ(refusal(chunk, {1, 2}), "Sampleanzahl passt nicht zu den Metadaten.");
-    const auto homeless = testChunk(UUID::random(), 0, 0, 100);
     EXPECT_EQ(refusal(homeless, samplesOf(homeless)), "Die Sitzung wurde noch nicht angelegt.");
-    fs::create_directory_symlink(sessionFolder, store.sessionDirectory(homeless.sessionID));
+    fs::create_directory_symlink(sessionFolder, store.sessionDirectory(other.id));
     EXPECT_EQ(refusal(homeless, samplesOf(homeless)), "Die Sitzung wurde noch nicht angelegt.");
     EXPECT_THAT(FileManager::system().list(sessionFolder), ElementsAre("session.json"));
 }
@@ -117,7 +77,7 @@ TEST_F(DurableChunkStoreTest, TakesAnIdenticalRepeatAndNothingElseUnderTheSameId
     EXPECT_EQ(refusal(moved, samples), conflict);
     samples[99] = 0;
     EXPECT_EQ(refusal(chunk, samples), conflict);
-    write(stored / "metadata.json", "{");
+    writeFile(stored / "metadata.json", "{");
     EXPECT_EQ(refusal(chunk, samplesOf(chunk)), conflict);
     fs::remove_all(stored);
     fs::create_directory_symlink(sessionFolder, stored);
@@ -125,107 +85,83 @@ TEST_F(DurableChunkStoreTest, TakesAnIdenticalRepeatAndNothingElseUnderTheSameId
 }
 
 TEST_F(DurableChunkStoreTest, ListsCompleteChunksOfAllSessionsByTime) {
-    const auto late = committed(1, 60);
-    const auto early = committed(0, 0);
-    auto other = testSession();
     store.createSession(other);
-    const auto middle = testChunk(other.id, 0, 30, 10);
-    store.commit(middle, samplesOf(middle));
+    const auto late = committed(1, 60, session.id), early = committed(0, 0, session.id);
+    const auto middle = committed(0, 30, other.id);
     EXPECT_THAT(store.recover().chunks, ElementsAre(early, middle, late));
     EXPECT_THAT(store.recover(session.id).chunks, ElementsAre(early, late));
-    EXPECT_THAT(store.recover().problems, IsEmpty());
-
-    write(sessionFolder / "audio-removed.json", "");
+    writeFile(sessionFolder / "audio-removed.json", "");
     EXPECT_THAT(store.recover().chunks, ElementsAre(middle));
     EXPECT_THAT(store.recover(session.id).chunks, IsEmpty());
     EXPECT_THAT(DurableChunkStore(root / "fehlt").recover().chunks, IsEmpty());
 }
 
 TEST_F(DurableChunkStoreTest, NamesEveryBrokenOrForeignEntryAndGoesOn) {
-    struct Case {
-        const char* name;
-        std::function<void(const fs::path& chunk)> spoil;
-        std::string problem;  // behind the chunk's name; a lone text is the whole line
-    };
-    constexpr const char* brokenAudio = "WAV-Datei ist beschädigt oder hat ein unerwartetes Format.";
-    constexpr const char* foreign = "Abschnitt gehört nicht zur erwarteten Sitzung.";
-    const auto withRecord = [](auto change) {
+    using Spoil = std::function<void(const fs::path& chunk)>;
+    const auto withRecord = [](auto change) -> Spoil {
         return [change](const fs::path& chunk) {
-            const auto text = FileManager::system().read(chunk / "metadata.json", 0, 1000);
-            auto record = json::decode<AudioChunk>(text, "");
+            auto record = json::decode<AudioChunk>(contentOf(chunk / "metadata.json"), "");
             change(record);
-            write(chunk / "metadata.json", json::encode(record));
+            writeFile(chunk / "metadata.json", json::encode(record));
         };
     };
-    const std::vector<Case> cases{
-        {"a sample short", [](auto& chunk) { fs::resize_file(chunk / "audio.wav", 242); }, brokenAudio},
-        {"header only", [](auto& chunk) { fs::resize_file(chunk / "audio.wav", 44); }, brokenAudio},
-        {"no audio", [](auto& chunk) { fs::remove(chunk / "audio.wav"); }, "„audio.wav“ fehlt."},
-        {"no metadata", [](auto& chunk) { fs::remove(chunk / "metadata.json"); }, "„metadata.json“ fehlt."},
-        {"a rule broken", withRecord([](auto& record) { record.sampleRate = 8000; }),
-         "Ungültige Audioabschnitt-Metadaten."},
-        {"another chunk's", withRecord([](auto& record) { record.id = UUID::random(); }), foreign},
-        {"another session's", withRecord([](auto& record) { record.sessionID = UUID::random(); }), foreign},
-        {"a link to metadata",
-         [](auto& chunk) {
-             fs::rename(chunk / "metadata.json", chunk / "echt.json");
-             fs::create_symlink(chunk / "echt.json", chunk / "metadata.json");
-         },
-         "„metadata.json“ ist eine symbolische Verknüpfung."},
-        {"a link to audio",
-         [](auto& chunk) {
-             fs::rename(chunk / "audio.wav", chunk / "echt.wav");
-             fs::create_symlink(chunk / "echt.wav", chunk / "audio.wav");
-         },
-         "„audio.wav“ ist eine symbolische Verknüpfung."},
-        {"a link to the chunk",
-         [](auto& chunk) {
-             fs::rename(chunk, chunk.parent_path() / "echt");
-             fs::create_directory_symlink(chunk.parent_path() / "echt", chunk);
-         },
-         "„%“ ist eine symbolische Verknüpfung."},
-        {"a file for a chunk",
-         [](auto& chunk) {
-             fs::remove_all(chunk);
-             write(chunk, "");
-         },
-         "„%“ ist kein Ordner."},
+    const auto link = [](const std::string& name) -> Spoil {
+        return [name](const fs::path& chunk) {
+            const auto path = name.empty() ? chunk : chunk / name, real = chunk.parent_path() / "echt";
+            fs::rename(path, real);
+            fs::create_symlink(real, path);
+        };
     };
-    const auto intact = committed(0, 0);
-    for (const auto& [name, spoil, problem] : cases) {
-        const auto spoilt = store.chunkDirectory(committed(1, 1));
+    const auto resize = [](std::uintmax_t size) -> Spoil {
+        return [size](const fs::path& chunk) { fs::resize_file(chunk / "audio.wav", size); };
+    };
+    const auto remove = [](const std::string& name) -> Spoil {
+        return [name](const fs::path& chunk) { fs::remove(chunk / name); };
+    };
+    const std::string brokenAudio = "WAV-Datei ist beschädigt oder hat ein unerwartetes Format.";
+    const std::string foreign = "Abschnitt gehört nicht zur erwarteten Sitzung.";
+    const std::pair<Spoil, std::string> cases[] = {
+        // % stands for the chunk's name
+        {resize(242), brokenAudio},
+        {resize(44), brokenAudio},
+        {remove("audio.wav"), "„audio.wav“ fehlt."},
+        {remove("metadata.json"), "„metadata.json“ fehlt."},
+        {withRecord([](auto& record) { record.sampleRate = 8000; }), "Ungültige Audioabschnitt-Metadaten."},
+        {withRecord([](auto& record) { record.id = UUID::random(); }), foreign},
+        {withRecord([](auto& record) { record.sessionID = UUID::random(); }), foreign},
+        {link("metadata.json"), "„metadata.json“ ist eine symbolische Verknüpfung."},
+        {link("audio.wav"), "„audio.wav“ ist eine symbolische Verknüpfung."},
+        {link(""), "„%“ ist eine symbolische Verknüpfung."},
+        {[](auto& chunk) { fs::remove_all(chunk), writeFile(chunk, ""); }, "„%“ ist kein Ordner."}};
+    const auto intact = committed(0, 0, session.id);
+    for (const auto& [spoil, problem] : cases) {
+        const auto spoilt = store.chunkDirectory(committed(1, 1, session.id));
         spoil(spoilt);
         const auto report = store.recover();
-        EXPECT_THAT(report.chunks, ElementsAre(intact)) << name;
+        EXPECT_THAT(report.chunks, ElementsAre(intact)) << problem;
         auto line = spoilt.filename().string() + ": " + problem;
         if (const auto mark = line.find('%'); mark != line.npos)
             line.replace(mark, 1, spoilt.filename().string());
-        EXPECT_THAT(report.problems, ElementsAre(line)) << name;
-        fs::remove_all(spoilt);
-        fs::remove_all(sessionFolder / "echt");
+        EXPECT_THAT(report.problems, ElementsAre(line));
+        for (const auto& path : {spoilt, sessionFolder / "echt"}) fs::remove_all(path);
     }
 }
 
 TEST_F(DurableChunkStoreTest, NamesWhatIsNoSessionAndListsWhatIsUnfinished) {
-    const auto intact = committed(0, 0);
-    const auto elsewhere = folder.path() / "anderswo";
-    fs::rename(store.sessionDirectory(session.id), elsewhere);
-    fs::copy(elsewhere, sessionFolder, fs::copy_options::recursive);
-    fs::create_directory(sessionFolder / ("." + intact.id.string() + ".X.partial"));
-    fs::create_directory(root / ".X.partial");
-    fs::create_directory(root / "leer");
+    const auto intact = committed(0, 0, session.id);
+    const auto partial = sessionFolder / ("." + intact.id.string() + ".X.partial");
+    for (const auto& path : {partial, root / ".X.partial", root / "leer", root / "kaputt"})
+        fs::create_directory(path);
     fs::copy(sessionFolder, root / "kopie", fs::copy_options::recursive);
-    write(root / "datei", "");
-    fs::create_directory(root / "kaputt");
-    write(root / "kaputt" / "session.json", "{}");
-    fs::create_directory_symlink(elsewhere, root / "verweis");
+    fs::create_directory_symlink(sessionFolder, root / "verweis");
+    writeFile(root / "datei", "");
+    writeFile(root / "kaputt" / "session.json", "{}");
     const auto report = store.recover();
     EXPECT_THAT(report.chunks, ElementsAre(intact));
-    EXPECT_THAT(report.incompleteDirectories,
-                ElementsAre(root / ".X.partial", sessionFolder / ("." + intact.id.string() + ".X.partial")));
+    EXPECT_THAT(report.incompleteDirectories, ElementsAre(root / ".X.partial", partial));
     EXPECT_THAT(
         report.problems,
-        ElementsAre("datei: „datei“ ist kein Ordner.", ::testing::StartsWith("kaputt: „session.json“"),
+        ElementsAre("datei: „datei“ ist kein Ordner.", StartsWith("kaputt: „session.json“"),
                     "kopie: Sitzungsmanifest stimmt nicht mit dem Verzeichnis überein.",
                     "leer: „session.json“ fehlt.", "verweis: „verweis“ ist eine symbolische Verknüpfung."));
 }

@@ -1,31 +1,22 @@
 #include <chrono>
 #include <iostream>
 #include <random>
-#include <set>
-#include <sstream>
-
-#include <gmock/gmock.h>
 
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/Process.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
 namespace meetingcore::testing {
 namespace {
-
-using ::testing::Contains;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 /// The records that a writer acknowledged; a line that was cut off is none.
 std::vector<AudioChunk> acknowledgedIn(const std::string& output) {
     std::vector<AudioChunk> chunks;
     std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line) && !lines.eof();) {
+    for (std::string line; std::getline(lines, line) && !lines.eof();)
         chunks.push_back(json::decode<AudioChunk>(line, "the writer's line"));
-    }
     return chunks;
 }
 
@@ -33,9 +24,9 @@ std::vector<AudioChunk> acknowledgedIn(const std::string& output) {
 void expectIntact(DurableChunkStore& store, const std::vector<AudioChunk>& acknowledged) {
     const auto report = store.recover();
     EXPECT_THAT(report.problems, IsEmpty());
-    for (const auto& chunk : acknowledged) EXPECT_THAT(report.chunks, Contains(chunk));
+    for (const auto& chunk : acknowledged) EXPECT_THAT(report.chunks, ::testing::Contains(chunk));
     for (const auto& chunk : report.chunks) {
-        const auto bytes = FileManager::system().read(store.chunkDirectory(chunk) / "audio.wav", 0, SIZE_MAX);
+        const auto bytes = contentOf(store.chunkDirectory(chunk) / "audio.wav");
         EXPECT_TRUE(bytes == WAV::encode(samplesOf(chunk))) << chunk.id.string();
     }
 }
@@ -67,16 +58,13 @@ TEST(KilledWriter, KeepsWhatItAcknowledged) {
 }
 
 TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
-    const std::string strace = "/usr/bin/strace";
-    const ChildProcess::Environment noLeakCheck{
-        {"ASAN_OPTIONS", "detect_leaks=0"}};  // it needs ptrace for itself
-    const auto run = [&](std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"-f", "-qq", "-o", "/dev/null"});
-        return runProcess(strace, arguments, noLeakCheck);
+    const auto run = [&](const std::string& inject, std::vector<std::string> program) {
+        program.insert(program.begin(), {"-f", "-qq", "-o", "/dev/null", "-e", inject});
+        // The leak check needs ptrace for itself.
+        return runProcess("/usr/bin/strace", program, {{"ASAN_OPTIONS", "detect_leaks=0"}});
     };
-    if (!std::filesystem::exists(strace) || run({"-e", "inject=sync:error=EIO", "/bin/true"}).status != 0) {
+    if (!fs::exists("/usr/bin/strace") || run("inject=sync:error=EIO", {"/bin/true"}).status != 0)
         GTEST_SKIP() << "system calls cannot be made to fail here: strace is missing or not allowed";
-    }
     struct Case {
         std::string calls;
         int first, last;  // of the calls with which a session and a chunk are stored
@@ -84,17 +72,17 @@ TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
     // The first flush is that of a folder above the root, which may be closed to us.
     std::vector<Case> cases{{"fsync", 2, 9}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}};
 #ifndef __SANITIZE_ADDRESS__
-    cases.push_back(
-        {"write", 1, 3});  // the address sanitizer writes to pipes of its own, and ends where that fails
+    // The address sanitizer writes to pipes of its own, and ends where that fails.
+    cases.push_back({"write", 1, 3});
 #endif
     for (const auto& [calls, first, last] : cases) {
         for (const char* error : {"EIO", "ENOSPC", "EMFILE"}) {
             for (int call = first; call <= last; ++call) {
                 const TemporaryFolder folder;
                 const auto root = folder.path() / "Meetings";
-                auto inject = "inject=" + calls + ":error=" + error + ":when=" + std::to_string(call);
-                const auto result = run(
-                    {"-e", inject, MEETING_ChunkWriter_PATH, root.string(), UUID::random().string(), "0", "1"});
+                const auto inject = "inject=" + calls + ":error=" + error + ":when=" + std::to_string(call);
+                const auto result =
+                    run(inject, {MEETING_ChunkWriter_PATH, root.string(), UUID::random().string(), "0", "1"});
                 EXPECT_EQ(result.status, 0) << inject << '\n' << result.err;
                 EXPECT_THAT(result.err, Not(IsEmpty())) << inject;
                 DurableChunkStore store(root);

@@ -1,10 +1,3 @@
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/MeetingLibrary.h"
@@ -17,31 +10,21 @@
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "Support/Process.h"
 #include "Support/StandInModel.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-namespace fs = std::filesystem;
-
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using testing::ProcessResult;
 using ::testing::SizeIs;
-using testing::TemporaryFolder;
 
 /// One data folder and what the recorder keeps open on it.
 class Recorder {
 public:
     Recorder() {
-        session.id = UUID::random();
         session.createdAt = startedAt;
         session.title = "Neues Meeting";
-        session.applicationBundleID = "example.meeting";
-        session.consentConfirmed = true;
-        fs::create_directory(models());
-        fs::create_directory(folder_.path() / "Papierkorb");
+        for (const auto& folder : {models(), trash()}) fs::create_directory(folder);
     }
 
     /// Captures a track in buffers of a tenth of a second, with a pause where one is given.
@@ -49,11 +32,7 @@ public:
         auto track = PCMChunkAccumulator::make(
             session.id, source, 60, [&](const auto& chunk, auto samples) { store.commit(chunk, samples); });
         const std::vector<std::int16_t> buffer(audio::sampleRate / 10, 7);
-        const int count = static_cast<int>(seconds * 10);
-        for (int i = 0; i < count; ++i) {
-            const double start = i * 0.1;
-            track->append(buffer, start < pauseAt ? start : start + 5);
-        }
+        for (int i = 0; i * 0.1 < seconds; ++i) track->append(buffer, i * 0.1 + (i * 0.1 < pauseAt ? 0 : 5));
         track->endSpan();
     }
 
@@ -64,11 +43,8 @@ public:
             const auto window = json::decode<TranscriptionWindow>(lease->item.payloadJSON, "payload");
             const double middle = (window.startSeconds() + window.endSeconds()) / 2;
             const auto text = "Anna liefert Teil " + std::to_string(windows) + " bis Freitag.";
-            const SpeechResult result{
-                2,
-                window.id(),
-                {{UUID::random(), middle - 1, middle + 1, window.source, std::nullopt, text}},
-                {}};
+            SpeechResult result{2, window.id(), {}, {}};
+            result.segments = {{UUID::random(), middle - 1, middle + 1, window.source, std::nullopt, text}};
             result.validate(window);
             database.finish(*lease, json::encode(result), Date::now());
         }
@@ -86,24 +62,26 @@ public:
         std::vector<std::string> arguments{"--protocol", "1",    "--session", session.id.string(),
                                            "--root",     root(), "--models",  models().string()};
         if (titleOnly) arguments.emplace_back("--title-only");
-        return testing::runProcess(MEETING_SummaryWorkerFixture_PATH, arguments,
-                                   {{"SUMMARY_WORKER_CATALOG", (models() / "catalog.json").string()}});
+        return runProcess(MEETING_SummaryWorkerFixture_PATH, arguments,
+                          {{"SUMMARY_WORKER_CATALOG", (models() / "catalog.json").string()}});
     }
 
     void installModel() const {
         const auto file = models() / "Qwen3-4B-Q4_K_M.gguf";
         writeStandInModel(file,
-                          testing::StandInScript::answering(
+                          StandInScript::answering(
                               R"({"overview":[{"text":"Anna liefert.","ids":["s2"],"owner":"Anna","dueDate":)"
                               R"("bis Freitag"}],"decisions":[],"tasks":[],"openQuestions":[]})",
                               R"({"title":"Lieferung bis Freitag"})"));
-        std::ifstream stream(file, std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-        const std::vector<LocalModel> list{
-            {"summary", file.filename().string(), static_cast<std::int64_t>(bytes.size()), SHA256::hex(bytes)}};
-        std::ofstream(models() / "catalog.json") << json::encode(list);
+        const auto bytes = contentOf(file);
+        const auto size = static_cast<std::int64_t>(bytes.size());
+        const std::vector<LocalModel> list{{"summary", file.filename().string(), size, SHA256::hex(bytes)}};
+        writeFile(models() / "catalog.json", json::encode(list));
     }
 
+    bool fullyProcessed(const std::vector<AudioChunk>& chunks) {
+        return AudioRetentionPolicy::fullyProcessed(session.id, root(), database, chunks);
+    }
     const MeetingEntry& entry() const { return library.snapshot().meetings.at(0); }
     TranscriptDocument transcript() { return TranscriptStorage::load(session.id, folder_.path(), database); }
     ProcessingSnapshot snapshot() {
@@ -113,11 +91,7 @@ public:
     fs::path models() const { return folder_.path() / "Modelle"; }
     fs::path meetings() const { return folder_.path() / "Meetings"; }
     fs::path meetingFolder() const { return meetings() / session.id.string(); }
-    AudioRemoval::Trash trash() const {
-        return [target = folder_.path() / "Papierkorb" / "Audio"](const fs::path& item) {
-            fs::rename(item, target);
-        };
-    }
+    fs::path trash() const { return folder_.path() / "Papierkorb"; }
 
 private:
     TemporaryFolder folder_;
@@ -125,7 +99,7 @@ private:
 
 public:
     Date startedAt = Date::since1970(1'741'944'413);
-    MeetingSession session;
+    MeetingSession session = testSession();
     MeetingLibrary library{folder_.path()};
     DurableChunkStore store{meetings()};
     SQLiteJobStore database{folder_.path() / "quillmoot.sqlite"};
@@ -150,8 +124,7 @@ std::vector<AudioChunk> recordAndTranscribe(Recorder& recorder) {
 
     for (const auto& chunk : recovery.chunks) recorder.database.registerChunk(chunk);
     WorkScheduler::enqueue(recovery.chunks, recorder.database, /*flushTail=*/true);
-    EXPECT_FALSE(AudioRetentionPolicy::fullyProcessed(recorder.session.id, recorder.root(), recorder.database,
-                                                      recovery.chunks));
+    EXPECT_FALSE(recorder.fullyProcessed(recovery.chunks));
     EXPECT_EQ(recorder.transcribeAll(), 5);
     EXPECT_TRUE(recorder.transcript().diarizationPending());
     recorder.assignSpeakers(true);
@@ -166,9 +139,9 @@ void removeAudioWhenDue(Recorder& recorder, const std::vector<AudioChunk>& chunk
     const auto endedAt = recorder.startedAt.advanced(130);
     EXPECT_FALSE(policy.isDue(recorder.entry(), endedAt, endedAt.advanced(29 * 86'400.0)));
     ASSERT_TRUE(policy.isDue(recorder.entry(), endedAt, endedAt.advanced(30 * 86'400.0)));
-    ASSERT_TRUE(
-        AudioRetentionPolicy::fullyProcessed(recorder.session.id, recorder.root(), recorder.database, chunks));
-    AudioRemoval::moveToTrash(recorder.session.id, recorder.root(), recorder.database, recorder.trash());
+    ASSERT_TRUE(recorder.fullyProcessed(chunks));
+    AudioRemoval::moveToTrash(recorder.session.id, recorder.root(), recorder.database,
+                              [&](const auto& item) { fs::rename(item, recorder.trash() / "Audio"); });
 
     const auto recovery = recorder.store.recover();
     EXPECT_THAT(recovery.chunks, IsEmpty());
@@ -204,10 +177,9 @@ TEST(LibraryFlow, KeepsTranscriptAndSummaryOfAMeetingWhoseAudioIsGone) {
     EXPECT_EQ(recorder.snapshot().summary->summary, before.summary->summary);
     const auto title = recorder.runWorker(true);
     EXPECT_EQ(title.status, 1);
-    EXPECT_THAT(title.out, HasSubstr("Der Meeting-Titel wartet auf die vollständige Transkription und "
-                                     "Sprecherzuordnung."));
+    EXPECT_THAT(title.out, HasSubstr("Der Meeting-Titel wartet auf die vollständige "));
     EXPECT_FALSE(fs::exists(recorder.meetingFolder() / "automatic-title.json"));
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

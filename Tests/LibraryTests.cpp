@@ -1,11 +1,5 @@
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "MeetingCore/Library/DataDirectoryPreference.h"
@@ -16,31 +10,11 @@
 #include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/ForkedProcess.h"
-#include "Support/Failure.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-
-using ::testing::ElementsAre;
-using testing::failureOf;
-using ::testing::StartsWith;
-using testing::TemporaryFolder;
-using testing::testChunk;
-using testing::testSession;
-using Kind = MeetingError::Kind;
-
-const std::string invalidLibrary = "Ungültige Bibliotheksdaten.";
-
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write(const fs::path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
 MeetingEntry meeting(const std::string& title) {
     auto entry = MeetingEntry::starting(testSession(), std::nullopt);
@@ -52,72 +26,58 @@ MeetingEntry meeting(const std::string& title) {
 TEST(MeetingLibrary, WritesWhatItReadsAndNothingBeforeTheFirstChange) {
     const TemporaryFolder folder;
     const auto root = folder.path() / "neu" / "Daten";
+    MeetingLibrary library(root);
+    EXPECT_EQ(library.snapshot(), LibrarySnapshot{});
+    EXPECT_TRUE(fs::is_empty(root));
     const auto projectID = UUID::random();
-    {
-        MeetingLibrary library(root);
-        EXPECT_EQ(library.snapshot(), LibrarySnapshot{});
-        EXPECT_TRUE(fs::is_empty(root));
-        library.update([&](LibrarySnapshot& snapshot) {
-            snapshot.projects.push_back({projectID, " Nord "});
-            snapshot.meetings.push_back(meeting("Wochenrunde"));
-            snapshot.meetings[0].projectID = projectID;
-            snapshot.meetings[0].metadata = MeetingMetadata{{" Anna "}, {}, {{" Q3 ", "q3"}}};
-            snapshot.customFields = {{UUID::random(), " Ort "}};
-        });
-        EXPECT_EQ(library.snapshot().customFields->front().name, "Ort") << "definitions are stored trimmed";
-        EXPECT_THAT(library.snapshot().meetings[0].metadata->participants, ElementsAre(" Anna "))
-            << "metadata is stored as it was entered";
-        EXPECT_EQ(library.snapshot().projects[0].name, " Nord ");
-    }
-    struct stat info {};
-    ASSERT_EQ(::stat((root / "library.json").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U);
-    ASSERT_EQ(::stat(root.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0700U);
-    const MeetingLibrary reopened(root);
-    EXPECT_EQ(json::encode(reopened.snapshot()), contentOf(root / "library.json"));
-    EXPECT_EQ(reopened.snapshot().meetings[0].projectID, projectID);
+    library.update([&](LibrarySnapshot& snapshot) {
+        snapshot.projects.push_back({projectID, " Nord "});
+        snapshot.meetings.push_back(meeting("Wochenrunde"));
+        snapshot.meetings[0].projectID = projectID;
+        snapshot.meetings[0].metadata = MeetingMetadata{{" Anna "}, {}, {{" Q3 ", "q3"}}};
+        snapshot.customFields = {{UUID::random(), " Ort "}};
+    });
+    EXPECT_EQ(library.snapshot().customFields->front().name, "Ort") << "only definitions are stored trimmed";
+    EXPECT_THAT(library.snapshot().meetings[0].metadata->participants, ElementsAre(" Anna "));
+    EXPECT_EQ(library.snapshot().projects[0].name, " Nord ");
+    EXPECT_EQ(fs::status(library.file()).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(root).permissions(), fs::perms(0700));
+    EXPECT_EQ(MeetingLibrary(root).snapshot(), library.snapshot());
+    EXPECT_EQ(json::encode(library.snapshot()), contentOf(root / "library.json"));
 }
 
 TEST(MeetingLibrary, RefusesABrokenSnapshotAndStaysAsItWas) {
     const TemporaryFolder root;
     MeetingLibrary library(root.path());
-    const auto projectID = UUID::random();
     library.update([&](LibrarySnapshot& snapshot) {
-        snapshot.projects.push_back({projectID, "Nord"});
+        snapshot.projects.push_back({UUID::random(), "Nord"});
         snapshot.meetings = {meeting("Wochenrunde"), meeting("Abschluss")};
-        snapshot.meetings[0].projectID = projectID;
+        snapshot.meetings[0].projectID = snapshot.projects[0].id;
     });
     const auto before = library.snapshot();
     const auto bytes = contentOf(library.file());
-    struct Case {
-        std::string message;
-        std::function<void(LibrarySnapshot&)> body;
-    };
-    const Case cases[] = {
-        {invalidLibrary, [](auto& s) { s.meetings[1].title = "   "; }},
-        {invalidLibrary, [](auto& s) { s.projects[0].name = "\n"; }},
-        {invalidLibrary, [](auto& s) { s.projects.clear(); }},
-        {invalidLibrary, [](auto& s) { s.meetings[1].id = s.meetings[0].id; }},
-        {invalidLibrary, [](auto& s) { s.projects.push_back(s.projects[0]); }},
+    const std::string invalid = "Ungültige Bibliotheksdaten.";
+    const std::pair<std::string, void (*)(LibrarySnapshot&)> cases[] = {
+        {invalid, [](auto& s) { s.meetings[1].title = "   "; }},
+        {invalid, [](auto& s) { s.projects[0].name = "\n"; }},
+        {invalid, [](auto& s) { s.projects.clear(); }},
+        {invalid, [](auto& s) { s.meetings[1].id = s.meetings[0].id; }},
+        {invalid, [](auto& s) { s.projects.push_back(s.projects[0]); }},
         {"Ein Text enthält ungültige Zeichen und kann nicht gespeichert werden.",
          [](auto& s) { s.meetings[0].notes = "Notiz \xFF"; }},
-        {invalidLibrary, [](auto& s) { s.version = 2; }},
+        {invalid, [](auto& s) { s.version = 2; }},
         {"Meeting-Angaben sind zu lang oder ungültig.",
-         [](auto& s) {
-             s.meetings[0].metadata = MeetingMetadata{{" "}, {}, {}};
-         }},
+         [](auto& s) { s.meetings[0].metadata.emplace().participants = {" "}; }},
         {"Bis zu 20 eindeutige Feldnamen mit 1–60 Zeichen verwenden. Teilnehmer, Datum, Uhrzeit und "
          "Inhaltsüberschriften sind bereits reserviert.",
          [](auto& s) {
-             s.customFields = {{UUID::random(), "Notizen"}};
+             s.customFields.emplace().push_back({UUID(), "Notizen"});
          }},
         {"Eine Zahl ist nicht endlich und kann nicht gespeichert werden.",
          [](auto& s) { s.meetings[0].duration = INFINITY; }},
-        {"nein", [](auto& s) { s.meetings.clear(), throw MeetingError::invalidData("nein"); }},
-    };
-    for (const auto& refused : cases) {
-        EXPECT_EQ(failureOf([&] { library.update(refused.body); }), refused.message);
+        {"nein", [](auto& s) { s.meetings.clear(), throw MeetingError::invalidData("nein"); }}};
+    for (const auto& [message, body] : cases) {
+        EXPECT_EQ(failureOf([&, &change = body] { library.update(change); }), message);
         EXPECT_EQ(library.snapshot(), before);
         EXPECT_EQ(contentOf(library.file()), bytes);
     }
@@ -132,13 +92,13 @@ TEST(MeetingLibrary, RefusesABrokenSnapshotAndStaysAsItWas) {
 TEST(MeetingLibrary, RefusesFilesItCannotRead) {
     const TemporaryFolder root;
     const auto message = [&](const std::string& bytes) {
-        write(root.path() / "library.json", bytes);
-        return failureOf([&] { MeetingLibrary library(root.path()); });
+        writeFile(root.path() / "library.json", bytes);
+        return messageOf([&] { MeetingLibrary library(root.path()); });
     };
     EXPECT_EQ(message(R"({"version":2,"projects":[],"meetings":[]})"), "Unbekannte Bibliotheksversion.");
-    EXPECT_THAT(message(R"({"version":1,"projects":[]})"), StartsWith("„library.json“"));
-    EXPECT_THAT(message(""), StartsWith("„library.json“"));
-    EXPECT_EQ(message(R"({"version":1,"projects":[],"meetings":[],"farben":[1]})"), "no failure");
+    for (const auto* bytes : {R"({"version":1,"projects":[]})", ""})
+        EXPECT_THAT(message(bytes), StartsWith("„library.json“"));
+    EXPECT_EQ(message(R"({"version":1,"projects":[],"meetings":[],"farben":[1]})"), "");
 }
 
 TEST(MeetingLibrary, ReconcilesWithTheRecordingsOnDisk) {
@@ -152,12 +112,11 @@ TEST(MeetingLibrary, ReconcilesWithTheRecordingsOnDisk) {
     fs::create_directory(meetings / "Notizen");
 
     MeetingLibrary library(root.path());
-    auto gone = MeetingEntry::starting(older, std::nullopt);
+    auto gone = MeetingEntry::starting(older, std::nullopt), named = gone;
     gone.id = UUID::random();
     gone.state = "completed";
     gone.duration = 7;
     gone.chunkCount = 3;
-    auto named = MeetingEntry::starting(older, std::nullopt);
     named.state = "paused";
     named.title = "Umbenannt";
     named.automaticTitlePending = false;
@@ -169,89 +128,71 @@ TEST(MeetingLibrary, ReconcilesWithTheRecordingsOnDisk) {
                                   testChunk(newer.id, 0, 0, 16'000), testChunk(older.id, 2, 20, 16'000)});
 
     const auto& found = library.snapshot().meetings;
-    ASSERT_EQ(found.size(), 4U);
-    EXPECT_EQ(found[0].id, newer.id);
-    EXPECT_EQ(found[0].state, "interrupted");
-    EXPECT_EQ(found[1].id, unknown.id);
-    EXPECT_EQ(found[1].title, unknown.title);
-    EXPECT_EQ(found[1].state, "interrupted");
     gone.chunkCount = 0;
-    EXPECT_EQ(found[2], gone) << "equal dates keep their order";
     named.state = "interrupted";
     named.chunkCount = 3;
     named.duration = 30;
+    ASSERT_EQ(found.size(), 4U);
+    EXPECT_EQ(found[0].id, newer.id);
+    EXPECT_EQ(found[1].id, unknown.id);
+    EXPECT_EQ(found[1].title, unknown.title);
+    EXPECT_EQ(found[0].state + found[1].state, "interruptedinterrupted");
+    EXPECT_EQ(found[2], gone) << "equal dates keep their order";
     EXPECT_EQ(found[3], named);
 }
 
 TEST(MeetingLibrary, ReconcilesNothingWhereAManifestIsWrong) {
     const TemporaryFolder root;
-    const auto meetings = root.path() / "Meetings";
+    const auto meetings = root.path() / "Meetings", folder = meetings / UUID::random().string();
     MeetingLibrary library(root.path());
     library.reconcile(meetings, {});
     EXPECT_TRUE(fs::is_directory(meetings)) << "a data folder is known by it";
     library.update([](LibrarySnapshot& snapshot) { snapshot.meetings = {meeting("Läuft")}; });
-    const auto folder = meetings / UUID::random().string();
     fs::create_directory(folder);
-    const auto failure = [&](Kind kind) { return failureOf([&] { library.reconcile(meetings, {}); }, kind); };
-    EXPECT_EQ(failure(Kind::storage), quotedName(folder) + " enthält kein Sitzungsmanifest.");
-    write(folder / "session.json", json::encode(testSession()));
-    EXPECT_EQ(failure(Kind::invalidData), "Ungültiges Sitzungsmanifest.");
-    write(folder / "session.json", "{");
-    EXPECT_THAT(failure(Kind::invalidData), StartsWith("„session.json“"));
+    const auto failure = [&] { return messageOf([&] { library.reconcile(meetings, {}); }); };
+    EXPECT_EQ(failure(), quotedName(folder) + " enthält kein Sitzungsmanifest.");
+    writeFile(folder / "session.json", json::encode(testSession()));
+    EXPECT_EQ(failure(), "Ungültiges Sitzungsmanifest.");
+    writeFile(folder / "session.json", "{");
+    EXPECT_THAT(failure(), StartsWith("„session.json“"));
     EXPECT_EQ(library.snapshot().meetings[0].state, "starting");
 }
 
 TEST(MeetingLibrary, KeepsAMeetingsHistory) {
     const TemporaryFolder folder;
-    const SessionEvent first{UUID::random(), Date::since1970(1'700'000'000.25), "started", std::nullopt};
-    const SessionEvent second{UUID::random(), Date::since1970(1'700'000'001), "paused", "Mikrofon/leise"};
-    MeetingLibrary::appendEvent(first, folder.path());
-    MeetingLibrary::appendEvent(second, folder.path());
-    const auto bytes = R"([{"id":")" + first.id.string() +
-                       R"(","date":721692800.25,"kind":"started"},{"id":")" + second.id.string() +
-                       R"(","date":721692801,"kind":"paused","detail":"Mikrofon\/leise"}])";
-    EXPECT_EQ(contentOf(folder.path() / "events.json"), bytes);
-    write(folder.path() / "events.json", "[{}]");
-    EXPECT_THAT(failureOf([&] { MeetingLibrary::appendEvent(first, folder.path()); }),
+    const auto file = folder.path() / "events.json";
+    const UUID id;
+    MeetingLibrary::appendEvent({id, Date::since1970(1'700'000'000.25), "started", {}}, folder.path());
+    MeetingLibrary::appendEvent({id, Date::since1970(1'700'000'001), "paused", "Mikrofon/leise"},
+                                folder.path());
+    EXPECT_EQ(contentOf(file), R"([{"id":")" + id.string() +
+                                   R"(","date":721692800.25,"kind":"started"},{"id":")" + id.string() +
+                                   R"(","date":721692801,"kind":"paused","detail":"Mikrofon\/leise"}])");
+    writeFile(file, "[{}]");
+    EXPECT_THAT(failureOf([&] { MeetingLibrary::appendEvent({}, folder.path()); }),
                 StartsWith("„events.json“"));
-    EXPECT_EQ(contentOf(folder.path() / "events.json"), "[{}]");
-}
-
-TEST(MeetingLibrary, KnowsWhichMeetingsStillNeedATitle) {
-    auto entry = meeting("Neues Meeting");
-    EXPECT_TRUE(entry.needsAutomaticTitle());
-    entry.automaticTitlePending = false;
-    EXPECT_FALSE(entry.needsAutomaticTitle());
-    EXPECT_FALSE(meeting("Neues meeting").needsAutomaticTitle());
+    EXPECT_EQ(contentOf(file), "[{}]");
 }
 
 TEST(MeetingLibrary, IsOpenInOneApplicationAtATime) {
     const TemporaryFolder root;
     const auto openFromAnotherProcess = [&] {
-        testing::ForkedProcess other([&] {
-            const auto message = failureOf(
-                [&] {
-                    const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
-                    MeetingLibrary(root.path()).update([](auto& s) {
-                        s.meetings.push_back(meeting("Zweite"));
-                    });
-                },
-                Kind::storage);
-            if (message == "no failure") return 0;
-            return message ==
-                           "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte "
-                           "diese "
-                           "zuerst beenden."
-                       ? 1
-                       : 2;
-        });
-        return other.wait();
+        return ForkedProcess([&] {
+                   const auto message = messageOf([&] {
+                       const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
+                       MeetingLibrary(root.path()).update([](auto& s) { s.meetings = {meeting("Zweite")}; });
+                   });
+                   const auto refusal =
+                       "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte "
+                       "diese zuerst beenden.";
+                   return message.empty() ? 0 : message == refusal ? 1 : 2;
+               })
+            .wait();
     };
     {
         const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
-        MeetingLibrary library(root.path());
         EXPECT_EQ(openFromAnotherProcess(), 1);
-        EXPECT_FALSE(fs::exists(library.file()));
+        EXPECT_THAT(MeetingLibrary(root.path()).snapshot().meetings, IsEmpty());
     }
     EXPECT_EQ(openFromAnotherProcess(), 0);
     EXPECT_EQ(MeetingLibrary(root.path()).snapshot().meetings.size(), 1U);
@@ -269,18 +210,13 @@ TEST(WorkScheduler, AddsOneJobPerWindowAndTrackOnce) {
         WorkScheduler::enqueue(chunks, database, flushTail);
         EXPECT_EQ(database.jobCount(), flushTail ? 4 : 3);
     }
-    const auto payload = R"({"chunks":[)" + json::encode(chunks[3], json::Keys::sorted) + R"(],"sessionID":")" +
-                         other.string() + R"(","source":"microphone"})";
-    bool found = false;
-    while (const auto lease = database.claimNext(Date::now(), 60)) {
-        EXPECT_EQ(lease->item.kind, "transcribe");
-        if (lease->item.sessionID != other) continue;
-        found = true;
-        EXPECT_EQ(lease->item.payloadJSON, payload);
-        EXPECT_EQ(lease->item.id, other.string() + ":microphone:" + chunks[3].id.string() + ":" +
-                                      chunks[3].id.string() + ":v1");
-    }
-    EXPECT_TRUE(found);
+    const auto chunk = chunks[3].id.string();
+    const WorkItem wanted{other.string() + ":microphone:" + chunk + ":" + chunk + ":v1", other, "transcribe",
+                          R"({"chunks":[)" + json::encode(chunks[3], json::Keys::sorted) +
+                              R"(],"sessionID":")" + other.string() + R"(","source":"microphone"})"};
+    std::vector<WorkItem> found;
+    while (const auto lease = database.claimNext(Date::now(), 60)) found.push_back(lease->item);
+    EXPECT_THAT(found, ::testing::Contains(wanted));
     chunks[3].startSeconds = 1;
     EXPECT_EQ(failureOf([&] { WorkScheduler::enqueue(chunks, database, true); }, Kind::database),
               "Auftrags-ID existiert mit einem anderen Inhalt.");
@@ -304,36 +240,26 @@ private:
 
 TEST(DataDirectoryPreference, AcceptsEmptyFoldersAndDataFoldersOnly) {
     const TemporaryFolder folder;
-    const auto root = folder.path() / "Daten";
-    const auto failure = [&](Kind kind) {
-        return failureOf([&] { DataDirectoryPreference::validate(root); }, kind);
-    };
+    const auto root = folder.path() / "Daten", readOnly = folder.path() / "Nur lesbar";
+    const auto failure = [&] { return messageOf([&] { DataDirectoryPreference::validate(root); }); };
     const std::string unreachable =
         "Der gewählte Datenordner ist nicht erreichbar. Bitte das Laufwerk verbinden oder in den Einstellungen "
-        "einen "
-        "anderen Ordner wählen.";
-    const std::string foreign =
-        "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.";
-    EXPECT_EQ(failure(Kind::storage), unreachable);
-    write(root, "eine Datei");
-    EXPECT_EQ(failure(Kind::storage), unreachable);
+        "einen anderen Ordner wählen.";
+    EXPECT_EQ(failure(), unreachable);
+    writeFile(root, "eine Datei");
+    EXPECT_EQ(failure(), unreachable);
     fs::remove(root);
-    fs::create_directory(root);
-    write(root / ".DS_Store", "");
-    EXPECT_EQ(failure(Kind::storage), "no failure");
-    write(root / "quillmoot.sqlite", "");
-    EXPECT_EQ(failure(Kind::storage), foreign);
+    for (const auto& path : {root, readOnly}) fs::create_directory(path);
+    writeFile(root / ".DS_Store", "");
+    EXPECT_EQ(failure(), "");
+    writeFile(root / "quillmoot.sqlite", "");
+    EXPECT_EQ(failure(), "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
     fs::create_directory(root / "Meetings");
-    EXPECT_EQ(failure(Kind::storage), "no failure");
-    write(root / "library.json", R"({"version":2,"projects":[],"meetings":[]})");
-    EXPECT_EQ(failure(Kind::invalidData), "Unbekannte Bibliotheksversion.");
-    write(root / "library.json", "kaputt");
-    EXPECT_THAT(failure(Kind::invalidData), StartsWith("„library.json“"));
+    EXPECT_EQ(failure(), "");
+    writeFile(root / "library.json", R"({"version":2,"projects":[],"meetings":[]})");
+    EXPECT_EQ(failure(), "Unbekannte Bibliotheksversion.");
     EXPECT_THAT(FileManager::system().list(root),
                 ElementsAre(".DS_Store", "Meetings", "library.json", "quillmoot.sqlite"));
-
-    const auto readOnly = folder.path() / "Nur lesbar";
-    fs::create_directory(readOnly);
     fs::permissions(folder.path(), fs::perms(0755));
     fs::permissions(readOnly, fs::perms(0555));
     const OrdinaryUser user;
@@ -377,7 +303,7 @@ TEST(Trash, TakesAFolderWhole) {
     ::setenv("XDG_DATA_HOME", (home.path() / "data").c_str(), 1);
     const auto folder = home.path() / "Daten" / ".Audio-entfernen";
     fs::create_directories(folder / "a.chunk");
-    write(folder / "a.chunk" / "audio.wav", "Ton");
+    writeFile(folder / "a.chunk" / "audio.wav", "Ton");
 #ifdef MEETING_HAVE_GIO
     moveToSystemTrash(folder);
     EXPECT_FALSE(fs::exists(folder));
@@ -397,4 +323,4 @@ TEST(Trash, TakesAFolderWhole) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

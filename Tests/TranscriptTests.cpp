@@ -1,23 +1,14 @@
 #include <cmath>
-#include <fstream>
 #include <random>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Transcript/DiarizationCursor.h"
 #include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/Failure.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using testing::failureOf;
-using ::testing::HasSubstr;
 
 constexpr auto microphone = AudioSource::microphone;
 constexpr auto meeting = AudioSource::meeting;
@@ -27,154 +18,93 @@ TranscriptSegment segment(double start, double end, AudioSource source = meeting
     return {UUID::random(), start, end, source, {}, text};
 }
 
-AudioChunk chunk(double startSeconds, double seconds = 60, AudioSource source = meeting) {
-    AudioChunk chunk;
-    chunk.id = UUID::random();
-    chunk.source = source;
-    chunk.startSeconds = startSeconds;
-    chunk.sampleCount = std::llround(seconds * 16'000);
-    return chunk;
-}
-
-TEST(WorkerContracts, LeaveAbsentOptionalsOut) {
-    const TranscriptSegment plain{UUID(), 0, 4.5, microphone, {}, "Guten Morgen"};
-    const std::string text =
-        R"({"id":"00000000-0000-0000-0000-000000000000","startSeconds":0,"endSeconds":4.5,"source":"microphone",)"
-        R"("text":"Guten Morgen"})";
-    EXPECT_EQ(json::encode(plain), text);
-    EXPECT_EQ(json::decode<TranscriptSegment>(text, "x"), plain);
-    const SpeakerTurn turn{"2", {}, 1, 2};
-    EXPECT_EQ(json::encode(turn), R"({"speakerID":"2","startSeconds":1,"endSeconds":2})");
-    EXPECT_EQ(json::decode<SpeakerTurn>(json::encode(turn), "x"), turn);
-    const MeetingSummary summary{"Kurz", {}, {{"Tun", {UUID()}, "Anna", {}}}, {}};
-    EXPECT_EQ(json::decode<MeetingSummary>(json::encode(summary), "x"), summary);
-    EXPECT_THAT(json::encode(summary), HasSubstr(R"("owner":"Anna"})"));
-}
-
-TEST(SpeechResult, MustFitItsWindow) {
-    // From 10 s to 130 s, with a last chunk that ends earlier than 60 s after its start.
-    const TranscriptionWindow window{UUID::random(), meeting, {chunk(10), chunk(70, 60)}};
-    using Change = void (*)(SpeechResult&);
-    const std::vector<std::pair<Change, bool>> cases = {
-        {[](SpeechResult&) {}, true},
-        {[](SpeechResult& r) { r.segments.clear(); }, true},
-        {[](SpeechResult& r) { r.version = 7; }, true},
-        {[](SpeechResult& r) { r.windowID += "x"; }, false},
-        {[](SpeechResult& r) { r.segments.push_back(r.segments.front()); }, false},
-        {[](SpeechResult& r) { r.segments.front().source = microphone; }, false},
-        {[](SpeechResult& r) { r.segments.front().text = ""; }, false},
-        {[](SpeechResult& r) { r.segments.front().text = " "; }, true},
-        {[](SpeechResult& r) { r.segments.front().startSeconds = 10 - 0.1; }, true},
-        {[](SpeechResult& r) { r.segments.front().startSeconds = 9.89; }, false},
-        {[](SpeechResult& r) { r.segments.front().endSeconds = 130.5; }, true},
-        {[](SpeechResult& r) { r.segments.front().endSeconds = 130.5001; }, false},
-        {[](SpeechResult& r) { r.segments.front().endSeconds = r.segments.front().startSeconds; }, true},
-        {[](SpeechResult& r) { r.segments.front().endSeconds = 19.9; }, false},
-        {[](SpeechResult& r) { r.segments.front().startSeconds = std::nan(""); }, false},
-        {[](SpeechResult& r) { r.segments.front().endSeconds = HUGE_VAL; }, false},
-        {[](SpeechResult& r) {
-             r.words.assign(20'000, {"w", -1e9, std::nan("")});
-         },
-         true},
-        {[](SpeechResult& r) { r.words.resize(20'001); }, false},
-        {[](SpeechResult& r) {
-             while (r.segments.size() < 20'000) r.segments.push_back(segment(20, 21));
-         },
-         true},
-        {[](SpeechResult& r) {
-             while (r.segments.size() < 20'001) r.segments.push_back(segment(20, 21));
-         },
-         false},
-        {[](SpeechResult& r) {
-             r.segments.front().text.clear();
-             for (int i = 0; i < 20'000; ++i) r.segments.front().text += "e\u0301";
-         },
-         true},
-        {[](SpeechResult& r) { r.segments.front().text.assign(20'001, 'x'); }, false},
-    };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        SpeechResult result{1, window.id(), {segment(20, 21), segment(20, 21)}, {}};
-        cases[i].first(result);
-        EXPECT_EQ(failureOf([&] { result.validate(window); }),
-                  cases[i].second ? "no failure" : "Ungültige Zeitmarken oder Textsegmente vom Sprachmodell.")
-            << "case " << i;
-    }
-}
-
-TEST(DiarizationCursor, FillsGapsAndCutsOverlaps) {
-    using Input = DiarizationCursor::Input;
-    DiarizationCursor cursor{meeting, 60, {}};
-    const std::vector<std::pair<double, std::optional<Input>>> cases = {
-        {60, Input{0, 0}},
-        {59.95, Input{0, 800}},
-        {59.94, {}},
-        {60.5, Input{8000, 0}},
-        {60.00003, Input{0, 0}},
-        {60.00004, Input{1, 0}},
-        {86'400, Input{(86'400 - 60) * 16'000, 0}},
-        {86'400.001, {}},
-        {0, {}}};
-    for (const auto& [start, input] : cases) {
-        if (input) {
-            EXPECT_EQ(cursor.input(chunk(start)), input) << start;
-        } else {
-            EXPECT_EQ(failureOf([&, at = start] { cursor.input(chunk(at)); }),
-                      "Ungültige Diarisierungszeitachse.");
-        }
-    }
-    EXPECT_EQ(cursor.position, 60);
-    EXPECT_TRUE(cursor.fedIDs.empty());
-}
-
-TEST(DiarizationCursor, FeedsEveryChunkOnceAndChecksInItsOrder) {
-    DiarizationCursor cursor{meeting, 0, {}};
-    const auto first = chunk(0);
-    cursor.commit(first);
-    EXPECT_EQ(cursor.position, 60);
-    EXPECT_EQ(cursor.input(first), std::nullopt);
-    const auto earlier = chunk(10, 20);
-    cursor.commit(earlier);
-    EXPECT_EQ(cursor.position, 60);
-    EXPECT_EQ(cursor.input(earlier), std::nullopt);  // before its place on the timeline is looked at
-
-    auto invalid = first;
-    invalid.source = microphone;
-    EXPECT_EQ(failureOf([&] { cursor.input(invalid); }), "Falsche Tonspur für Sprechererkennung.");
-    invalid.sampleCount = 0;
-    EXPECT_EQ(failureOf([&] { cursor.input(invalid); }), "Ungültige Audioabschnitt-Metadaten.");
+AudioChunk chunk(double start, std::int64_t seconds = 60) {
+    return testChunk({}, 0, start, seconds * 16'000, meeting);
 }
 
 DiarizationResult diarization(std::vector<SpeakerTurn> turns, std::int64_t version = 2) {
     return {version, UUID::random(), UUID::random(), true, std::move(turns)};
 }
 
-TEST(TranscriptDocument, AssignsASegmentToTheOneTurnAtItsMidpoint) {
-    const auto turns = diarization({{"1", {}, 0, 10},
-                                    {"2", meeting, 10, 20},
-                                    {"3", meeting, 15, 30},
-                                    {"mic:1", microphone, 0, 100},
-                                    {"4", {}, 40, 40},
-                                    {"5", {}, 50, 60},
-                                    {"5", {}, 50, 60}});
-    const std::vector<std::tuple<double, double, AudioSource, std::string>> cases = {
-        {0, 10, meeting, "1"},        {9, 11, meeting, "2"},  // the end belongs to the next turn
-        {-1, 1, meeting, "1"},        {12, 18, meeting, ""},  // covered by two, at 15
-        {10, 19.9, meeting, "2"},     {0, 59, meeting, "3"},        {20, 40, meeting, ""},
-        {40, 40, meeting, ""},        {50, 52, meeting, ""},  // two turns of one speaker are two turns
-        {-3, 1, meeting, ""},         {0, 10, microphone, "mic:1"}, {99, 101, microphone, ""},
-        {1e308, 1.7e308, meeting, ""}};
-    for (const auto& [start, end, source, speaker] : cases) {
-        auto raw = segment(start, end, source);
-        raw.speakerID = "carried along";
-        auto expected = raw;
-        expected.speakerID = speaker.empty() ? std::nullopt : std::optional(speaker);
-        EXPECT_THAT(TranscriptDocument::merge(std::vector{raw}, turns, {}), ElementsAre(expected)) << start;
-        expected.speakerID = {};
-        EXPECT_THAT(TranscriptDocument::merge(std::vector{raw}, {}, {}), ElementsAre(expected));
-    }
+TEST(WorkerContracts, LeaveAbsentOptionalsOut) {
+    const TranscriptSegment plain{UUID(), 0, 4.5, microphone, {}, "Guten Morgen"};
+    const std::string text =
+        R"({"id":"00000000-0000-0000-0000-000000000000","startSeconds":0,"endSeconds":4.5,)"
+        R"("source":"microphone","text":"Guten Morgen"})";
+    EXPECT_EQ(json::encode(plain), text);
+    EXPECT_EQ(json::decode<TranscriptSegment>(text, "x"), plain);
+    EXPECT_EQ(json::encode(SpeakerTurn{"2", {}, 1, 2}), R"({"speakerID":"2","startSeconds":1,"endSeconds":2})");
+    const MeetingSummary summary{"Kurz", {}, {{"Tun", {UUID()}, "Anna", {}}}, {}};
+    EXPECT_EQ(json::decode<MeetingSummary>(json::encode(summary), "x"), summary);
+    EXPECT_THAT(json::encode(summary), HasSubstr(R"("owner":"Anna"})"));
 }
 
-TEST(TranscriptDocument, AssignsAsTheNaiveWayOnRandomTurns) {
+TEST(SpeechResult, MustFitItsWindow) {
+    const TranscriptionWindow window{UUID::random(), meeting, {chunk(10), chunk(70)}};  // until 130 s
+    const auto failure = [&](const std::function<void(SpeechResult&, TranscriptSegment & first)>& change) {
+        SpeechResult result{1, window.id(), {segment(20, 21), segment(20, 21)}, {}};
+        change(result, result.segments.front());
+        return failureOf([&] { result.validate(window); });
+    };
+    const std::string valid = "no failure";
+    const std::string invalid = "Ungültige Zeitmarken oder Textsegmente vom Sprachmodell.";
+    const std::tuple<double, double, std::string> times[] = {
+        {9.9, 130.5, valid}, {20, 20, valid},    {9.89, 20, invalid},    {20, 130.5001, invalid},
+        {20, 19.9, invalid}, {NAN, 20, invalid}, {20, HUGE_VAL, invalid}};
+    for (const auto& [start, end, expected] : times) {
+        EXPECT_EQ(failure([&, &from = start, &to = end](auto&, auto& first) {
+                      first.startSeconds = from;
+                      first.endSeconds = to;
+                  }),
+                  expected)
+            << start << " " << end;
+    }
+    std::string text;
+    for (int i = 0; i < 20'000; ++i) text += "e\u0301";
+    for (const std::size_t count : {20'000, 20'001}) {
+        const auto& expected = count == 20'000 ? valid : invalid;
+        EXPECT_EQ(failure([&](auto&, auto& first) { first.text = text; }), expected);
+        EXPECT_EQ(failure([&](auto& r, auto&) { r.words.assign(count, {"w", -1e9, NAN}); }), expected);
+        EXPECT_EQ(failure([&](auto& r, auto&) {
+                      while (r.segments.size() < count) r.segments.push_back(segment(20, 21));
+                  }),
+                  expected);
+        text += "x";
+    }
+    EXPECT_EQ(failure([](auto& r, auto&) { r.segments.clear(), r.version = 7; }), valid);
+    EXPECT_EQ(failure([](auto&, auto& first) { first.text = " "; }), valid);
+    EXPECT_EQ(failure([](auto&, auto& first) { first.text = ""; }), invalid);
+    EXPECT_EQ(failure([](auto&, auto& first) { first.source = microphone; }), invalid);
+    EXPECT_EQ(failure([](auto& r, auto& first) { r.segments[1] = first; }), invalid);
+    EXPECT_EQ(failure([](auto& r, auto&) { r.windowID += "x"; }), invalid);
+}
+
+TEST(DiarizationCursor, FillsGapsAndCutsOverlaps) {
+    using Input = DiarizationCursor::Input;
+    const DiarizationCursor cursor{meeting, 60, {}};
+    const std::pair<double, Input> cases[] = {{60, {0, 0}},       {59.95, {0, 800}},
+                                              {60.5, {8000, 0}},  {60.00003, {0, 0}},
+                                              {60.00004, {1, 0}}, {86'400, {(86'400 - 60) * 16'000, 0}}};
+    for (const auto& [start, input] : cases) EXPECT_EQ(cursor.input(chunk(start)), input) << start;
+    for (const double start : {59.94, 86'400.001, 0.0})
+        EXPECT_EQ(failureOf([&] { cursor.input(chunk(start)); }), "Ungültige Diarisierungszeitachse.");
+}
+
+TEST(DiarizationCursor, FeedsEveryChunkOnceAndChecksInItsOrder) {
+    DiarizationCursor cursor{meeting, 0, {}};
+    auto first = chunk(0);
+    for (const auto& fed : {first, chunk(10, 20)}) {
+        cursor.commit(fed);
+        EXPECT_EQ(cursor.position, 60);
+        EXPECT_EQ(cursor.input(fed), std::nullopt);  // before its place on the timeline is looked at
+    }
+    first.source = microphone;
+    EXPECT_EQ(failureOf([&] { cursor.input(first); }), "Falsche Tonspur für Sprechererkennung.");
+    first.sampleCount = 0;
+    EXPECT_EQ(failureOf([&] { cursor.input(first); }), "Ungültige Audioabschnitt-Metadaten.");
+}
+
+TEST(TranscriptDocument, AssignsASegmentToTheOneTurnAtItsMidpoint) {
     std::mt19937 random(5);
     // Times on a coarse grid, so that equal boundaries are the rule.
     const auto time = [&] { return static_cast<double>(random() % 40) / 2; };
@@ -185,11 +115,13 @@ TEST(TranscriptDocument, AssignsAsTheNaiveWayOnRandomTurns) {
             if (random() % 3 != 0) source = random() % 2 == 0 ? meeting : microphone;
             turns.push_back({std::to_string(turns.size()), source, time(), time()});
         }
-        std::vector<TranscriptSegment> raw;
+        std::vector<TranscriptSegment> raw{segment(1e308, 1.7e308), segment(-3, 1)};
         for (int i = 0; i < 40; ++i) raw.push_back(segment(time(), time(), i % 2 == 0 ? meeting : microphone));
+        for (auto& carrying : raw) carrying.speakerID = "carried along";
         const auto merged = TranscriptDocument::merge(raw, diarization(turns), {});
+        const auto alone = TranscriptDocument::merge(raw, {}, {});
         for (std::size_t i = 0; i < raw.size(); ++i) {
-            const double midpoint = (raw[i].startSeconds + raw[i].endSeconds) * 0.5;
+            const double midpoint = raw[i].startSeconds / 2 + raw[i].endSeconds / 2;
             std::vector<std::string> speakers;
             for (const auto& turn : turns) {
                 const bool matches = turn.source.value_or(meeting) == raw[i].source &&
@@ -197,6 +129,7 @@ TEST(TranscriptDocument, AssignsAsTheNaiveWayOnRandomTurns) {
                 if (matches) speakers.push_back(turn.speakerID);
             }
             ASSERT_EQ(merged[i].speakerID, speakers.size() == 1 ? std::optional(speakers[0]) : std::nullopt);
+            ASSERT_EQ(alone[i].speakerID, std::nullopt);
         }
     }
 }
@@ -205,143 +138,105 @@ TEST(TranscriptDocument, AppliesCorrectionsUnderUpperCaseIdsOnly) {
     auto raw = segment(0, 1);
     raw.id = UUID::parse("AAAAAAAA-0000-4000-8000-00000000000B").value();
     TranscriptEdits edits;
-    edits.correctedText = {{"AAAAAAAA-0000-4000-8000-00000000000B", ""}};
-    EXPECT_EQ(TranscriptDocument::merge(std::vector{raw}, {}, edits).at(0).text, "");
     edits.correctedText = {{"aaaaaaaa-0000-4000-8000-00000000000b", "falsch"}};
-    EXPECT_EQ(TranscriptDocument::merge(std::vector{raw}, {}, edits).at(0), raw);
+    EXPECT_THAT(TranscriptDocument::merge(std::vector{raw}, {}, edits), ElementsAre(raw));
+    edits.correctedText["AAAAAAAA-0000-4000-8000-00000000000B"] = "";
+    EXPECT_EQ(TranscriptDocument::merge(std::vector{raw}, {}, edits).at(0).text, "");
 }
 
 TEST(TranscriptDocument, LabelsSpeakers) {
     TranscriptDocument document;
-    auto heard = segment(0, 1, meeting);
-    auto own = segment(0, 1, microphone);
-    EXPECT_EQ(document.speakerLabel(heard), "Meeting-Ton");
-    EXPECT_EQ(document.speakerLabel(own), "Ich · Mikrofon");
+    auto heard = segment(0, 1, meeting), own = segment(0, 1, microphone);
+    const auto labels = [&] { return document.speakerLabel(heard) + "|" + document.speakerLabel(own); };
+    EXPECT_EQ(labels(), "Meeting-Ton|Ich · Mikrofon");
     document.diarization = diarization({}, 1);
-    EXPECT_EQ(document.speakerLabel(own), "Ich · Mikrofon");
+    EXPECT_EQ(labels(), "Meeting-Ton|Ich · Mikrofon");
     document.diarization->version = 2;
-    EXPECT_EQ(document.speakerLabel(own), "Mikrofon · unklar");
+    EXPECT_EQ(labels(), "Meeting-Ton|Mikrofon · unklar");
     document.diarization = {};
     document.requiresMicrophoneDiarization = true;
-    EXPECT_EQ(document.speakerLabel(own), "Mikrofon · unklar");
-    EXPECT_EQ(document.speakerLabel(heard), "Meeting-Ton");
-
+    EXPECT_EQ(labels(), "Meeting-Ton|Mikrofon · unklar");
     heard.speakerID = "1";
     own.speakerID = "mic:1";
     document.edits.speakerNames = {{"1", "Anna"}};
-    EXPECT_EQ(document.speakerLabel(heard), "Sprecher 1");
+    const std::string unnamed = "Sprecher 1|Sprecher 1 · Mikrofon";
+    EXPECT_EQ(labels(), unnamed);
     document.diarization = diarization({});
-    EXPECT_EQ(document.speakerLabel(heard), "Sprecher 1");
+    EXPECT_EQ(labels(), unnamed);
     document.edits.speakerGeneration = document.diarization->generation;
-    EXPECT_EQ(document.speakerLabel(heard), "Anna");
-    EXPECT_EQ(document.speakerLabel(own), "Sprecher 1 · Mikrofon");
+    EXPECT_EQ(labels(), "Anna|Sprecher 1 · Mikrofon");
     document.diarization->generation = UUID::random();
-    EXPECT_EQ(document.speakerLabel(heard), "Sprecher 1");
-    document.diarization = {};
-    EXPECT_EQ(document.speakerLabel(heard), "Sprecher 1");
-}
-
-TEST(TranscriptDocument, LabelsSpeakersWithoutANameByTheirId) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"mic:2", "Sprecher 2 · Mikrofon"},
-        {"mic:+2", "Sprecher 2 · Mikrofon"},
-        {"mic:-2", "Sprecher -2 · Mikrofon"},
-        {"mic:02", "Sprecher 2 · Mikrofon"},
-        {"mic:", "Sprecher mic:"},
-        {"mic: 2", "Sprecher mic: 2"},
-        {"mic:2 ", "Sprecher mic:2 "},
-        {"mic:+", "Sprecher mic:+"},
-        {"mic:+-2", "Sprecher mic:+-2"},
-        {"mic:-+2", "Sprecher mic:-+2"},
-        {"mic:2a", "Sprecher mic:2a"},
-        {"mic:99999999999999999999", "Sprecher mic:99999999999999999999"},
-        {"Mic:2", "Sprecher Mic:2"},
-        {"3", "Sprecher 3"},
-    };
-    for (const auto& [id, label] : cases) EXPECT_EQ(TranscriptDocument::defaultSpeakerLabel(id), label);
+    EXPECT_EQ(labels(), unnamed);
+    for (const auto& id : split("mic:2|mic:+2|mic:02"))
+        EXPECT_EQ(TranscriptDocument::defaultSpeakerLabel(id), "Sprecher 2 · Mikrofon");
+    EXPECT_EQ(TranscriptDocument::defaultSpeakerLabel("mic:-2"), "Sprecher -2 · Mikrofon");
+    for (const auto& id :
+         split("mic:|mic: 2|mic:2 |mic:+|mic:+-2|mic:-+2|mic:2a|mic:99999999999999999999|Mic:2|3"))
+        EXPECT_EQ(TranscriptDocument::defaultSpeakerLabel(id), "Sprecher " + id);
 }
 
 TEST(TranscriptDocument, KnowsWhenSpeakerAssignmentIsPending) {
     struct Case {
-        std::string diarization;  ///< its version, "" for none; "…" where not finished
+        std::int64_t version;  ///< of the diarization, 0 for none, negative where it is not finished
         bool required;
         std::optional<AudioSource> raw;
-        bool pending;
-        bool microphoneDiarized;
+        bool pending, microphoneDiarized;
     };
-    const std::vector<Case> cases = {
-        {"", false, {}, false, false},         {"", false, microphone, false, false},
-        {"", false, meeting, true, false},     {"", true, {}, true, true},
-        {"", true, microphone, true, true},    {"1", false, meeting, false, false},
-        {"1", true, microphone, true, true},   {"2", true, meeting, false, true},
-        {"2", false, microphone, false, true}, {"1…", false, {}, true, false},
-        {"2…", true, meeting, true, true},
-    };
-    for (const auto& [kind, required, raw, pending, diarized] : cases) {
+    // clang-format off
+    const Case cases[] = {
+        {0, false, {}, false, false},      {0, false, microphone, false, false}, {0, false, meeting, true, false},
+        {0, true, {}, true, true},         {0, true, microphone, true, true},    {1, false, meeting, false, false},
+        {1, true, microphone, true, true}, {2, true, meeting, false, true},      {2, false, microphone, false, true},
+        {-1, false, {}, true, false},      {-2, true, meeting, true, true}};
+    // clang-format on
+    for (const auto& [version, required, raw, pending, diarized] : cases) {
         TranscriptDocument document;
         document.requiresMicrophoneDiarization = required;
         if (raw) document.rawSegments = {segment(0, 1, *raw)};
-        if (!kind.empty()) document.diarization = diarization({}, kind.front() - '0');
-        if (kind.size() > 1) document.diarization->finished = false;
-        EXPECT_EQ(document.diarizationPending(), pending) << kind << required;
-        EXPECT_EQ(document.microphoneDiarized(), diarized) << kind << required;
+        if (version != 0) document.diarization = diarization({}, std::abs(version));
+        if (version < 0) document.diarization->finished = false;
+        EXPECT_EQ(document.diarizationPending(), pending) << version << required;
+        EXPECT_EQ(document.microphoneDiarized(), diarized) << version << required;
     }
 }
 
 class TranscriptStorageTest : public ::testing::Test {
 protected:
-    TranscriptStorageTest() { fs::create_directories(meetingFolder()); }
-
-    fs::path root() const { return folder_.path(); }
-    fs::path meetingFolder() const { return root() / "Meetings" / session_.string(); }
+    TranscriptStorageTest() { fs::create_directories(folder); }
 
     void addResult(const std::string& result) {
-        const auto id = "job " + std::to_string(store_.jobCount());
-        store_.enqueue({id, session_, "transcribe", "{}"});
-        store_.finish(store_.claimNext(Date::now(), 60).value(), result, Date::now());
+        store.enqueue({"job " + std::to_string(store.jobCount()), session, "transcribe", "{}"});
+        store.finish(store.claimNext(Date::now(), 60).value(), result, Date::now());
     }
-
     void addResult(const std::vector<TranscriptSegment>& segments, std::int64_t version = 1) {
         addResult(json::encode(SpeechResult{version, "w", segments, {}}));
     }
-
-    void write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(meetingFolder() / name, std::ios::binary) << bytes;
-    }
-
-    TranscriptDocument load() { return TranscriptStorage::load(session_, root(), store_); }
+    TranscriptDocument load() { return TranscriptStorage::load(session, root.path(), store); }
     std::string loadFailure() {
         return failureOf([&] { load(); });
     }
+    bool hasUnfinished() const { return TranscriptStorage::hasUnfinishedDiarization(root.path()); }
 
-    testing::TemporaryFolder folder_;
-    UUID session_ = UUID::random();
-    SQLiteJobStore store_{folder_.path() / "quillmoot.sqlite"};
+    TemporaryFolder root;
+    UUID session = UUID::random();
+    fs::path folder = TranscriptStorage::sessionDirectory(root.path(), session);
+    fs::path turnsFile = folder / "diarization.json", editsFile = folder / "transcript-edits.json";
+    SQLiteJobStore store{root.path() / "quillmoot.sqlite"};
 };
 
-TEST_F(TranscriptStorageTest, LoadsAnEmptyDocumentWhereThereIsNothing) {
-    fs::remove(meetingFolder());
-    const auto document = load();
-    EXPECT_TRUE(document.segments.empty() && document.rawSegments.empty());
-    EXPECT_FALSE(document.diarization || document.requiresMicrophoneDiarization);
-    EXPECT_EQ(document.edits, TranscriptEdits{});
-}
-
 TEST_F(TranscriptStorageTest, MergesResultsTurnsAndCorrections) {
-    const auto a = segment(5, 6, meeting, "a");
-    const auto b = segment(0, 1, microphone, "b");
-    const auto c = segment(5, 9, meeting, "c");
-    const auto d = segment(5, 7, meeting, "d");
+    EXPECT_TRUE(load().segments.empty() && !load().diarization && load().edits == TranscriptEdits{});
+    const auto a = segment(5, 6, meeting, "a"), b = segment(0, 1, microphone, "b");
+    const auto c = segment(5, 9, meeting, "c"), d = segment(5, 7, meeting, "d");
     addResult({c, a});
+    EXPECT_FALSE(load().requiresMicrophoneDiarization);
     addResult({d, b}, 2);
     auto turns = diarization({{"1", meeting, 5, 6}, {"2", {}, 7, 7}});
-    turns.sessionID = session_;
-    TranscriptStorage::save(turns, meetingFolder() / "diarization.json");
+    turns.sessionID = session;
+    TranscriptStorage::save(turns, turnsFile);
     TranscriptEdits edits;
     edits.correctedText = {{a.id.string(), "berichtigt"}};
-    TranscriptStorage::save(edits, meetingFolder() / "transcript-edits.json");
-    EXPECT_EQ(fs::status(meetingFolder() / "diarization.json").permissions(), fs::perms(0600));
-
+    TranscriptStorage::save(edits, editsFile);
     const auto document = load();
     EXPECT_THAT(document.rawSegments, ElementsAre(b, c, a, d));
     EXPECT_TRUE(document.requiresMicrophoneDiarization);
@@ -358,78 +253,59 @@ TEST_F(TranscriptStorageTest, RefusesResultsThatDoNotFit) {
     addResult({twice});
     addResult({segment(1, 2), twice});
     EXPECT_EQ(loadFailure(), "Doppelte Transkriptsegmente.");
-    addResult({}, 3);
-    EXPECT_EQ(loadFailure(), "Unbekannte Transkriptversion.");
-    store_.forgetSession(session_);
-    addResult({}, 0);
-    EXPECT_EQ(loadFailure(), "Unbekannte Transkriptversion.");
-    store_.forgetSession(session_);
+    for (const auto version : {3, 0}) {
+        addResult({}, version);
+        EXPECT_EQ(loadFailure(), "Unbekannte Transkriptversion.");
+        store.forgetSession(session);
+    }
     addResult("[]");
     EXPECT_EQ(loadFailure(), "Das Ergebnis eines Transkriptionsauftrags enthält einen unzulässigen Wert.");
 }
 
 TEST_F(TranscriptStorageTest, RefusesADiarizationThatDoesNotFit) {
-    using Change = void (*)(DiarizationResult&);
-    const std::string foreign = "Falsche Diarisierungssitzung.";
-    const std::string times = "Ungültige Sprecherzeitmarken.";
-    const std::vector<std::pair<Change, std::string>> cases = {
-        {[](DiarizationResult&) {}, "no failure"},
-        {[](DiarizationResult& d) {
-             d.turns = {{"1", {}, 3, 3}};
-         },
-         "no failure"},
-        {[](DiarizationResult& d) { d.sessionID = d.generation; }, foreign},
-        {[](DiarizationResult& d) { d.version = 0; }, foreign},
-        {[](DiarizationResult& d) {
-             d.version = 3;
-             d.turns.front().speakerID = "";
-         },
-         foreign},
-        {[](DiarizationResult& d) { d.turns.front().speakerID = ""; }, times},
-        {[](DiarizationResult& d) { d.turns.front().startSeconds = -0.1; }, times},
-        {[](DiarizationResult& d) { d.turns.front().endSeconds = 0.5; }, times},
-    };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
+    using Change = void (*)(DiarizationResult&, SpeakerTurn&);
+    const std::string foreign = "Falsche Diarisierungssitzung.", times = "Ungültige Sprecherzeitmarken.";
+    const std::pair<Change, std::string> cases[] = {
+        {[](auto&, auto& turn) { turn.endSeconds = 1; }, "no failure"},
+        {[](auto& d, auto&) { d.sessionID = d.generation; }, foreign},
+        {[](auto& d, auto&) { d.version = 0; }, foreign},
+        {[](auto& d, auto& turn) { d.version = 3, turn.speakerID = ""; }, foreign},
+        {[](auto&, auto& turn) { turn.speakerID = ""; }, times},
+        {[](auto&, auto& turn) { turn.startSeconds = -0.1; }, times},
+        {[](auto&, auto& turn) { turn.endSeconds = 0.5; }, times}};
+    for (const auto& [change, failure] : cases) {
         auto changed = diarization({{"1", {}, 1, 2}}, 1);
-        changed.sessionID = session_;
-        cases[i].first(changed);
-        TranscriptStorage::save(changed, meetingFolder() / "diarization.json");
-        EXPECT_EQ(loadFailure(), cases[i].second) << "case " << i;
+        changed.sessionID = session;
+        change(changed, changed.turns.front());
+        TranscriptStorage::save(changed, turnsFile);
+        EXPECT_EQ(loadFailure(), failure);
     }
-    write("diarization.json", R"({"version":1,"sessionID":")" + session_.string() + R"("})");
+    writeFile(turnsFile, R"({"version":1,"sessionID":")" + session.string() + R"("})");
     EXPECT_EQ(loadFailure(), "„diarization.json“ ist unvollständig: Das Feld „generation“ fehlt.");
-    fs::remove(meetingFolder() / "diarization.json");
-    write("transcript-edits.json", "");
-    EXPECT_EQ(loadFailure(), "„transcript-edits.json“ ist kein gültiges JSON.");
 }
 
 TEST_F(TranscriptStorageTest, ReadsFilesOfUpTo64MiB) {
-    constexpr std::size_t limit = 67'108'864;
     std::string edits = R"({"correctedText":{},"speakerNames":{}})";
-    edits.resize(limit, ' ');
-    write("transcript-edits.json", edits);
+    edits.resize(67'108'864, ' ');
+    writeFile(editsFile, edits);
     EXPECT_EQ(loadFailure(), "no failure");
-    edits.push_back(' ');
-    write("transcript-edits.json", edits);
-    EXPECT_EQ(loadFailure(), "Ergebnisdatei ist zu groß.");
-    write("diarization.json", edits);
-    EXPECT_EQ(failureOf([&] { TranscriptStorage::hasUnfinishedDiarization(root()); }),
-              "Ergebnisdatei ist zu groß.");
+    for (const auto& file : {editsFile, turnsFile}) writeFile(file, edits + ' ');
+    for (const auto& failure : {loadFailure(), failureOf([&] { hasUnfinished(); })})
+        EXPECT_EQ(failure, "Ergebnisdatei ist zu groß.");
 }
 
 TEST_F(TranscriptStorageTest, FindsAnUnfinishedDiarization) {
-    fs::remove_all(root() / "Meetings");
-    EXPECT_FALSE(TranscriptStorage::hasUnfinishedDiarization(root()));
-    fs::create_directories(meetingFolder());
-    fs::create_directories(root() / "Meetings" / "leer");
-    std::ofstream(root() / "Meetings" / "Notiz.txt") << "kein Ordner";
+    fs::remove_all(folder.parent_path());
+    EXPECT_FALSE(hasUnfinished());
+    for (const auto& path : {folder, folder.parent_path() / "leer"}) fs::create_directories(path);
+    writeFile(folder.parent_path() / "Notiz.txt", "kein Ordner");
     auto state = diarization({});
-    TranscriptStorage::save(state, meetingFolder() / "diarization.json");
-    EXPECT_FALSE(TranscriptStorage::hasUnfinishedDiarization(root()));
-    state.finished = false;
-    TranscriptStorage::save(state, meetingFolder() / "diarization.json");
-    EXPECT_TRUE(TranscriptStorage::hasUnfinishedDiarization(root()));
+    for (const bool finished : {true, false}) {
+        state.finished = finished;
+        TranscriptStorage::save(state, turnsFile);
+        EXPECT_EQ(hasUnfinished(), !finished);
+    }
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -23,6 +23,7 @@ function(meeting_add_tests name)
     target_compile_definitions(${name} PRIVATE
         MEETING_QWEN2_VOCABULARY="${MEETING_QWEN2_VOCABULARY}"
         MEETING_SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/Samples")
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/Tests)
     target_link_libraries(${name} PRIVATE
         ${arg_LIBRARIES} MeetingCore::MeetingCore simdjson::simdjson MeetingWarnings GTest::gmock GTest::gtest_main)
     foreach(program IN LISTS arg_PROGRAMS)

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "MeetingCore/Platform/FileManager.h"
+#include "Support/ForwardingFileManager.h"
 
 namespace meetingcore::testing {
 
@@ -18,17 +18,28 @@ namespace meetingcore::testing {
 /// cut.
 struct PowerCut {};
 
+/// A mistake in the protocol of flushes and renames, planted between the program and the disk.
+struct Fault {
+    std::string name;
+    std::string leavesOutFlushOf{};  ///< the end of the file's or folder's name
+    bool flushesAfterRename = false;
+    bool believesSecondFlush = false;
+    bool acknowledgesAtRename = false;
+};
+
 /// Works on a real folder and knows what of it a power cut could take away.
 ///
 /// What the processes see is the folder itself. Beside it stands a model of the disk: a file's content is safe
 /// after the file's flush, a name (created, renamed, removed) after its folder's flush and not before. A flush
 /// that fails takes what it should have written for clean: the next flush of the same file saves nothing of it,
 /// the next flush of the same folder only if the folder was changed in between.
-class CrashingFileManager final : public FileManager {
+class CrashingFileManager final : public ForwardingFileManager {
 public:
     /// All that is in the folder counts as safe. Paths outside of it are passed on without a model.
     explicit CrashingFileManager(std::filesystem::path folder);
 
+    /// From now on the program makes this mistake. What it acknowledges, it does by calling `acknowledge`.
+    void plant(const Fault& fault, std::function<void()> acknowledge = nullptr);
     /// The power goes in place of change number `change`, counted from 0 and from this call.
     void cutPowerAt(std::size_t change);
     /// Operation number `operation`, counted from 0 and from this call, fails with the system's error, and all
@@ -41,9 +52,8 @@ public:
 
     /// Builds, one after the other in the folder `disk`, every disk that a power cut could leave now, and calls
     /// `visit` for each: any set of unflushed names, and unflushed contents that are missing, half, zeros or
-    /// complete. Returns how many different ones there were. Throws where there are more than `maximum`.
-    std::size_t forEachDisk(const std::filesystem::path& disk, const std::function<void()>& visit,
-                            std::size_t maximum = 4096) const;
+    /// complete. Returns how many different ones there were.
+    std::size_t forEachDisk(const std::filesystem::path& disk, const std::function<void()>& visit) const;
 
     std::optional<FileStatus> status(const std::filesystem::path& path) override;
     std::vector<std::string> list(const std::filesystem::path& directory) override;
@@ -52,65 +62,60 @@ public:
     std::unique_ptr<FileWriter> createFile(const std::filesystem::path& path) override;
     void move(const std::filesystem::path& from, const std::filesystem::path& to) override;
     void remove(const std::filesystem::path& path) override;
-    void flushDirectory(const std::filesystem::path& path) override;
+    void flushDirectory(const std::filesystem::path& path) override { flush(path, find(path)); }
 
 private:
     class Writer;
-
+    class Choices;
+    struct Node;
+    using NodePtr = std::shared_ptr<Node>;
+    using Names = std::map<std::string, NodePtr>;  // a name that points to nothing is gone
     struct Node {
         bool directory = false;
-        bool doubtful = false;                               // a flush failed
-        std::string content;                                 // of files: what is seen
-        std::string safe;                                    // of files: what was flushed
-        std::map<std::string, std::shared_ptr<Node>> names;  // of folders: what is seen
+        bool doubtful = false;      // a flush failed
+        std::string content, safe;  // of files: what is seen, and what was flushed
+        Names names;                // of folders: what is seen
     };
-    using NodePtr = std::shared_ptr<Node>;
-
     struct NameChange {
         NodePtr folder;
         std::string name;
-        NodePtr target;  // nothing: the name goes
+        NodePtr target;
     };
     struct Effect {
         std::vector<NameChange> changes;  // happen together
         std::set<Node*> unflushed;        // the folders whose flush it waits for
     };
-    /// A folder's safe names; the starting point on which the effects build.
-    using Tree = std::map<Node*, std::map<std::string, NodePtr>>;
+    using Tree = std::map<Node*, Names>;               // the safe names, on which the effects build
+    using Image = std::map<std::string, std::string>;  // paths and contents; folders end with a slash
 
     static NodePtr scan(const std::filesystem::path& path, Tree& tree);
     NodePtr find(const std::filesystem::path& path) const;
     void record(std::vector<NameChange> changes);
     void countOperation(bool change);
-    class Choices;
-    /// Paths and contents; folders end with a slash.
-    using Image = std::map<std::string, std::string>;
-
-    static std::vector<std::string> possibleContents(const Node& file);
-    Tree possibleNames(Choices& choices) const;
+    void flush(const std::filesystem::path& path, const NodePtr& node);
     static void addTo(Image& image, Tree& tree, Node* folder, const std::string& path, Choices& choices);
 
     std::filesystem::path folder_;
-    FileManager& files_ = FileManager::system();
     Tree safe_;
     NodePtr root_;
     std::vector<Effect> effects_;  // since the start, in their order
 
-    std::size_t operations_ = 0;
-    std::size_t changes_ = 0;
-    std::optional<std::size_t> cutAt_;
-    std::optional<std::size_t> failAt_;
+    Fault fault_;
+    std::function<void()> acknowledge_;
+    std::vector<NodePtr> postponed_;  // flushes
+
+    std::size_t operations_ = 0, changes_ = 0;
+    std::optional<std::size_t> cutAt_, failAt_;
     int error_ = 0;
     bool forGood_ = false;
 };
 
 /// What a crash test did and found.
 struct CrashReport {
-    std::size_t stops = 0;
-    std::size_t disks = 0;
+    std::size_t stops = 0, disks = 0;
     std::vector<std::string> violations;
 
-    CrashReport& operator+=(const CrashReport& other);
+    void add(const CrashReport& other);
 };
 
 /// One crash test: `prepare` makes the undisturbed start (all of it safe), `act` is what the crash interrupts,

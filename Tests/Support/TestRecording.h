@@ -10,25 +10,12 @@
 namespace meetingcore::testing {
 
 inline MeetingSession testSession() {
-    MeetingSession session;
-    session.id = UUID::random();
-    session.createdAt = Date::since1970(1'700'000'000.25);
-    session.title = "Wochenrunde";
-    session.applicationBundleID = "example.meeting";
-    session.consentConfirmed = true;
-    return session;
+    return {1, UUID::random(), Date::since1970(1'700'000'000.25), "Wochenrunde", "example.meeting", {}, true};
 }
 
 inline AudioChunk testChunk(const UUID& session, std::int64_t sequence, double startSeconds,
                             std::int64_t sampleCount, AudioSource source = AudioSource::microphone) {
-    AudioChunk chunk;
-    chunk.id = UUID::random();
-    chunk.sessionID = session;
-    chunk.source = source;
-    chunk.sequence = sequence;
-    chunk.startSeconds = startSeconds;
-    chunk.sampleCount = sampleCount;
-    return chunk;
+    return {1, UUID::random(), session, source, sequence, startSeconds, sampleCount, audio::sampleRate};
 }
 
 /// Samples that follow from the chunk's number in its track, so that whoever finds the chunk can tell whether

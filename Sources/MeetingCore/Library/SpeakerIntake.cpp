@@ -43,7 +43,8 @@ Track numbered(std::vector<SpeakerTurnFile::Turn> turns, AudioSource source) {
         std::string id;
         if (known == lastTurns.end()) {
             id = (source == AudioSource::microphone ? "mic:" : "") + std::to_string(++track.speakers);
-            if (!isNumbered(turn.speaker)) track.names[id] = turn.speaker;
+            // RTTM separates its fields by blanks, so names are written with underscores.
+            if (!isNumbered(turn.speaker)) track.names[id] = text::replacing(turn.speaker, "_", " ");
         } else {
             auto& last = track.turns[known->second];
             if (turn.startSeconds <= last.endSeconds) {

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Support/Failure.h"
+#include "Support/FileContent.h"
+#include "Support/TemporaryFolder.h"
+
+namespace meetingcore::testing {
+
+// What the tests say often.
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::Pair;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
+using Kind = MeetingError::Kind;
+
+/// The message of the MeetingError that the call ends in, of whatever kind; empty where it returns.
+inline std::string messageOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const MeetingError& error) {
+        return error.message();
+    }
+    return "";
+}
+
+/// The cases of a table in one text, separated by bars.
+inline std::vector<std::string> split(const std::string& table) {
+    std::vector<std::string> cases;
+    std::istringstream stream(table);
+    for (std::string text; std::getline(stream, text, '|');) cases.push_back(text);
+    return cases;
+}
+
+}  // namespace meetingcore::testing
