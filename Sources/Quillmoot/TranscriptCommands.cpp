@@ -2,6 +2,7 @@
 #include <fstream>
 #include <map>
 
+#include "CommandDescription.h"
 #include "GermanText.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Platform/Text.h"
@@ -185,15 +186,6 @@ int exportMeeting(Shell& shell, const Values& values) {
     return done;
 }
 
-std::string oneOf(const std::string& value, std::initializer_list<const char*> choices) {
-    std::string all;
-    for (const auto* choice : choices) {
-        if (value == choice) return {};
-        all += all.empty() ? choice : std::string(", ") + choice;
-    }
-    return "Ungültiger Wert: " + value + " (möglich: " + all + ")";
-}
-
 }  // namespace
 
 void addTranscriptCommands(CLI::App& app, Shell& shell) {
@@ -224,17 +216,11 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
     named.add_option("NAME", values->name, "Der Name; leer nimmt ihn zurück")->required();
 
     auto& exported = withMeeting(add("export", "Gibt ein Meeting als Datei aus", exportMeeting));
-    exported.add_option("--format", values->format, "text, markdown, html, vtt, srt oder json")
-        ->type_name("FORM")
-        ->required()
-        ->check([](const std::string& form) {
-            return oneOf(form, {"text", "markdown", "html", "vtt", "srt", "json"});
-        });
-    exported.add_option("--content", values->content, "all, transcript oder summary (für text und markdown)")
-        ->type_name("INHALT")
-        ->check([](const std::string& content) {
-            return oneOf(content, {"all", "transcript", "summary"});
-        });
+    oneOf(exported.add_option("--format", values->format, "Die Form"),
+          {"text", "markdown", "html", "vtt", "srt", "json"})
+        ->required();
+    oneOf(exported.add_option("--content", values->content, "Was ausgegeben wird (für text und markdown)"),
+          {"all", "transcript", "summary"});
     exported.add_flag("--clock", values->clock, "Uhrzeiten statt der Zeit seit Beginn (für html)");
     exported.add_option("-o,--output", values->output, "Die Datei; sonst die Standardausgabe")
         ->type_name("DATEI");
