@@ -326,17 +326,19 @@ std::string zshAction(const CLI::Option& option) {
 }
 
 std::string zshSpecification(const CLI::Option& option) {
-    const auto names = namesOf(option);
+    auto names = namesOf(option);
     auto text = option.get_description();
     for (const char* const special : {"\\", "[", "]"})
         text = replaced(text, special, "\\" + std::string(special));
     text = "[" + text + "]";
     if (const auto value = valueNameOf(option); !value.empty()) {
         text += ":" + value + ":" + zshAction(option);
+        // A long option's value may follow an equals sign.
+        for (auto& name : names) name += name.starts_with("--") ? "=" : "";
         if (takesRest(option)) return shellWord("*" + names.back() + text);
     }
     if (names.size() == 1) return shellWord(names.front() + text);
-    return "'(" + joined(names) + ")'{" + joined(names, ",") + "}" + shellWord(text);
+    return "'(" + joined(namesOf(option)) + ")'{" + joined(names, ",") + "}" + shellWord(text);
 }
 
 /// The specifications of a command's positionals from the one at `first` on.
@@ -367,7 +369,7 @@ std::string zshFunction(const CLI::App& app) {
     for (const auto* command : commands) {
         text += "        " + shellWord(command->get_name() + ":" + command->get_description()) + "\n";
     }
-    text += "    )\n    _arguments -C -S :" + options +
+    text += "    )\n    _arguments -C -S -A '-*' :" + options +
             " \\\n        '1: :->command' '*:: :->rest' && ret=0\n"
             "    case $state in\n    command)\n        _describe -t commands Befehl commands && ret=0\n";
     if (!positionals.empty()) text += "        " + zshAction(*positionals.front()) + " && ret=0\n";
