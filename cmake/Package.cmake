@@ -15,7 +15,8 @@ install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package
 
 # The notice that llama.cpp asks for goes where its code goes.
 if(EXISTS "${_llama_source}/LICENSE")
-    install(FILES ${_llama_source}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME LICENSE.llama.cpp COMPONENT Runtime)
+    install(FILES ${_llama_source}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
+            RENAME LICENSE.llama.cpp COMPONENT Runtime)
 endif()
 
 if(NOT PROJECT_IS_TOP_LEVEL)
@@ -24,6 +25,7 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_NAME quillmoot)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Meetings from audio files to summaries with evidence")
 set(CPACK_PACKAGE_CONTACT "MeetingCore developers <meetingcore@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -36,15 +38,15 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME quillmoot)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Meetings from audio files to summaries with evidence
-Takes recorded meetings in, gives them transcript and speakers, summarises them in German with a language model
-on this machine, and gives them out as text, pages and subtitles. Every point of a summary cites the words of the
-meeting. The model is not included.")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "quillmoot takes recorded meetings in, gives them transcript and speakers, has \
+SummaryWorker summarise them with a language model on this machine, and gives them out as text, pages and subtitles. \
+Needs a processor with AVX2; the model is not included.
+.
+Meetings von der Tondatei bis zur Zusammenfassung mit Belegen, ohne Netz. Alle Meldungen sind deutsch.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libmeetingcore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libglib2.0-dev, libicu-dev, libsimdjson-dev, libsqlite3-dev, libssl-dev, pkg-config, uuid-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Processing core of a meeting recorder, for development
-The static library MeetingCore, its headers and its CMake package.")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "The static library MeetingCore, its headers and its CMake package.")
 include(CPack)
