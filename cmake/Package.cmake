@@ -1,4 +1,6 @@
-# `cmake --install`: the library with its headers, the worker, and a package `MeetingCore` for other projects.
+# `cmake --install`: the two programs with their completion and manual (component Runtime), and the library with its
+# headers and a package `MeetingCore` for other projects (component Development). `cpack` makes a Debian package of
+# each component.
 include(CMakePackageConfigHelpers)
 
 set(_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/MeetingCore)
@@ -8,5 +10,43 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/MeetingCoreConfigVersion.
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/MeetingCoreConfig.cmake ${PROJECT_BINARY_DIR}/MeetingCoreConfigVersion.cmake
               cmake/FindLibUUID.cmake
-        DESTINATION ${_package_dir})
-install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package_dir})
+        DESTINATION ${_package_dir} COMPONENT Development)
+install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package_dir} COMPONENT Development)
+
+# The notice that llama.cpp asks for goes where its code goes.
+if(EXISTS "${_llama_source}/LICENSE")
+    install(FILES ${_llama_source}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
+            RENAME LICENSE.llama.cpp COMPONENT Runtime)
+endif()
+
+if(NOT PROJECT_IS_TOP_LEVEL)
+    return()
+endif()
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_NAME quillmoot)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Meetings from audio files to summaries with evidence")
+set(CPACK_PACKAGE_CONTACT "MeetingCore developers <meetingcore@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL Runtime Development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME quillmoot)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "quillmoot takes recorded meetings in, gives them transcript and speakers, has \
+SummaryWorker summarise them with a language model on this machine, and gives them out as text, pages and subtitles. \
+Needs a processor with AVX2; the model is not included.
+.
+Meetings von der Tondatei bis zur Zusammenfassung mit Belegen, ohne Netz. Alle Meldungen sind deutsch.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libmeetingcore-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "libglib2.0-dev, libicu-dev, libsimdjson-dev, libsqlite3-dev, libssl-dev, pkg-config, uuid-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "The static library MeetingCore, its headers and its CMake package.")
+include(CPack)

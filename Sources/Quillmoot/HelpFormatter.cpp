@@ -1,8 +1,8 @@
 #include "HelpFormatter.h"
 
-#include <algorithm>
 #include <sstream>
 
+#include "CommandDescription.h"
 #include "Terminal.h"
 
 namespace meetingcore::quillmoot {
@@ -30,63 +30,31 @@ void write(std::ostream& out, const std::string& heading, const Lines& lines) {
     }
 }
 
-std::string commandName(const CLI::App& app) {
-    return app.get_parent() == nullptr ? app.get_name() : commandName(*app.get_parent()) + " " + app.get_name();
-}
-
-std::vector<const CLI::Option*> options(const CLI::App& app, bool positional) {
-    return app.get_options([&](const CLI::Option* option) {
-        return option->get_positional() == positional && !option->get_group().empty();
-    });
-}
-
-std::string usage(const CLI::App& app) {
-    std::string text = "Aufruf: " + commandName(app);
-    if (!options(app, false).empty()) text += " [OPTIONEN]";
-    for (const auto* option : options(app, true)) {
-        const auto name = spelling(*option);
-        text += option->get_required() ? " " + name : " [" + name + "]";
-    }
-    const auto commands = app.get_subcommands({});
-    if (commands.empty()) return text;
-    if (options(app, true).empty()) return text + " BEFEHL …";
-    for (const auto* command : commands) text += "\n        " + commandName(*command) + " …";
-    return text;
-}
-
 }  // namespace
-
-std::string spelling(const CLI::Option& option) {
-    std::string text;
-    if (option.get_positional()) {
-        text = option.get_name(true);
-    } else {
-        for (const auto& name : option.get_snames()) text += (text.empty() ? "-" : ", -") + name;
-        for (const auto& name : option.get_lnames()) text += (text.empty() ? "--" : ", --") + name;
-        if (option.get_type_size() != 0 && !option.get_type_name().empty())
-            text += " " + option.get_type_name();
-    }
-    return option.get_expected_max() > 1 && option.get_positional() ? text + " …" : text;
-}
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/,
                                      CLI::AppFormatMode /*mode*/) const {
     std::ostringstream out;
-    out << app->get_description() << "\n\n" << usage(*app) << '\n';
+    out << app->get_description() << "\n\n";
+    std::string lead = "Aufruf: ";
+    for (const auto& line : usage(*app)) {
+        out << lead << line << '\n';
+        lead.assign(lead.size(), ' ');
+    }
     Lines positionals;
-    for (const auto* option : options(*app, true))
+    for (const auto* option : optionsOf(*app, true))
         positionals.emplace_back(spelling(*option), option->get_description());
     write(out, "Argumente", positionals);
     Lines commands;
-    for (const auto* command : app->get_subcommands({})) {
+    for (const auto* command : commandsOf(*app)) {
         commands.emplace_back(command->get_name(), command->get_description());
     }
     write(out, "Befehle", commands);
     Lines switches;
-    for (const auto* option : options(*app, false))
+    for (const auto* option : optionsOf(*app, false))
         switches.emplace_back(spelling(*option), option->get_description());
-    if (app->get_parent() != nullptr)
-        switches.emplace_back("--root ORDNER", "Der Datenordner, statt des gemerkten");
+    for (const auto* option : inheritedOptions(*app))
+        switches.emplace_back(spelling(*option), option->get_description());
     write(out, "Optionen", switches);
     if (!app->get_footer().empty()) out << '\n' << app->get_footer() << '\n';
     return out.str();

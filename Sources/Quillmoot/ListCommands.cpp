@@ -2,6 +2,7 @@
 #include <map>
 #include <numeric>
 
+#include "CommandDescription.h"
 #include "GermanText.h"
 #include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/MeetingSearch.h"
@@ -422,10 +423,9 @@ void addListCommands(CLI::App& app, Shell& shell) {
         addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",
                    [&shell, values] { return jobs(shell, values->meeting, values->action, values->json); });
     queued.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    queued.add_option("AKTION", values->action, "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn")
-        ->check([](const std::string& action) {
-            return action == "retry" || action == "restart" ? std::string() : "Unbekannte Aktion: " + action;
-        });
+    oneOf(queued.add_option("AKTION", values->action,
+                            "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn"),
+          {"retry", "restart"});
     withJSON(queued);
 }
 

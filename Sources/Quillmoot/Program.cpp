@@ -5,6 +5,7 @@
 #include <iostream>
 #include <new>
 
+#include "CommandDescription.h"
 #include "HelpFormatter.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"
@@ -54,10 +55,6 @@ std::string germanMessage(const CLI::ParseError& error) {
 const CLI::App& innermost(const CLI::App& app) {
     const auto chosen = app.get_subcommands();
     return chosen.empty() ? app : innermost(*chosen.front());
-}
-
-std::string fullName(const CLI::App& app) {
-    return app.get_parent() == nullptr ? app.get_name() : fullName(*app.get_parent()) + " " + app.get_name();
 }
 
 int wrongly(const CLI::App& app, Shell& shell, const std::string& message) {
@@ -132,6 +129,7 @@ void describe(CLI::App& app, Shell& shell) {
     addListCommands(app, shell);
     addMeetingCommands(app, shell);
     addFolderCommands(app, shell);
+    addToolCommands(app, shell);
 }
 
 int run(std::span<char*> arguments) {

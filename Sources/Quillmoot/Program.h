@@ -21,6 +21,7 @@ CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, co
 
 /// The commands by topic.
 void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor, models
+void addToolCommands(CLI::App& app, Shell& shell);     ///< completion, and what only programs call
 void addListCommands(CLI::App& app, Shell& shell);     ///< list, show, search, jobs
 void addAudioCommands(CLI::App& app, Shell& shell);    ///< import, audio, remove-audio, retention
 void addMeetingCommands(CLI::App& app, Shell& shell);  ///< rename, pin, note, project, participants, fields, …

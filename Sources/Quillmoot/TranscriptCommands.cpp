@@ -2,6 +2,7 @@
 #include <charconv>
 #include <map>
 
+#include "CommandDescription.h"
 #include "GermanText.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/SpeakerIntake.h"
@@ -331,15 +332,6 @@ int exportMeeting(Shell& shell, const Values& values) {
     return done;
 }
 
-std::string oneOf(const std::string& value, std::initializer_list<const char*> choices) {
-    std::string all;
-    for (const auto* choice : choices) {
-        if (value == choice) return {};
-        all += all.empty() ? choice : std::string(", ") + choice;
-    }
-    return "Ungültiger Wert: " + value + " (möglich: " + all + ")";
-}
-
 /// Accepts the whole numbers of a range.
 std::function<std::string(const std::string&)> inRange(int least, int most) {
     return [=](const std::string& text) {
@@ -353,8 +345,6 @@ std::function<std::string(const std::string&)> inRange(int least, int most) {
     };
 }
 
-std::string isTrack(const std::string& source) { return oneOf(source, {"microphone", "meeting"}); }
-
 void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
                        const std::shared_ptr<Values>& values) {
     constexpr auto meetingText = "Kennung, ihr Anfang, oder der Titel";
@@ -363,19 +353,14 @@ void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
     captions.add_option("MEETING", values->meeting, meetingText)->required();
     captions.add_option("DATEI", values->file, "WebVTT, SubRip, JSON von whisper.cpp oder WhisperX")
         ->required();
-    captions.add_option("--source", values->source, "Die Tonspur: microphone oder meeting")
-        ->type_name("SPUR")
-        ->required()
-        ->check(isTrack);
+    oneOf(captions.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"})->required();
     captions.add_flag("--replace", values->replace, "Ersetzt, was auf der Tonspur schon erkannt ist");
 
     auto& turns = addCommand(speakers, shell, "import", "Übernimmt, wer wann spricht",
                              [&shell, values] { return importSpeakers(shell, *values); });
     turns.add_option("MEETING", values->meeting, meetingText)->required();
     turns.add_option("DATEI", values->file, "RTTM, oder ein Transkript mit Sprechern")->required();
-    turns.add_option("--source", values->source, "Die Tonspur: microphone oder meeting")
-        ->type_name("SPUR")
-        ->check(isTrack);
+    oneOf(turns.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"});
     turns.add_option("--recording", values->recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
     addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
                [&shell, values] { return withoutSpeakers(shell, *values); })
@@ -431,17 +416,11 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
     named.add_option("NAME", values->name, "Der Name; leer nimmt ihn zurück")->required();
 
     auto& exported = withMeeting(add("export", "Gibt ein Meeting als Datei aus", exportMeeting));
-    exported.add_option("--format", values->format, "text, markdown, html, vtt, srt oder json")
-        ->type_name("FORM")
-        ->required()
-        ->check([](const std::string& form) {
-            return oneOf(form, {"text", "markdown", "html", "vtt", "srt", "json"});
-        });
-    exported.add_option("--content", values->content, "all, transcript oder summary (für text und markdown)")
-        ->type_name("INHALT")
-        ->check([](const std::string& content) {
-            return oneOf(content, {"all", "transcript", "summary"});
-        });
+    oneOf(exported.add_option("--format", values->format, "Die Form"),
+          {"text", "markdown", "html", "vtt", "srt", "json"})
+        ->required();
+    oneOf(exported.add_option("--content", values->content, "Was ausgegeben wird (für text und markdown)"),
+          {"all", "transcript", "summary"});
     exported.add_flag("--clock", values->clock, "Uhrzeiten statt der Zeit seit Beginn (für html)");
     exported.add_option("-o,--output", values->output, "Die Datei; sonst die Standardausgabe")
         ->type_name("DATEI");

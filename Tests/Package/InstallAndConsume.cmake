@@ -17,8 +17,15 @@ run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR}/Consumer -B ${SCRATCH}/build -
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 run(${SCRATCH}/build/Consumer)
 
-# The worker is there; programs made for the tests are not.
+# The two programs are there with what belongs to them; programs made for the tests are not.
 file(GLOB programs RELATIVE ${prefix}/bin ${prefix}/bin/*)
-if(NOT programs STREQUAL "SummaryWorker")
+if(NOT programs STREQUAL "SummaryWorker;quillmoot")
     message(FATAL_ERROR "Installed programs: ${programs}")
 endif()
+foreach(file bash-completion/completions/quillmoot zsh/site-functions/_quillmoot
+             fish/vendor_completions.d/quillmoot.fish man/man1/quillmoot.1 man/man1/SummaryWorker.1)
+    file(SIZE ${prefix}/share/${file} size)
+    if(size LESS 1000)
+        message(FATAL_ERROR "${file} has ${size} bytes")
+    endif()
+endforeach()
