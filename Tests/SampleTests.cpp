@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include "MeetingCore/Summary/RawSummary.h"
-#include "MeetingCore/Summary/SummaryArtifact.h"
 #include "Support/FileContent.h"
 #include "Support/Process.h"
 #include "Support/SampleMeeting.h"
@@ -19,11 +18,6 @@ std::vector<std::string> samples() {
     for (const auto& entry : fs::directory_iterator(MEETING_SAMPLES_FOLDER))
         if (fs::exists(entry.path() / "meeting.json")) folders.push_back(entry.path());
     return folders;
-}
-
-/// Runs the demo without a real model, even where the machine has one.
-testing::ProcessResult runDemo(const std::vector<std::string>& arguments) {
-    return testing::runProcess(MEETING_SummaryDemo_PATH, arguments, {{"MEETING_MODELS", "/fehlt"}});
 }
 
 class Sample : public ::testing::TestWithParam<std::string> {
@@ -56,35 +50,23 @@ TEST_P(Sample, BecomesATranscriptWhoseAnswersHaveEvidenceWordForWord) {
     }
 }
 
-TEST_P(Sample, IsSummarisedByTheDemo) {
-    const auto folder = root.path() / "Daten";
-    const auto first = runDemo({"--root", folder, "--sample", GetParam()});
-    EXPECT_EQ(first.status, 0);
-    EXPECT_EQ(first.err, "");
-    EXPECT_THAT(first.out, ::testing::AllOf(HasSubstr("Stellvertreter"), Not(HasSubstr("\x1b"))))
-        << "no colours";
-    const auto meeting = TranscriptStorage::sessionDirectory(folder, sample.session.id);
-    const auto title = TranscriptStorage::readOptional<MeetingTitleArtifact>(meeting / "automatic-title.json");
-    EXPECT_THAT(first.out, HasSubstr(title.value().title));
-    EXPECT_TRUE(fs::exists(meeting / "summary.json"));
-    const auto again = runDemo({"--root", folder, "--sample", GetParam()});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_THAT(again.err, HasSubstr("ist nicht leer"));
-}
-
-TEST_P(Sample, EndsTheDemoWithTheWorkersMessageWhereItFails) {
-    fs::copy(GetParam(), root.path(), fs::copy_options::recursive);
-    testing::writeFile(
-        root.path() / "summary-answer.json",
-        R"({"overview":[{"text":"Unbelegt.","ids":["s999"],"owner":null,"dueDate":null}],"decisions":[],)"
-        R"("tasks":[],"openQuestions":[]})");
-    const auto result = runDemo({"--sample", root.path()});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.out, Not(HasSubstr("Unbelegt")));
-    EXPECT_THAT(result.err, HasSubstr("Zusammenfassung nennt eine unbekannte Quellen-ID."));
-}
-
 INSTANTIATE_TEST_SUITE_P(Samples, Sample, ::testing::ValuesIn(samples()));
+
+TEST(Demo, TakesTheSampleFromItsFilesToSummaryTitleAndPage) {
+    const testing::TemporaryFolder folder;
+    const auto root = folder.path() / "Daten";
+    const auto programs = fs::path(MEETING_quillmoot_PATH).parent_path();
+    const auto run = [&] {
+        return testing::runProcess(fs::path(MEETING_SAMPLES_FOLDER) / "demo", {programs, "--root", root},
+                                   {{"MEETING_MODELS", "/fehlt"}});
+    };
+    const auto first = run();
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_THAT(first.out, ::testing::AllOf(HasSubstr("Stellvertreter"), HasSubstr("\nJana Keller  10:00:00\n"),
+                                            HasSubstr("Wettermann"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(testing::contentOf(root / "kundenportal.html"), HasSubstr("Meral Aydın"));
+    EXPECT_THAT(run().err, HasSubstr("ist nicht leer"));
+}
 
 }  // namespace
 }  // namespace meetingcore

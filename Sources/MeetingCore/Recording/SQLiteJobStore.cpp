@@ -354,6 +354,22 @@ void SQLiteJobStore::forEachCompletedResult(const UUID& session,
     }
 }
 
+std::unordered_map<UUID, std::vector<std::string>> SQLiteJobStore::completedResultsBySession() {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(R"(SELECT session_id, COALESCE(CASE WHEN status='completed' THEN result END,
+  (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1))
+  FROM jobs WHERE kind='transcribe' AND
+  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id))
+  ORDER BY created_at,id)",
+                              {});
+    std::unordered_map<UUID, std::vector<std::string>> results;
+    while (row.step()) {
+        const auto session = UUID::parse(row.view(0));
+        if (session && !row.isNull(1)) results[*session].push_back(row.text(1));
+    }
+    return results;
+}
+
 std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jobStatsBySession() {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare("SELECT session_id,status,COUNT(*) FROM jobs GROUP BY session_id,status", {});

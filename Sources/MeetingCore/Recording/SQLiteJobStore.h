@@ -154,6 +154,9 @@ public:
     /// reading.
     void forEachCompletedResult(const UUID& session, const std::function<void(std::string_view)>& use);
 
+    /// The same for all sessions in one pass over the queue, which has no index by session.
+    std::unordered_map<UUID, std::vector<std::string>> completedResultsBySession();
+
     /// How many jobs are running under a lease that ended before now.
     std::int64_t expiredLeases(Date now);
 

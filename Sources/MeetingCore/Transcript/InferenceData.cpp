@@ -62,12 +62,14 @@ void sortByStart(std::vector<TranscriptSegment>& segments) {
 }
 
 /// Sets the document's raw segments and notes whether a result has version 2.
-void loadResults(TranscriptDocument& document, const UUID& session, SQLiteJobStore& database) {
+/// Takes over what `forEachResult` hands to its argument, text by text.
+template <class ForEachResult>
+void loadResults(TranscriptDocument& document, const ForEachResult& forEachResult) {
     // Memory not written to costs nothing but addresses, segments that move with every growth cost time.
     constexpr std::size_t growth = 8;
     json::reading::Parser parser;
     auto& segments = document.rawSegments;
-    database.forEachCompletedResult(session, [&](std::string_view text) {
+    forEachResult([&](std::string_view text) {
         auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags", parser);
         if (result.version != 1 && result.version != 2)
             throw MeetingError::invalidData("Unbekannte Transkriptversion.");
@@ -159,15 +161,34 @@ std::filesystem::path sessionDirectory(const std::filesystem::path& root, const 
     return root / "Meetings" / session.string();
 }
 
-TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
-                        FileManager& files) {
-    TranscriptDocument document;
-    loadResults(document, session, database);
+namespace {
+
+void complete(TranscriptDocument& document, const UUID& session, const std::filesystem::path& root,
+              FileManager& files) {
     const auto folder = sessionDirectory(root, session);
     document.diarization = loadDiarization(session, folder, files);
     document.edits =
         readOptional<TranscriptEdits>(folder / "transcript-edits.json", files).value_or(TranscriptEdits{});
     document.segments = TranscriptDocument::merge(document.rawSegments, document.diarization, document.edits);
+}
+
+}  // namespace
+
+TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
+                        FileManager& files) {
+    TranscriptDocument document;
+    loadResults(document, [&](const auto& use) { database.forEachCompletedResult(session, use); });
+    complete(document, session, root, files);
+    return document;
+}
+
+TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
+                        std::span<const std::string> results, FileManager& files) {
+    TranscriptDocument document;
+    loadResults(document, [&](const auto& use) {
+        for (const auto& result : results) use(result);
+    });
+    complete(document, session, root, files);
     return document;
 }
 

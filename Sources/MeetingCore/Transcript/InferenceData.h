@@ -112,6 +112,10 @@ std::filesystem::path sessionDirectory(const std::filesystem::path& root, const 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
                         FileManager& files = FileManager::system());
 
+/// The same from the session's completed speech results, which the caller has read from the job store.
+TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
+                        std::span<const std::string> results, FileManager& files = FileManager::system());
+
 /// Whether some meeting's diarization is not finished. Throws at the first diarization that cannot be read.
 bool hasUnfinishedDiarization(const std::filesystem::path& root, FileManager& files = FileManager::system());
 
