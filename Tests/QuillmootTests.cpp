@@ -167,7 +167,7 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"export Kundenportal", "Es fehlt: --format"}, {"export Kundenportal --format pdf", "Ungültiger Wert: pdf"},
         {"import --title A", "Es fehlt: --microphone oder --meeting"}, {"import --microphone", "Der Wert fehlt: --microphone"},
         {"import --microphone microphone.ogg --start gestern", "Ungültige Zeit: gestern"},
-        {"jobs Kundenportal weiter", "Unbekannte Aktion: weiter"}, {"retention bald", "Erwartet wird eine Zahl von Tagen"},
+        {"jobs Kundenportal weiter", "Ungültiger Wert: weiter"}, {"retention bald", "Erwartet wird eine Zahl von Tagen"},
         {"transcribe Kundenportal --engine true --jobs 0", "Erwartet wird eine Zahl von 1 bis 64: 0"},
     };
     const std::vector<std::pair<std::string, std::string>> failing{
