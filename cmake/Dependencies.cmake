@@ -2,6 +2,7 @@ find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(simdjson REQUIRED)
 find_package(SQLite3 REQUIRED)
+find_package(LibStemmer REQUIRED)
 find_package(LibUUID REQUIRED)
 find_package(Threads REQUIRED)
 

@@ -9,7 +9,7 @@ configure_package_config_file(cmake/MeetingCoreConfig.cmake.in ${PROJECT_BINARY_
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/MeetingCoreConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/MeetingCoreConfig.cmake ${PROJECT_BINARY_DIR}/MeetingCoreConfigVersion.cmake
-              cmake/FindLibUUID.cmake
+              cmake/FindLibStemmer.cmake cmake/FindLibUUID.cmake
         DESTINATION ${_package_dir} COMPONENT Development)
 install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package_dir} COMPONENT Development)
 

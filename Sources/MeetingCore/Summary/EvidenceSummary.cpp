@@ -17,7 +17,6 @@ namespace {
 constexpr std::size_t maximumPoints = 100;
 constexpr std::size_t maximumTextCharacters = 2000;
 constexpr std::size_t maximumQuotedSegments = 3;
-constexpr std::size_t maximumQuoteCharacters = 360;
 
 using TextByID = std::unordered_map<UUID, std::string_view>;
 

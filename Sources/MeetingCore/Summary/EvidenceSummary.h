@@ -29,6 +29,8 @@ inline constexpr auto json::fields<EvidenceBullet> =
 
 /// A meeting's summary. Nothing that a language model wrote is stored or shown unless `validate` accepts it.
 struct EvidenceSummary {
+    static constexpr std::size_t maximumQuoteCharacters = 360;
+
     std::vector<EvidenceBullet> overview;
     std::vector<EvidenceBullet> decisions;
     std::vector<EvidenceBullet> tasks;
