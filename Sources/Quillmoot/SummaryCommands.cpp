@@ -2,9 +2,12 @@
 #include <chrono>
 #include <future>
 
+#include "CommandDescription.h"
 #include "GermanText.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
+#include "MeetingCore/Summary/ExtractiveSummarizer.h"
 #include "MeetingCore/Summary/SummaryProcess.h"
+#include "MeetingCore/Summary/SummaryRun.h"
 #include "Models.h"
 #include "Program.h"
 #include "Report.h"
@@ -67,6 +70,7 @@ namespace {
 struct Values {
     std::string meeting;
     std::string models;
+    std::string engine;
     std::string worker;
     bool json = false;
 };
@@ -157,14 +161,38 @@ bool runWorker(Shell& shell, const SummaryProcess::Task& task) {
     return outcome.get();
 }
 
+/// Which engine is to work. Without a choice the model does where its file is intact, and the user is told.
+bool useModel(Shell& shell, const Values& values, const std::filesystem::path& models) {
+    if (!values.engine.empty()) return values.engine == "model";
+    try {
+        modelCatalog().verify("summary", models);
+        return true;
+    } catch (const MeetingError& error) {
+        shell.err().line("Ohne Sprachmodell (" + error.message() +
+                         "): Es werden Stellen des Transkripts ausgewählt.");
+        return false;
+    }
+}
+
 /// Works on one meeting's summary or title; false when the user stopped it.
 bool work(Shell& shell, DataFolder& folder, const Values& values, bool titleOnly) {
     const auto meeting = folder.meeting(values.meeting).id;
     const auto models = modelFolder(values.models, folder.root());
-    SummaryProcess::Task task{
-        .session = meeting, .root = folder.root(), .models = models, .titleOnly = titleOnly};
-    if (!values.worker.empty()) task.program = values.worker;
-    return runWorker(shell, task);
+    if (useModel(shell, values, models)) {
+        SummaryProcess::Task task{
+            .session = meeting, .root = folder.root(), .models = models, .titleOnly = titleOnly};
+        if (!values.worker.empty()) task.program = values.worker;
+        return runWorker(shell, task);
+    }
+    const SummaryRun run(meeting, folder.root());
+    const ExtractiveSummarizer summarizer;
+    if (titleOnly) {
+        run.requireCompleteForTitle();
+        run.writeTitle(summarizer.title(run.document()));
+    } else {
+        run.writeSummary(summarizer.summarize(run.document()), std::nullopt);
+    }
+    return true;
 }
 
 int stoppedByUser(Shell& shell) {
@@ -222,6 +250,8 @@ void addSummaryCommands(CLI::App& app, Shell& shell) {
         return command;
     };
     const auto withEngine = [&](CLI::App& command) {
+        oneOf(command.add_option("--engine", values->engine, "Das Sprachmodell, oder Stellen des Transkripts"),
+              {"model", "extractive"});
         command.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
         command.add_option("--worker", values->worker, "Der SummaryWorker, sonst der neben quillmoot")
             ->type_name("PROGRAMM");

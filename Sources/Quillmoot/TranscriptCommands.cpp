@@ -353,7 +353,8 @@ void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
     captions.add_option("MEETING", values->meeting, meetingText)->required();
     captions.add_option("DATEI", values->file, "WebVTT, SubRip, JSON von whisper.cpp oder WhisperX")
         ->required();
-    oneOf(captions.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"})->required();
+    oneOf(captions.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"})
+        ->required();
     captions.add_flag("--replace", values->replace, "Ersetzt, was auf der Tonspur schon erkannt ist");
 
     auto& turns = addCommand(speakers, shell, "import", "Übernimmt, wer wann spricht",
