@@ -47,6 +47,7 @@ Meetings von der Tondatei bis zur Zusammenfassung mit Belegen, ohne Netz. Alle M
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libmeetingcore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libglib2.0-dev, libicu-dev, libsimdjson-dev, libsqlite3-dev, libssl-dev, pkg-config, uuid-dev")
+    "libglib2.0-dev, libicu-dev, libsimdjson-dev, libsqlite3-dev, libssl-dev, libstemmer-dev, \
+pkg-config, uuid-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "The static library MeetingCore, its headers and its CMake package.")
 include(CPack)

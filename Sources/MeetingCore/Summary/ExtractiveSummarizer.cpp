@@ -221,8 +221,23 @@ std::vector<RawBullet> chosen(Reading& reading, std::vector<Finding> findings, s
         return std::pair(a.segments, a.sentence) < std::pair(b.segments, b.sentence);
     });
     std::vector<RawBullet> bullets;
+    bullets.reserve(kept.size());
     for (const auto& finding : kept) bullets.push_back(bulletOf(reading, finding));
     return bullets;
+}
+
+/// The segment with the next or last one where the same person goes on; none where a quote would be empty.
+std::vector<std::uint32_t> sameBreath(const Reading& reading, std::uint32_t segment) {
+    const auto& speakers = reading.speakers;
+    std::vector<std::uint32_t> cited{segment};
+    if (speakers[segment] != 0 && segment + 1 < speakers.size() && speakers[segment + 1] == speakers[segment]) {
+        cited.push_back(segment + 1);
+    } else if (speakers[segment] != 0 && segment > 0 && speakers[segment - 1] == speakers[segment]) {
+        cited.insert(cited.begin(), segment - 1);
+    }
+    if (!reading.quotable(cited)) cited = {segment};
+    if (!reading.quotable(cited)) cited.clear();
+    return cited;
 }
 
 /// The most central sentences, each from another part of the meeting: one topic talked over at length would
@@ -253,17 +268,8 @@ std::vector<RawBullet> overviewOf(Reading& reading, const std::vector<Finding>& 
         }
         if (begin == end || telling(best) <= 0) continue;
         const auto segment = sentences[best].segment;
-        std::vector<std::uint32_t> cited{segment};
-        const auto continues = [&](std::uint32_t other) {
-            return reading.speakers[other] == reading.speakers[segment] && reading.speakers[segment] != 0;
-        };
-        if (segment + 1 < segments.size() && continues(segment + 1)) {
-            cited.push_back(segment + 1);
-        } else if (segment > 0 && continues(segment - 1)) {
-            cited.insert(cited.begin(), segment - 1);
-        }
-        if (!reading.quotable(cited)) cited = {segment};
-        if (!reading.quotable(cited)) continue;
+        const auto cited = sameBreath(reading, segment);
+        if (cited.empty()) continue;
         bullets.push_back(bulletOf(
             reading, {Finding::Kind::decision, static_cast<std::uint32_t>(best), segment, cited, 0, {}}));
     }
@@ -310,6 +316,7 @@ std::vector<std::string> termsOf(Reading& reading) {
         }
     }
     std::vector<const Term*> order;
+    order.reserve(terms.size());
     for (const auto& [stem, term] : terms) order.push_back(&term);
     std::stable_sort(order.begin(), order.end(), [](auto a, auto b) { return a->score > b->score; });
     std::vector<std::string> chosen;
@@ -325,6 +332,7 @@ std::vector<std::string> termsOf(Reading& reading) {
 MeetingSummary plain(const EvidenceSummary& summary) {
     const auto items = [](const std::vector<EvidenceBullet>& bullets) {
         std::vector<MeetingSummary::EvidenceItem> list;
+        list.reserve(bullets.size());
         for (const auto& bullet : bullets) {
             list.push_back({bullet.text, bullet.sourceSegmentIDs, bullet.owner, bullet.dueDate});
         }

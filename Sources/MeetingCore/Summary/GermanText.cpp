@@ -273,7 +273,6 @@ private:
                                static_cast<std::uint32_t>(end), clause_});
         clause_ = false;
         wordBegin_ = none;
-        lastEnd_ = end;
         if (to_.tokens_.size() - first_ >= maximumSentenceWords) finishSentence(end);
     }
 
@@ -293,7 +292,6 @@ private:
     std::uint32_t segment_;
     std::size_t at_ = 0;
     std::size_t wordBegin_ = none;
-    std::size_t lastEnd_ = 0;
     std::size_t begin_ = none;
     std::uint32_t first_ = 0;
     bool question_ = false;

@@ -10,9 +10,9 @@ namespace meetingcore {
 namespace {
 
 constexpr std::size_t fewestStems = 3;
-constexpr std::size_t linkingStems = 8;  ///< the rarest of a sentence, by which it finds others
-constexpr std::size_t reach = 12;        ///< sentences before and behind that one stem leads to
-constexpr std::size_t mostLinks = 16;    ///< kept for each sentence
+constexpr std::size_t linkingStems = 8;  ///< the rarest of a segment, by which it finds others
+constexpr std::size_t reach = 12;        ///< segments before and behind that one stem leads to
+constexpr std::size_t mostLinks = 16;    ///< kept for each segment
 constexpr double weakestLink = 0.08;
 constexpr double damping = 0.85;
 constexpr int rounds = 25;
@@ -71,7 +71,7 @@ public:
     }
 
 private:
-    /// Vectors of length 1, the weight of a stem falling with the number of sentences that have it.
+    /// Vectors of length 1, the weight of a stem falling with the number of segments that have it.
     void weigh() {
         for (auto& vector : vectors_) {
             double squares = 0;
@@ -142,9 +142,9 @@ private:
         return sum;
     }
 
-    std::vector<std::vector<std::uint32_t>> places_;  ///< by stem: the sentences that have it, ascending
-    std::vector<std::vector<Weighted>> vectors_;      ///< by sentence: its stems, ascending
-    std::vector<std::vector<Weighted>> links_;        ///< by sentence; the weights add up to 1
+    std::vector<std::vector<std::uint32_t>> places_;  ///< by stem: the segments that have it, ascending
+    std::vector<std::vector<Weighted>> vectors_;      ///< by segment: its stems, ascending
+    std::vector<std::vector<Weighted>> links_;        ///< by segment; the weights add up to 1
 };
 
 }  // namespace

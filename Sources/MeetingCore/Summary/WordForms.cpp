@@ -79,21 +79,18 @@ bool isStem(std::string_view stem) { return doingVerbs.contains(stem); }
 
 /// Whether the word is such a verb with one of the endings, divided by blanks ("-" for none).
 bool isDoing(std::string_view word, std::string_view endings) {
-    for (const auto ending : text::words(endings)) {
+    const auto list = text::words(endings);
+    return std::any_of(list.begin(), list.end(), [&](auto ending) {
         const auto tail = ending == "-" ? std::string_view() : ending;
-        if (word.size() > tail.size() + 1 && word.ends_with(tail) &&
-            isStem(word.substr(0, word.size() - tail.size())))
-            return true;
-    }
-    return false;
+        return word.size() > tail.size() + 1 && word.ends_with(tail) &&
+               isStem(word.substr(0, word.size() - tail.size()));
+    });
 }
 
 bool isInfinitive(std::string_view word) {
-    if (isDoing(word, "en n")) return true;
-    for (const auto particle : particles) {
-        if (word.starts_with(particle) && isDoing(word.substr(particle.size()), "en n")) return true;
-    }
-    return false;
+    return isDoing(word, "en n") || std::any_of(particles.begin(), particles.end(), [&](auto particle) {
+               return word.starts_with(particle) && isDoing(word.substr(particle.size()), "en n");
+           });
 }
 
 const WordSet weekdays(
