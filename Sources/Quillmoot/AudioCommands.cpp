@@ -175,6 +175,13 @@ int archive(Shell& shell, const Values& values) {
     return done;
 }
 
+void moveToTrash(const UUID& meeting, OpenLibrary& open) {
+    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), moveToSystemTrash);
+    open.change(meeting, [](MeetingEntry& entry) { entry.chunkCount = 0; });
+    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
+                                TranscriptStorage::sessionDirectory(open.root(), meeting));
+}
+
 int removeAudio(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
     const auto& meeting = open.meeting(values.meeting);
@@ -188,10 +195,7 @@ int removeAudio(Shell& shell, const Values& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
-    AudioRemoval::moveToTrash(id, open.root(), open.jobs(), moveToSystemTrash);
-    open.change(id, [](MeetingEntry& entry) { entry.chunkCount = 0; });
-    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
-                                TranscriptStorage::sessionDirectory(open.root(), id));
+    moveToTrash(id, open);
     shell.err().line("Das Audio liegt im Papierkorb. Transkript und Zusammenfassung bleiben.");
     return done;
 }
@@ -208,8 +212,7 @@ int applyRetention(Shell& shell) {
             !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
             continue;
         }
-        AudioRemoval::moveToTrash(meeting.id, open.root(), open.jobs(), moveToSystemTrash);
-        open.change(meeting.id, [](MeetingEntry& entry) { entry.chunkCount = 0; });
+        moveToTrash(meeting.id, open);
         shell.out().line("Audio entfernt: " + meeting.title);
     }
     return done;

@@ -105,17 +105,16 @@ std::string_view markOf(LibraryCheck::Severity severity) {
 
 int doctor(Shell& shell, const Values& values) {
     const auto root = shell.root();
-    std::optional<OpenLibrary> held;
-    std::optional<WorkerLock> inference;
     LibraryCheck::Options options;
+    // A broken library is what is to be found out, so it is not opened; only the locks matter here.
+    std::optional<WorkerLock> application;
+    std::optional<WorkerLock> inference;
     if (values.repair) {
         if (!fs::is_directory(root)) DataFolder{root};  // says what is missing
-        // A broken library is what is to be found out; only the locks matter here.
+        application.emplace(root, WorkerLock::Purpose::application);
         inference.emplace(root, WorkerLock::Purpose::inference);
         options.repair = moveToSystemTrash;
     }
-    std::optional<WorkerLock> application;
-    if (values.repair) application.emplace(root, WorkerLock::Purpose::application);
     if (const auto models = modelFolder(values.models, root); fs::is_directory(models)) options.models = models;
     const auto findings = LibraryCheck::run(root, modelCatalog(), options, Date::now());
     const bool broken = std::ranges::any_of(
@@ -124,9 +123,8 @@ int doctor(Shell& shell, const Values& values) {
         shell.writeJSON(findings);
     } else {
         for (const auto& finding : findings) {
-            shell.out().wrapped(
-                shell.out().inked(markOf(finding.severity), inkOf(finding.severity)) + finding.topic + ": ",
-                finding.text);
+            shell.out().wrapped(std::string(markOf(finding.severity)) + finding.topic + ": ", finding.text,
+                                Ink::plain, inkOf(finding.severity));
         }
     }
     return broken ? failed : done;

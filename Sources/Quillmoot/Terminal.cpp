@@ -180,11 +180,11 @@ void Terminal::heading(std::string_view whole) {
     line(whole, Ink::bold);
 }
 
-void Terminal::wrapped(std::string_view first, std::string_view whole, Ink ink) {
+void Terminal::wrapped(std::string_view first, std::string_view whole, Ink ink, Ink firstInk) {
     std::vector<Word> words;
     const auto sound = printable(whole);
     for (const auto word : text::words(sound)) words.push_back({inked(word, ink), columnsOf(word)});
-    fill(first, words);
+    fill(first, words, firstInk);
 }
 
 void Terminal::highlighted(std::string_view first, std::string_view whole,
@@ -225,9 +225,9 @@ void Terminal::highlighted(std::string_view first, std::string_view whole,
     fill(first, words);
 }
 
-void Terminal::fill(std::string_view first, const std::vector<Word>& words) {
+void Terminal::fill(std::string_view first, const std::vector<Word>& words, Ink firstInk) {
     const auto indent = columnsOf(first);
-    out_ << first;
+    out_ << inked(first, firstInk);
     auto used = indent;
     for (const auto& word : words) {
         if (used > indent && style_.columns > 0 && used + 1 + word.columns > style_.columns) {

@@ -46,7 +46,8 @@ public:
     void heading(std::string_view text);
 
     /// A paragraph, broken between words; its first line begins with `first`, the others with as many blanks.
-    void wrapped(std::string_view first, std::string_view text, Ink ink = Ink::plain);
+    void wrapped(std::string_view first, std::string_view text, Ink ink = Ink::plain,
+                 Ink firstInk = Ink::plain);
 
     /// The same with some characters of the text set off.
     void highlighted(std::string_view first, std::string_view text,
@@ -66,7 +67,7 @@ private:
         std::size_t columns;
     };
 
-    void fill(std::string_view first, const std::vector<Word>& words);
+    void fill(std::string_view first, const std::vector<Word>& words, Ink firstInk = Ink::plain);
 
     std::ostream& out_;
     Style style_;

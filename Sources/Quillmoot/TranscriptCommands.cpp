@@ -178,13 +178,13 @@ AudioSource trackOf(const std::string& name) {
 }
 
 int importTranscript(Shell& shell, const Values& values) {
-    auto folder = shell.folder();
-    const auto meeting = folder.meeting(values.meeting).id;
+    auto open = shell.openLibrary();
+    const auto meeting = open.meeting(values.meeting).id;
     const auto file = CaptionFile::read(values.file);
     const auto existing =
         values.replace ? TranscriptIntake::Existing::replace : TranscriptIntake::Existing::refuse;
     const auto report =
-        TranscriptIntake::take(meeting, trackOf(values.source), file, folder.root(), folder.jobs(), existing);
+        TranscriptIntake::take(meeting, trackOf(values.source), file, open.root(), open.jobs(), existing);
     shell.err().line(countOf(report.segments, "Segment", "Segmente") + " in " +
                      countOf(report.windows, "Abschnitt", "Abschnitten") + " übernommen.");
     return done;
@@ -289,7 +289,17 @@ int transcribe(Shell& shell, const Values& values) {
         shell.err().line("Mit „quillmoot jobs " + values.meeting +
                          " retry“ wird Fehlgeschlagenes wieder offen.");
     }
-    return report.progress.failed == 0 && report.pending == 0 ? done : failed;
+    if (report.elsewhere > 0) {
+        shell.err().line(
+            countOf(static_cast<std::size_t>(report.elsewhere), "Abschnitt ist", "Abschnitte sind") +
+            " bei einem anderen Programm in Arbeit.");
+    }
+    const bool complete = report.progress.failed == 0 && report.pending == 0;
+    if (complete && folder.transcript(meeting).diarizationPending()) {
+        shell.err().line(
+            "Es fehlen noch die Sprecher: „quillmoot speakers import“ oder „quillmoot speakers none“.");
+    }
+    return complete ? done : failed;
 }
 
 std::string rendered(const Values& values, const ExportedMeeting& meeting) {
