@@ -9,6 +9,7 @@ namespace meetingcore {
 class StopRequest {
 public:
     StopRequest() = default;
+    ~StopRequest() = default;
     StopRequest(const StopRequest&) = delete;
     StopRequest& operator=(const StopRequest&) = delete;
 
