@@ -172,14 +172,14 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
     };
     const std::vector<std::pair<std::string, std::string>> failing{
         {"show Budget", "Kein Meeting passt zu „Budget“."}, {"--root /fehlt list", "Es gibt keinen Datenordner unter /fehlt."},
-        {"import --microphone fehlt.wav", "„fehlt.wav“ ist keine lesbare Audiodatei"},
+        {"import --microphone fehlt.wav", "„fehlt.wav“ gibt es nicht."},
         {"import --microphone meeting.vtt", "„meeting.vtt“ ist keine lesbare Audiodatei"},
         {"import --microphone microphone.ogg --meeting meeting.mp3", "Diese Aufnahme ist schon in der Bibliothek: „Kundenportal“"},
         {"transcript import Kundenportal --source meeting speakers.rttm", "speakers.rttm"},
         {"speakers import Kundenportal microphone.vtt", "microphone.vtt"}, {"correct Kundenportal 1 Text", "Kein Segment"},
         {"summarize Kundenportal", "Sprachverarbeitung muss zuerst vollständig abgeschlossen sein."},
         {"retention 99999", "36500"}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
-        {"rename Kundenportal ' '", "Ungültige Bibliotheksdaten."}, {"export Kundenportal --format srt", "Transkription"},
+        {"rename Kundenportal ' '", "Der Titel darf nicht leer sein."}, {"export Kundenportal --format srt", "Transkription"},
     };
     // clang-format on
     for (const auto& [call, message] : wrong) {
@@ -198,7 +198,8 @@ TEST_F(Quillmoot, GivesProgramsTheSameKeysEveryTime) {
         "Kunde && "
         "quillmoot fields set Kundenportal kunde Wettermann && quillmoot participants Kundenportal --add 'Jana "
         " Keller' "
-        "--add Thomas && quillmoot participants Kundenportal --remove thomas && quillmoot note Kundenportal 'Erste Runde' && quillmoot pin "
+        "--add Thomas && quillmoot participants Kundenportal --remove thomas && quillmoot note Kundenportal "
+        "'Erste Runde' && quillmoot pin "
         "Kundenportal && "
         "quillmoot retention 30 && quillmoot instructions Kundenportal --hint Kurz");
     // clang-format off
@@ -303,6 +304,17 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     EXPECT_THAT(out("quillmoot doctor --repair"),
                 HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs entfernt."));
     EXPECT_FALSE(fs::exists(root() / ".library.json.123.tmp"));
+    // Recordings without a library come back, under their manifests' titles.
+    fs::rename(root() / "library.json", here() / "verloren.json");
+    EXPECT_THAT(out("quillmoot doctor"), HasSubstr("1 Meeting fehlt in der Bibliothek"));
+    EXPECT_THAT(out("quillmoot doctor --repair && quillmoot list"), HasSubstr("Kundenportal"));
+    // A damaged file is taken as far as it goes, and not in silence; a device is written to and not replaced.
+    out("python3 -c \"import wave; w=wave.open('lang.wav','wb'); w.setnchannels(1); w.setsampwidth(2); "
+        "w.setframerate(16000); w.writeframes(bytes(2*16000*60))\" && head -c 30000 microphone.ogg >kurz.ogg "
+        "&& "
+        "mkfifo rohr && (cat rohr >aus &) && quillmoot export Kundenportal --format text -o rohr && test -p "
+        "rohr");
+    EXPECT_THAT(sh("quillmoot import --title Kurz --microphone kurz.ogg").err, HasSubstr("bricht ab"));
     writeFile(root() / "library.json", "{");
     EXPECT_THAT(err("quillmoot list"), HasSubstr("„library.json“"));
     const auto findings = sh("quillmoot doctor");

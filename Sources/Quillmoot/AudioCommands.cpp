@@ -72,6 +72,10 @@ Date parseTime(const std::string& text) {
         if (rest != nullptr) break;
     }
     if (rest == nullptr) throw UsageError("Ungültige Zeit: " + text + " (etwa 2026-03-14 09:30)");
+    const auto day = time.tm_mday;
+    std::tm checked = time;
+    static_cast<void>(::timegm(&checked));  // puts the 31st of February into March
+    if (checked.tm_mday != day || time.tm_year < 0) throw UsageError("Ungültige Zeit: " + text);
     if (*rest == '\0') {
         time.tm_isdst = -1;
         return Date::since1970(static_cast<double>(std::mktime(&time)));
@@ -140,10 +144,19 @@ int importAudio(Shell& shell, const Values& values) {
         recording, open.root(), open.library(), open.jobs(), [&](AudioSource track, double seconds) {
             if (track != current) before = inputs.front().file->seconds();
             current = track;
-            bar.show((before + seconds) / total, std::string(trackName(track)) + " " + lengthOf(seconds));
+            bar.show(total > 0 ? (before + seconds) / total : 0,
+                     std::string(trackName(track)) + " " + lengthOf(seconds));
             return !stop.requested();
         });
     bar.clear();
+    for (const auto& input : inputs) {
+        if (outcome == RecordingImport::Outcome::finished && input.file->isCutOff()) {
+            shell.err().line(
+                std::string(trackName(input.source)) +
+                    ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde aufgenommen.",
+                Ink::yellow);
+        }
+    }
     if (outcome == RecordingImport::Outcome::stopped) {
         shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);
         return failed;
@@ -177,18 +190,18 @@ int archive(Shell& shell, const Values& values) {
 
 void moveToTrash(const UUID& meeting, OpenLibrary& open) {
     AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), moveToSystemTrash);
-    open.change(meeting, [](MeetingEntry& entry) { entry.chunkCount = 0; });
+    // Whoever has the library open for changes knows that nothing is being recorded.
+    open.change(meeting, [](MeetingEntry& entry) {
+        entry.chunkCount = 0;
+        if (entry.state != "completed") entry.state = "interrupted";
+    });
     MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
                                 TranscriptStorage::sessionDirectory(open.root(), meeting));
 }
 
 int removeAudio(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
-    const auto& meeting = open.meeting(values.meeting);
-    if (meeting.state != "completed" && meeting.state != "interrupted") {
-        throw MeetingError::invalidData("Das Meeting wird noch aufgenommen.");
-    }
-    const auto id = meeting.id;
+    const auto id = open.meeting(values.meeting).id;
     const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(id).chunks;
     if (!values.yes && !AudioRetentionPolicy::fullyProcessed(id, open.root(), open.jobs(), chunks)) {
         throw MeetingError::invalidData(

@@ -44,7 +44,8 @@ struct AudioFile::Decoder {
     std::unique_ptr<SRC_STATE, CloseConverter> converter;
     std::vector<float> frames;  ///< as read, interleaved
     std::vector<float> mono;    ///< averaged, to be converted
-    std::size_t used = 0;       ///< of `mono`
+    sf_count_t framesRead = 0;
+    std::size_t used = 0;  ///< of `mono`
     bool atEnd = false;
 
     /// Whether the samples can be taken as they are.
@@ -57,6 +58,7 @@ struct AudioFile::Decoder {
     void refill() {
         if (atEnd || used < mono.size()) return;
         const auto count = sf_readf_float(file.get(), frames.data(), blockFrames);
+        framesRead += count;
         atEnd = count < blockFrames;
         mono.resize(static_cast<std::size_t>(count));
         used = 0;
@@ -73,6 +75,15 @@ struct AudioFile::Decoder {
 AudioFile::AudioFile(std::filesystem::path file)
     : file_(std::move(file)), decoder_(std::make_unique<Decoder>()) {
     auto& decoder = *decoder_;
+    std::error_code unknown;
+    const auto kind = std::filesystem::status(file_, unknown).type();
+    if (kind == std::filesystem::file_type::not_found) {
+        throw MeetingError::storage(quotedName(file_) + " gibt es nicht.");
+    }
+    // Reading stops and starts again at the beginning, and a pipe without a writer would block for ever.
+    if (kind != std::filesystem::file_type::regular) {
+        throw MeetingError::storage(quotedName(file_) + " ist keine gewöhnliche Datei.");
+    }
     decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
     if (decoder.file == nullptr) throw unreadable(file_, sf_strerror(nullptr));
     const auto& info = decoder.info;
@@ -94,14 +105,26 @@ AudioFile::AudioFile(std::filesystem::path file)
 AudioFile::~AudioFile() = default;
 
 double AudioFile::seconds() const {
+    if (decoder_->info.frames == SF_COUNT_MAX) return 0;
     return static_cast<double>(decoder_->info.frames) / static_cast<double>(decoder_->info.samplerate);
+}
+
+bool AudioFile::isCutOff() const {
+    constexpr sf_count_t estimateSeconds = 3;  // the headers of some sound files promise a little too much
+    const auto& decoder = *decoder_;
+    const auto missing = decoder.info.frames == SF_COUNT_MAX ? 0 : decoder.info.frames - decoder.framesRead;
+    const auto allowed =
+        std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
+    return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed;
 }
 
 std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
     auto& decoder = *decoder_;
     if (decoder.isExact()) {
-        return static_cast<std::size_t>(
-            sf_readf_short(decoder.file.get(), buffer.data(), static_cast<sf_count_t>(buffer.size())));
+        const auto count =
+            sf_readf_short(decoder.file.get(), buffer.data(), static_cast<sf_count_t>(buffer.size()));
+        decoder.framesRead += count;
+        return static_cast<std::size_t>(count);
     }
     std::vector<float> converted(buffer.size());
     std::size_t filled = 0;

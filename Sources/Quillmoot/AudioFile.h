@@ -21,8 +21,11 @@ public:
 
     std::size_t read(std::span<std::int16_t> buffer) override;
 
-    /// Length as the file's header gives it.
+    /// Length as the file's header gives it; 0 where it does not know.
     double seconds() const;
+
+    /// Once all is read: whether the file breaks off before the end that its header announces, or is damaged.
+    bool isCutOff() const;
 
     /// What tells this content from another one: size and a digest over the file's beginning and end.
     std::string description() const;

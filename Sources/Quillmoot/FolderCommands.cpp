@@ -54,6 +54,12 @@ struct Values {
     bool json = false;
 };
 
+/// Also false where that cannot be told.
+bool isFolder(const fs::path& path) {
+    std::error_code unknown;
+    return fs::is_directory(path, unknown);
+}
+
 int dataFolder(Shell& shell, const Values& values) {
     auto defaults = UserDefaults::standard();
     if (!values.path.empty()) {
@@ -62,7 +68,7 @@ int dataFolder(Shell& shell, const Values& values) {
         DataDirectoryPreference::select(wanted, defaults);
     }
     const auto root = shell.root();
-    const FolderRow row{root.string(), fs::is_directory(root), root == DataDirectoryPreference::defaultRoot()};
+    const FolderRow row{root.string(), isFolder(root), root == DataDirectoryPreference::defaultRoot()};
     if (values.json) {
         shell.writeJSON(row);
     } else {
@@ -110,12 +116,12 @@ int doctor(Shell& shell, const Values& values) {
     std::optional<WorkerLock> application;
     std::optional<WorkerLock> inference;
     if (values.repair) {
-        if (!fs::is_directory(root)) DataFolder{root};  // says what is missing
+        if (!isFolder(root)) DataFolder{root};  // says what is missing
         application.emplace(root, WorkerLock::Purpose::application);
         inference.emplace(root, WorkerLock::Purpose::inference);
         options.repair = moveToSystemTrash;
     }
-    if (const auto models = modelFolder(values.models, root); fs::is_directory(models)) options.models = models;
+    options.models = modelFolder(values.models, root);
     const auto findings = LibraryCheck::run(root, modelCatalog(), options, Date::now());
     const bool broken = std::ranges::any_of(
         findings, [](const auto& finding) { return finding.severity == LibraryCheck::Severity::error; });

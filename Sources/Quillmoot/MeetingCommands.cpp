@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 
 #include "GermanText.h"
 #include "MeetingCore/Platform/Folding.h"
@@ -58,10 +59,18 @@ auto named(List& list, const std::string& name, const std::string& what) {
     return found;
 }
 
+/// The trimmed name; throws where nothing is left.
+std::string nameOf(const std::string& typed, const char* what) {
+    const auto name = text::trimmed(typed);
+    if (name.empty()) throw MeetingError::invalidData(std::string(what) + " darf nicht leer sein.");
+    return std::string(name);
+}
+
 int rename(Shell& shell, const Values& values) {
+    const auto title = nameOf(values.name, "Der Titel");
     auto open = shell.openLibrary();
     open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) {
-        entry.title = text::trimmed(values.name);
+        entry.title = title;
         entry.automaticTitlePending = false;
     });
     return done;
@@ -73,6 +82,12 @@ int pin(Shell& shell, const Values& values) {
     return done;
 }
 
+/// Each line of the text as a paragraph of its own.
+void writeLines(Terminal& out, const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) out.wrapped("", line);
+}
+
 int note(Shell& shell, const Values& values) {
     if (!values.text) {
         auto folder = shell.folder();
@@ -80,7 +95,7 @@ int note(Shell& shell, const Values& values) {
         if (values.json) {
             shell.writeJSON(notes);
         } else if (!notes.empty()) {
-            shell.out().wrapped("", notes);
+            writeLines(shell.out(), notes);
         }
         return done;
     }
@@ -112,19 +127,20 @@ int listProjects(Shell& shell, const Values& values) {
 }
 
 int addProject(Shell& shell, const Values& values) {
+    const auto name = nameOf(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         const auto exists = [&](const MeetingProject& project) { return sameName(project.name, values.name); };
         if (std::ranges::any_of(library.projects, exists)) {
             throw MeetingError::invalidData("Ein Projekt „" + values.name + "“ gibt es schon.");
         }
-        library.projects.push_back({UUID::random(), std::string(text::trimmed(values.name))});
+        library.projects.push_back({UUID::random(), name});
     });
     return done;
 }
 
 int renameProject(Shell& shell, const Values& values) {
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
-        named(library.projects, values.name, "Ein Projekt")->name = text::trimmed(values.newName);
+        named(library.projects, values.name, "Ein Projekt")->name = nameOf(values.newName, "Der Name");
     });
     return done;
 }
@@ -235,9 +251,9 @@ int instructions(Shell& shell, const Values& values, const std::optional<std::st
         return done;
     }
     shell.out().heading("Vorgaben");
-    shell.out().wrapped("", wishes.basePrompt);
+    writeLines(shell.out(), wishes.basePrompt);
     shell.out().heading("Hinweise zu diesem Meeting");
-    shell.out().wrapped("", wishes.meetingPrompt.empty() ? "keine" : wishes.meetingPrompt);
+    writeLines(shell.out(), wishes.meetingPrompt.empty() ? "keine" : wishes.meetingPrompt);
     return done;
 }
 

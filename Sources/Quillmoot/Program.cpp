@@ -83,7 +83,9 @@ int parseAndRun(CLI::App& app, Shell& shell, std::span<char*> arguments) {
     } catch (const UsageError& error) {
         return wrongly(app, shell, error.what());
     } catch (const MeetingError& error) {
-        return fail(shell, error.message());
+        // What SQLite itself says is in English.
+        const bool database = error.kind() == MeetingError::Kind::database;
+        return fail(shell, (database ? "Datenbank: " : "") + error.message());
     } catch (const std::bad_alloc&) {
         return fail(shell, "Der Arbeitsspeicher reicht nicht aus.");
     } catch (const std::exception& error) {

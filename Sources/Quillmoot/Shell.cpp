@@ -19,12 +19,23 @@ StopRequest interrupted;
 }  // namespace
 
 DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
-    if (!fs::is_directory(root_)) {
+    std::error_code unknown;
+    if (fs::exists(root_, unknown) && !fs::is_directory(root_, unknown)) {
+        throw MeetingError::notConfigured(root_.string() + " ist kein Ordner.");
+    }
+    if (!fs::is_directory(root_, unknown)) {
         throw MeetingError::notConfigured(
             "Es gibt keinen Datenordner unter " + root_.string() +
             ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
             "einen anderen.");
     }
+}
+
+/// Reading leaves a folder that is none of ours as it is.
+void DataFolder::requireData() const {
+    if (pathExists(root_ / "library.json") || pathExists(root_ / "quillmoot.sqlite") || fs::is_empty(root_))
+        return;
+    throw MeetingError::notConfigured(root_.string() + " ist kein Datenordner.");
 }
 
 const LibrarySnapshot& DataFolder::library() {
@@ -36,7 +47,10 @@ const LibrarySnapshot& DataFolder::library() {
 }
 
 SQLiteJobStore& DataFolder::jobs() {
-    if (jobs_ == nullptr) jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    if (jobs_ == nullptr) {
+        requireData();
+        jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    }
     return *jobs_;
 }
 

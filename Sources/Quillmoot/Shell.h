@@ -47,6 +47,8 @@ public:
     }
 
 private:
+    void requireData() const;
+
     std::filesystem::path root_;
     std::optional<LibrarySnapshot> library_;
     std::unique_ptr<SQLiteJobStore> jobs_;

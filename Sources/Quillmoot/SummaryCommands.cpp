@@ -203,6 +203,9 @@ int stoppedByUser(Shell& shell) {
 int summarize(Shell& shell, const Values& values) {
     auto folder = shell.folder();
     if (!work(shell, folder, values, false)) return stoppedByUser(shell);
+    if (!folder.summary(folder.meeting(values.meeting).id)) {
+        throw MeetingError::storage("Die Zusammenfassung wurde nicht gespeichert.");
+    }
     return showSummary(shell, values.meeting, values.json);
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <fstream>
 #include <map>
 
 #include "CommandDescription.h"
@@ -8,12 +9,14 @@
 #include "MeetingCore/Library/SpeakerIntake.h"
 #include "MeetingCore/Library/TranscriptIntake.h"
 #include "MeetingCore/Library/TranscriptionRun.h"
+#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/HTMLExport.h"
 #include "MeetingCore/Presentation/JSONExport.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "MeetingCore/Presentation/TranscriptLayout.h"
 #include "MeetingCore/Presentation/Wording.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Program.h"
@@ -255,9 +258,24 @@ int speakers(Shell& shell, const Values& values) {
     return done;
 }
 
+/// Makes the jobs that are missing: an import that was cut off has chunks, but no jobs yet.
+void planWindows(const UUID& meeting, DataFolder& folder) {
+    const auto chunks = DurableChunkStore(folder.root() / "Meetings").recover(meeting).chunks;
+    if (chunks.empty() && folder.jobs().jobs(meeting).empty()) {
+        throw MeetingError::invalidData("Das Meeting hat kein Audio.");
+    }
+    WorkScheduler::enqueue(chunks, folder.jobs(), true);
+}
+
 int transcribe(Shell& shell, const Values& values) {
     auto folder = shell.folder();
-    const auto meeting = folder.meeting(values.meeting).id;
+    const auto& entry = folder.meeting(values.meeting);
+    if (entry.state != "completed" && entry.state != "interrupted") {
+        throw MeetingError::invalidData(
+            "Das Meeting wird noch aufgenommen. Nach einem Absturz hilft „quillmoot doctor --repair“.");
+    }
+    const auto meeting = entry.id;
+    planWindows(meeting, folder);
     const auto& stop = stopOnInterrupt();
     CommandTranscriber engine(values.engine, folder.root(), std::chrono::seconds(values.timeout));
     auto bar = shell.progress();
@@ -294,7 +312,7 @@ int transcribe(Shell& shell, const Values& values) {
             countOf(static_cast<std::size_t>(report.elsewhere), "Abschnitt ist", "Abschnitte sind") +
             " bei einem anderen Programm in Arbeit.");
     }
-    const bool complete = report.progress.failed == 0 && report.pending == 0;
+    const bool complete = report.progress.failed == 0 && report.pending == 0 && report.elsewhere == 0;
     if (complete && folder.transcript(meeting).diarizationPending()) {
         shell.err().line(
             "Es fehlen noch die Sprecher: „quillmoot speakers import“ oder „quillmoot speakers none“.");
@@ -324,6 +342,25 @@ std::string rendered(const Values& values, const ExportedMeeting& meeting) {
                            : SubtitleExport::subRip(*meeting.transcript);
 }
 
+/// Replaces a file as a whole. What is no file, a device or a pipe, is written to and never replaced.
+void writeTo(fs::path target, const std::string& text) {
+    std::error_code unknown;
+    const auto kind = fs::status(target, unknown).type();
+    if (kind == fs::file_type::directory) throw MeetingError::storage(quotedName(target) + " ist ein Ordner.");
+    if (kind != fs::file_type::not_found && kind != fs::file_type::regular) {
+        std::ofstream stream(target, std::ios::binary);
+        if (!(stream << text << std::flush)) {
+            throw MeetingError::storage(quotedName(target) + " konnte nicht geschrieben werden.");
+        }
+        return;
+    }
+    if (!fs::is_directory(target.parent_path(), unknown)) {
+        throw MeetingError::storage("Den Ordner " + target.parent_path().string() + " gibt es nicht.");
+    }
+    if (fs::is_symlink(target, unknown)) target = fs::weakly_canonical(target);  // the file that it leads to
+    writeAtomically(FileManager::system(), text, target);
+}
+
 int exportMeeting(Shell& shell, const Values& values) {
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
@@ -338,7 +375,7 @@ int exportMeeting(Shell& shell, const Values& values) {
         if (!text.ends_with('\n')) shell.out().raw("\n");
         return done;
     }
-    writeAtomically(FileManager::system(), text, fs::absolute(values.output));
+    writeTo(fs::absolute(values.output), text);
     return done;
 }
 

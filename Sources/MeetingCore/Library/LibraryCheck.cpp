@@ -1,16 +1,19 @@
 #include "MeetingCore/Library/LibraryCheck.h"
 
 #include <algorithm>
-#include <set>
+#include <unordered_map>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::LibraryCheck {
@@ -88,6 +91,7 @@ private:
             return;
         }
         library_ = MeetingLibrary::read(file);
+        AudioRetentionPolicy::load(root_);
         add(Severity::fine, "Bibliothek",
             countOf(library_.meetings.size(), "Meeting", "Meetings") + ", " +
                 countOf(library_.projects.size(), "Projekt", "Projekte") + ".");
@@ -147,7 +151,57 @@ private:
                     folder.lexically_relative(meetings).string());
         }
         for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
+        if (nobodyRecords()) bringInLine(meetings, report.chunks);
+        checkComplete(report.chunks);
         checkScheduled(report.chunks);
+    }
+
+    bool nobodyRecords() const {
+        if (options_.repair) return true;
+        try {
+            const WorkerLock lock(root_, WorkerLock::Purpose::application);
+            return true;
+        } catch (const MeetingError&) {
+            return false;
+        }
+    }
+
+    /// Recordings that the library does not know, and those that it takes for running though nobody records.
+    void bringInLine(const fs::path& meetings, std::span<const AudioChunk> chunks) {
+        std::size_t unknown = 0;
+        for (const auto& name : FileManager::system().list(meetings)) {
+            const auto id = UUID::parse(name);
+            if (id && std::ranges::find(library_.meetings, *id, &MeetingEntry::id) == library_.meetings.end())
+                ++unknown;
+        }
+        const auto running =
+            static_cast<std::size_t>(std::ranges::count_if(library_.meetings, [](const auto& meeting) {
+                return meeting.state == "starting" || meeting.state == "recording" || meeting.state == "paused";
+            }));
+        if (unknown + running == 0) return;
+        const auto what = countOf(unknown, "Meeting fehlt", "Meetings fehlen") + " in der Bibliothek, " +
+                          countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
+        if (!options_.repair) {
+            add(Severity::warning, "Aufnahmen", what + " (--repair gleicht die Bibliothek ab).");
+            return;
+        }
+        MeetingLibrary library(root_);
+        library.reconcile(meetings, chunks);
+        library_ = library.snapshot();
+        add(Severity::repaired, "Aufnahmen", what + "; die Bibliothek ist abgeglichen.");
+    }
+
+    void checkComplete(std::span<const AudioChunk> chunks) {
+        std::unordered_map<UUID, std::int64_t> found;
+        for (const auto& chunk : chunks) ++found[chunk.sessionID];
+        for (const auto& meeting : library_.meetings) {
+            const auto missing = meeting.chunkCount - found[meeting.id];
+            if (missing <= 0 || AudioArchive::removed(meeting.id, root_)) continue;
+            add(Severity::error, "Aufnahmen",
+                "„" + meeting.title + "“: " +
+                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt.",
+                            "Audioabschnitte fehlen."));
+        }
     }
 
     /// A meeting with a job is one whose windows were planned; the rest of a track may wait for more audio.
@@ -155,10 +209,19 @@ private:
         if (database_ == nullptr) return;
         for (const auto& meeting : library_.meetings) {
             const auto has = [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; };
-            if (meeting.state == "completed" && std::ranges::any_of(chunks, has) &&
-                database_->jobStats(meeting.id).empty()) {
-                add(Severity::warning, "Aufnahmen", "„" + meeting.title + "“ hat Audio, aber keine Aufträge.");
+            if (meeting.state != "completed" || std::ranges::none_of(chunks, has) ||
+                !database_->jobStats(meeting.id).empty()) {
+                continue;
             }
+            const auto what = "„" + meeting.title + "“ hat Audio, aber keine Aufträge";
+            if (!options_.repair) {
+                add(Severity::error, "Aufträge", what + " (--repair reiht sie neu ein).");
+                continue;
+            }
+            std::vector<AudioChunk> own;
+            std::ranges::copy_if(chunks, std::back_inserter(own), has);
+            WorkScheduler::enqueue(own, *database_, true);
+            add(Severity::repaired, "Aufträge", what + "; sie sind neu eingereiht.");
         }
     }
 
@@ -172,6 +235,12 @@ private:
             }
             try {
                 if (database_ != nullptr) TranscriptStorage::load(meeting.id, root_, *database_);
+                if (!TranscriptStorage::readOptional<MeetingSession>(folder / "session.json")) {
+                    throw MeetingError::storage("Das Sitzungsmanifest fehlt.");
+                }
+                RecordingImport::storedClock(meeting.id, root_);
+                TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / "events.json");
+                TranscriptStorage::readOptional<SummaryInstructions>(folder / "summary-request.json");
                 TranscriptStorage::readOptional<SummaryArtifact>(folder / "summary.json");
                 TranscriptStorage::readOptional<MeetingTitleArtifact>(folder / "automatic-title.json");
                 ++sound;

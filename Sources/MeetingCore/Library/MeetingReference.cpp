@@ -37,6 +37,10 @@ std::string ambiguity(std::string_view reference, const std::vector<const Meetin
 const MeetingEntry& findMeeting(const LibrarySnapshot& library, std::string_view reference) {
     const auto wanted = text::trimmed(reference);
     const auto title = text::folded(wanted);
+    if (const auto id = UUID::parse(wanted)) {
+        const auto exact = std::ranges::find(library.meetings, *id, &MeetingEntry::id);
+        if (exact != library.meetings.end()) return *exact;  // whatever another one is called
+    }
     std::vector<const MeetingEntry*> found;
     for (const auto& meeting : library.meetings) {
         if (beginsWith(meeting.id, wanted) || text::folded(text::trimmed(meeting.title)) == title) {

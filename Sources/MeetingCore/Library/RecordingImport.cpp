@@ -17,7 +17,7 @@ namespace {
 
 constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
-constexpr std::int64_t maximumTrackSamples = 24 * 3600 * audio::sampleRate;
+constexpr std::int64_t maximumTrackSamples = std::int64_t{24 * 3600} * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
 constexpr const char* clockFile = "recording-clock.json";
 
@@ -58,8 +58,9 @@ void requireNew(const Recording& recording, const std::filesystem::path& root, L
     }
 }
 
-/// Creates what the chunks need to have: folder, manifest and the library's entry.
-void begin(const Recording& recording, DurableChunkStore& store, const std::filesystem::path& root,
+/// Creates what the chunks need to have: folder, manifest and the library's entry. Returns whether an earlier
+/// import is resumed.
+bool begin(const Recording& recording, DurableChunkStore& store, const std::filesystem::path& root,
            MeetingLibrary& library, FileManager& files) {
     const auto session = manifest(recording);
     const auto folder = store.sessionDirectory(recording.session);
@@ -79,6 +80,7 @@ void begin(const Recording& recording, DurableChunkStore& store, const std::file
     const auto kind = resumed ? "importResumed" : "importStarted";
     MeetingLibrary::appendEvent({UUID::random(), Date::now(), kind, std::nullopt},
                                 TranscriptStorage::sessionDirectory(root, recording.session), files);
+    return resumed;
 }
 
 class TrackImport {
@@ -136,6 +138,23 @@ void settle(const UUID& session, const std::string& state, std::span<const Audio
     });
 }
 
+/// Takes back a new import of which nothing was stored.
+void forget(const UUID& session, const std::filesystem::path& root, MeetingLibrary& library,
+            FileManager& files) {
+    const auto folder = TranscriptStorage::sessionDirectory(root, session);
+    const auto names = files.list(folder);
+    const bool onlyFiles = std::ranges::all_of(names, [&](const std::string& name) {
+        const auto status = files.status(folder / name);
+        return status && status->kind == FileStatus::Kind::file;
+    });
+    if (!onlyFiles) return settle(session, "interrupted", {}, library);
+    library.update([&](LibrarySnapshot& snapshot) {
+        std::erase_if(snapshot.meetings, [&](const MeetingEntry& entry) { return entry.id == session; });
+    });
+    for (const auto& name : names) files.remove(folder / name);
+    files.remove(folder);
+}
+
 }  // namespace
 
 UUID sessionFor(std::string_view description) { return UUID::derived(importNamespace, description); }
@@ -144,7 +163,7 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
             SQLiteJobStore& database, const Progress& progress, FileManager& files) {
     requireNew(recording, root, library.snapshot());
     DurableChunkStore store(root / "Meetings", files);
-    begin(recording, store, root, library, files);
+    const bool resumed = begin(recording, store, root, library, files);
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {
@@ -152,7 +171,12 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
             if (outcome == Outcome::stopped) break;
         }
     } catch (const MeetingError&) {
-        settle(recording.session, "interrupted", store.recover(recording.session).chunks, library);
+        const auto kept = store.recover(recording.session).chunks;
+        if (kept.empty() && !resumed) {
+            forget(recording.session, root, library, files);
+        } else {
+            settle(recording.session, "interrupted", kept, library);
+        }
         throw;
     }
     const auto report = store.recover(recording.session);

@@ -120,6 +120,7 @@ public:
         Pipe err(program_);
         const SpawnSettings settings(out, err);
         std::vector<char*> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (auto& argument : arguments) pointers.push_back(argument.data());
         pointers.push_back(nullptr);
         const auto error = ::posix_spawnp(&id_, program_.c_str(), settings.actions(), settings.attributes(),

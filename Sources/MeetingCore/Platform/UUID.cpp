@@ -19,14 +19,13 @@ constexpr auto hyphensBefore = [] {
     return hyphens;
 }();
 
+/// The value of a hexadecimal digit; more than 15 for any other character.
 constexpr auto hexValues = [] {
-    std::array<signed char, 256> values{};
-    values.fill(-1);
-    for (int digit = 0; digit < 10; ++digit)
-        values[static_cast<std::size_t>('0' + digit)] = static_cast<signed char>(digit);
-    for (int digit = 10; digit < 16; ++digit) {
-        values[static_cast<std::size_t>('a' + digit - 10)] = static_cast<signed char>(digit);
-        values[static_cast<std::size_t>('A' + digit - 10)] = static_cast<signed char>(digit);
+    std::array<std::uint8_t, 256> values{};
+    values.fill(0xFF);
+    for (std::uint8_t value = 0; value < 16; ++value) {
+        values[static_cast<unsigned char>("0123456789abcdef"[value])] = value;
+        values[static_cast<unsigned char>("0123456789ABCDEF"[value])] = value;
     }
     return values;
 }();
@@ -62,15 +61,15 @@ std::optional<UUID> UUID::parse(std::string_view text) {
         text[23] != '-')
         return std::nullopt;
     UUID id;
-    int digits = 0;  // negative as soon as one is
+    unsigned digits = 0;  // beyond 15 as soon as one is
     for (std::size_t i = 0; i < id.bytes_.size(); ++i) {
         const auto at = 2 * i + hyphensBefore[i];
-        const int high = hexValues[static_cast<unsigned char>(text[at])];
-        const int low = hexValues[static_cast<unsigned char>(text[at + 1])];
+        const unsigned high = hexValues[static_cast<unsigned char>(text[at])];
+        const unsigned low = hexValues[static_cast<unsigned char>(text[at + 1])];
         digits |= high | low;
         id.bytes_[i] = static_cast<std::uint8_t>(high << 4 | low);
     }
-    if (digits < 0) return std::nullopt;
+    if (digits > 15) return std::nullopt;
     return id;
 }
 
