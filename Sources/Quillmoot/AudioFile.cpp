@@ -112,7 +112,8 @@ double AudioFile::seconds() const {
 bool AudioFile::isCutOff() const {
     constexpr sf_count_t estimateSeconds = 3;  // the headers of some sound files promise a little too much
     const auto& decoder = *decoder_;
-    const auto missing = decoder.info.frames == SF_COUNT_MAX ? 0 : decoder.info.frames - decoder.framesRead;
+    const auto missing =
+        decoder.info.frames - decoder.framesRead;  // much where the end, which tells, is missing
     const auto allowed =
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
     return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed;
