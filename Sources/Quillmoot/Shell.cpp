@@ -1,7 +1,9 @@
 #include "Shell.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 #include <unistd.h>
 
@@ -64,8 +66,22 @@ std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
 
 OpenLibrary::OpenLibrary(const fs::path& root) : root_(root) {
     createDirectories(FileManager::system(), root_);
-    lock_.emplace(root_, WorkerLock::Purpose::application);
+    takeLock();
     library_.emplace(root_);
+}
+
+/// Another command holds the lock for moments, the recorder for hours.
+void OpenLibrary::takeLock() {
+    constexpr auto pause = std::chrono::milliseconds(50);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (!lock_) {
+        try {
+            lock_.emplace(root_, WorkerLock::Purpose::application);
+        } catch (const MeetingError&) {
+            if (std::chrono::steady_clock::now() > end) throw;
+            std::this_thread::sleep_for(pause);
+        }
+    }
 }
 
 SQLiteJobStore& OpenLibrary::jobs() {

@@ -70,6 +70,8 @@ public:
     void change(const UUID& meeting, const std::function<void(MeetingEntry&)>& body);
 
 private:
+    void takeLock();
+
     std::filesystem::path root_;
     std::optional<WorkerLock> lock_;
     std::optional<MeetingLibrary> library_;

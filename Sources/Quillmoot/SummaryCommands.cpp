@@ -168,8 +168,9 @@ bool useModel(Shell& shell, const Values& values, const std::filesystem::path& m
         modelCatalog().verify("summary", models);
         return true;
     } catch (const MeetingError& error) {
-        shell.err().line("Ohne Sprachmodell (" + error.message() +
-                         "): Es werden Stellen des Transkripts ausgewählt.");
+        shell.err().line(
+            "Ohne Sprachmodell (" + error.message() +
+            "): Es werden Stellen des Transkripts ausgewählt, ein erster Überblick und kein Protokoll.");
         return false;
     }
 }

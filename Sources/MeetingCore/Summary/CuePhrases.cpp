@@ -2,7 +2,11 @@
 
 namespace meetingcore {
 
-using namespace CueGuards;
+using CueGuards::anywhere;
+using CueGuards::statement;
+using CueGuards::unlessHypothetical;
+using CueGuards::unlessNegated;
+using CueGuards::unlessQuestion;
 
 namespace {
 

@@ -76,6 +76,7 @@ EvidenceBullet SourceTable::converted(const RawBullet& bullet) const {
 EvidenceSummary SourceTable::checked(const RawSummary& raw) const {
     const auto convert = [&](const std::vector<RawBullet>& bullets) {
         std::vector<EvidenceBullet> results;
+        results.reserve(bullets.size());
         for (const auto& bullet : bullets) results.push_back(converted(bullet));
         return results;
     };
