@@ -144,18 +144,16 @@ bool runWorker(Shell& shell, const SummaryProcess::Task& task) {
         return SummaryProcess::run(task, stop, [&](SummaryProcess::State reached) {
             if (reached == SummaryProcess::State::summarizing) ++parts;
             state = reached;
+            if (!shell.err().style().terminal) shell.err().line(wordFor(reached));
         });
     });
     auto line = shell.progress();
-    auto last = SummaryProcess::State::failed;
     while (outcome.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready) {
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         const auto now = state.load();
         auto text = lengthOf(elapsed.count()) + "  " + std::string(wordFor(now));
         if (now == SummaryProcess::State::summarizing) text += " (Schritt " + std::to_string(parts) + ")";
         line.show(text);
-        if (!shell.err().style().terminal && now != last) shell.err().line(text);
-        last = now;
     }
     line.clear();
     return outcome.get();
@@ -169,8 +167,9 @@ bool useModel(Shell& shell, const Values& values, const std::filesystem::path& m
         return true;
     } catch (const MeetingError& error) {
         shell.err().line(
-            "Ohne Sprachmodell (" + error.message() +
-            "): Es werden Stellen des Transkripts ausgewählt, ein erster Überblick und kein Protokoll.");
+            error.message() +
+            " Ohne Sprachmodell werden Stellen des Transkripts ausgewählt, ein erster Überblick und kein "
+            "Protokoll.");
         return false;
     }
 }
