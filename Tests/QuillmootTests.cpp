@@ -309,11 +309,8 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     EXPECT_THAT(out("quillmoot doctor"), HasSubstr("1 Meeting fehlt in der Bibliothek"));
     EXPECT_THAT(out("quillmoot doctor --repair && quillmoot list"), HasSubstr("Kundenportal"));
     // A damaged file is taken as far as it goes, and not in silence; a device is written to and not replaced.
-    out("python3 -c \"import wave; w=wave.open('lang.wav','wb'); w.setnchannels(1); w.setsampwidth(2); "
-        "w.setframerate(16000); w.writeframes(bytes(2*16000*60))\" && head -c 30000 microphone.ogg >kurz.ogg "
-        "&& "
-        "mkfifo rohr && (cat rohr >aus &) && quillmoot export Kundenportal --format text -o rohr && test -p "
-        "rohr");
+    out("head -c 30000 microphone.ogg >kurz.ogg && mkfifo rohr && (cat rohr >aus &) && "
+        "quillmoot export Kundenportal --format text -o rohr && test -p rohr");
     EXPECT_THAT(sh("quillmoot import --title Kurz --microphone kurz.ogg").err, HasSubstr("bricht ab"));
     writeFile(root() / "library.json", "{");
     EXPECT_THAT(err("quillmoot list"), HasSubstr("„library.json“"));
