@@ -28,8 +28,9 @@ struct MarkedMeeting {
     TranscriptDocument document;
     std::vector<Mark> marks;
 
-    static constexpr std::array developed{"standup", "budgetrunde", "kundengespraech"};
-    static constexpr std::array heldOut{"projektkrise", "betriebsrat", "mundart"};
+    static constexpr std::array developed{"standup", "budgetrunde",  "kundengespraech", "vereinsvorstand",
+                                          "station", "bauausschuss", "forschungsgruppe"};
+    static constexpr std::array heldOut{"projektkrise", "betriebsrat", "mundart", "produktplanung", "agentur"};
 
     /// Reads a meeting. Throws std::runtime_error for a line that is not as described.
     static MarkedMeeting load(const std::filesystem::path& folder);
