@@ -140,7 +140,7 @@ TEST_F(DurableChunkStoreTest, NamesEveryBrokenOrForeignEntryAndGoesOn) {
         const auto report = store.recover();
         EXPECT_THAT(report.chunks, ElementsAre(intact)) << problem;
         auto line = spoilt.filename().string() + ": " + problem;
-        if (const auto mark = line.find('%'); mark != line.npos)
+        if (const auto mark = line.find('%'); mark != std::string::npos)
             line.replace(mark, 1, spoilt.filename().string());
         EXPECT_THAT(report.problems, ElementsAre(line));
         for (const auto& path : {spoilt, sessionFolder / "echt"}) fs::remove_all(path);

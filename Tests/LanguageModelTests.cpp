@@ -111,7 +111,7 @@ TEST_F(LanguageModelTest, BoundsTextsAndPrompts) {
         return outcomeOf([&] { return std::to_string(model.tokenize(std::string(length, 'q')).size()); });
     };
     EXPECT_EQ(tokens(999'999), "999999");
-    for (const std::size_t length : {0, 1'000'000, 2'097'152})
+    for (const std::size_t length : {0U, 1'000'000U, 2'097'152U})
         EXPECT_EQ(tokens(length), "Tokenisierung fehlgeschlagen.");
     EXPECT_EQ(tokens(2'097'153), "Zusammenfassungs-Eingabe zu groß.");
 

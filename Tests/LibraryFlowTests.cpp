@@ -105,7 +105,7 @@ public:
     SQLiteJobStore database{folder_.path() / "quillmoot.sqlite"};
 };
 
-/// From capture to a transcript of two tracks: four windows, since the pause closes one early.
+/// From capture to a transcript of two tracks: five windows, since the pause closes one early.
 std::vector<AudioChunk> recordAndTranscribe(Recorder& recorder) {
     recorder.store.createSession(recorder.session);
     recorder.library.update([&](LibrarySnapshot& snapshot) {

@@ -349,7 +349,7 @@ TEST_F(FileManagerTest, AtomicWriteThatFailsLeavesTheOldFileAndNothingElse) {
     ForkedProcess writer([&] {
         // Stands for a full disk: the write stops in the middle of the data.
         const rlimit limit{1000, 1000};
-        std::signal(SIGXFSZ, SIG_IGN);
+        static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
         if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
         const auto failure =
             refusal([&] { writeAtomically(files_, std::string(5000, 'x'), path("state.json")); });

@@ -304,6 +304,15 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     EXPECT_THAT(out("quillmoot doctor --repair"),
                 HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs entfernt."));
     EXPECT_FALSE(fs::exists(root() / ".library.json.123.tmp"));
+    // A removal that was cut off while it gathered the audio is taken back by the next command that changes
+    // things.
+    out("cd '" + (root() / "Meetings").string() +
+        "'/* && mkdir .Audio-entfernen-X spaet.partial && mv *.chunk .Audio-entfernen-X/ && " +
+        R"(echo '{"removedAt":"2026-03-14T09:26:53Z"}' >audio-removed.json)");
+    EXPECT_THAT(out("quillmoot doctor"), HasSubstr("Unterbrochenes Entfernen: „Kundenportal“"));
+    EXPECT_THAT(sh("quillmoot pin Kundenportal").err,
+                HasSubstr("Entfernen von Audio zurückgenommen: Kundenportal"));
+    EXPECT_THAT(out("quillmoot audio Kundenportal"), HasSubstr("Audio/meeting.wav"));
     // Recordings without a library come back, under their manifests' titles.
     fs::rename(root() / "library.json", here() / "verloren.json");
     EXPECT_THAT(out("quillmoot doctor"), HasSubstr("1 Meeting fehlt in der Bibliothek"));

@@ -19,9 +19,9 @@ TEST(RecordingClock, ShowsElapsedTimesAndTheTimeOfDayWhereItWasRecorded) {
     constexpr double tenOClock = 1'741'942'710;  // 2025-03-14 09:58:30 in Berlin
     constexpr double endOfSummer = 1'761'440'370, endOfWinter = 1'743'296'399;
     const struct {
-        double start, seconds;
-        const char* elapsedTime;
-        const char* timeOfDay;
+        double start = 0, seconds = 0;
+        const char* elapsedTime = nullptr;
+        const char* timeOfDay = nullptr;
         const char* zone = "Europe/Berlin";
     } cases[] = {// clang-format off
         {tenOClock, 95, "00:01:35", "10:00:05"}, {tenOClock, 95.999, "00:01:35", "10:00:05"},

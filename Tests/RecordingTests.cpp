@@ -18,7 +18,7 @@ TEST(WAV, WritesTheCanonicalBytesOfOneTo960000Samples) {
     EXPECT_EQ(WAV::encode(Samples{-2}), std::string("RIFF\x26\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x80\x3E\0\0"
                                                     "\0\x7D\0\0\x02\0\x10\0data\x02\0\0\0\xFE\xFF",
                                                     46));
-    for (const std::size_t count : {0, 960'001})
+    for (const std::size_t count : {0U, 960'001U})
         EXPECT_EQ(messageOf([&] { WAV::encode(Samples(count)); }),
                   "Ein WAV-Abschnitt muss 1 bis 960.000 Samples enthalten.");
     EXPECT_EQ(WAV::encode(Samples(960'000)).size(), 1'920'044U);

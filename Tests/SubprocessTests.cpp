@@ -94,7 +94,7 @@ TEST(Subprocess, GivesTheChildNothingOfOurs) {
     const auto result = run(
         shell("test -e /dev/fd/" + std::to_string(leaked) + " && echo leaked; kill -TERM $$; echo survived"));
     ::pthread_sigmask(SIG_UNBLOCK, &term, nullptr);
-    std::signal(SIGTERM, before);
+    static_cast<void>(std::signal(SIGTERM, before));
     ::close(leaked);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.status, -SIGTERM);

@@ -171,7 +171,7 @@ constexpr std::size_t room = 2700;  // bytes that a prompt holds beside its fram
 
 /// A point of the first source that the prompt shows or cites, which takes this part of a prompt's room.
 std::string pointOn(const std::string& prompt, std::size_t percent) {
-    const auto at = std::min(prompt.find("\"id\":\"s"), prompt.find("\"ids\":[\"s"));
+    const auto at = std::min(prompt.find(R"("id":"s)"), prompt.find(R"("ids":["s)"));
     const auto id = prompt.substr(prompt.find("\"s", at) + 1);
     return point(std::string(room * percent / 100, 'y'), id.substr(0, id.find('"')));
 }

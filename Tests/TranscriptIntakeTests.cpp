@@ -104,8 +104,8 @@ TEST(CaptionFile, NamesEveryWrongPlace) {
         {R"({"text": "nur Text"})", "a.vtt enthält keine Transkription („transcription“ oder „segments“)."},
         {"WEBVTTX\n\nText", "a.vtt ist weder WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX."},
     };
-    for (const auto& [bytes, expected] : files) {
-        EXPECT_EQ(failureOf([&] { CaptionFile::parse(bytes, "a.vtt"); }), expected);
+    for (const auto& file : files) {
+        EXPECT_EQ(failureOf([&] { CaptionFile::parse(file.first, "a.vtt"); }), file.second);
     }
     std::string many = "WEBVTT\n";
     for (int i = 0; i < 22; ++i) many += "\nx --> y\n";
@@ -376,8 +376,8 @@ TEST_F(IntakeTest, RefusesSpeakersThatItCannotPlace) {
          "a.rttm, Zeile 7: Die Zeile ist kein RTTM-Eintrag."},
         {"WEBVTT\n\n00:01.000 --> 00:03.000\nohne\n", "a.rttm nennt keine Sprecher."},
     };
-    for (const auto& [bytes, expected] : files) {
-        EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, bytes); }), expected);
+    for (const auto& file : files) {
+        EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, file.first); }), file.second);
     }
     EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, two, "oben"); }), "a.rttm enthält keine Aufnahme „oben“.");
     EXPECT_EQ(load().diarization, before);

@@ -54,8 +54,8 @@ protected:
     std::string engine(const std::string& script) const {
         const auto file = folder_.path() / "engine.sh";
         std::ofstream(file) << "wav=$1 window=$2 source=$3 start=$4 at=0\n"
-                            << script << "\necho \"{\\\"segments\\\":[{\\\"start\\\":$at,\\\"end\\\":$at,"
-                            << "\\\"text\\\":\\\"Hallo\\\"}]}\"";
+                            << script << "\n"
+                            << R"(echo "{\"segments\":[{\"start\":$at,\"end\":$at,\"text\":\"Hallo\"}]}")";
         return "sh '" + file.string() + "' {wav} {window} {source} {start}";
     }
 
@@ -105,8 +105,8 @@ TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
     for (const auto sample : testing::samplesOf(window.chunks[1])) samples.push_back(sample);
 
     const auto report =
-        run(engine("cat \"$wav\"" + toLog() + "touch \"$wav.json\"; ls -ld \"${wav%/*}\" \"$wav\"" +
-                   " | cut -c 1-10" + toLog() + "printf %s \"$source $start $window\"" + toLog()));
+        run(engine("cat \"$wav\"" + toLog() + R"(touch "$wav.json"; ls -ld "${wav%/*}" "$wav" | cut -c 1-10)" +
+                   toLog() + "printf %s \"$source $start $window\"" + toLog()));
     EXPECT_EQ(report.transcribed, 1);
     EXPECT_THAT(report.setAside, IsEmpty());
     EXPECT_EQ(log(), WAV::encode(samples) + "drwx------\n-rw-------\nmicrophone 5 " + window.id());
@@ -157,14 +157,15 @@ TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
               R"({"word":"Ja,","start":0.02,"end":0.04},{"word":"x"}]},{"start":0.4,"end":9,"text":"y"}]})"),
         "20.02-20.06 Ja, x|20.4-20.4 y|20.02-20.04 Ja,|");
     EXPECT_EQ(heard(R"({"segments":[]})"), "");
-    for (const auto& [part, other] : {std::pair{"{window}", "x"},
-                                      {"20.6", "20.7"},
-                                      {"{start}", "19.8"},
-                                      {"{source}", "meeting"},
-                                      {":1,", ":3,"},
-                                      {"window", "other"},
-                                      {own.c_str(), "[]"}})
-        EXPECT_NE(failureOf([&] { heard(text::replacing(own, part, other)); }), "no failure") << other;
+    for (const auto& change : {std::pair{"{window}", "x"},
+                               {"20.6", "20.7"},
+                               {"{start}", "19.8"},
+                               {"{source}", "meeting"},
+                               {":1,", ":3,"},
+                               {"window", "other"},
+                               {own.c_str(), "[]"}})
+        EXPECT_NE(failureOf([&] { heard(text::replacing(own, change.first, change.second)); }), "no failure")
+            << change.second;
 }
 
 TEST_F(TranscriptionRunTest, SetsAsideWhatFailsAgainAndAgainWithItsReason) {

@@ -190,13 +190,7 @@ int archive(Shell& shell, const Values& values) {
 
 void moveToTrash(const UUID& meeting, OpenLibrary& open) {
     AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), moveToSystemTrash);
-    // Whoever has the library open for changes knows that nothing is being recorded.
-    open.change(meeting, [](MeetingEntry& entry) {
-        entry.chunkCount = 0;
-        if (entry.state != "completed") entry.state = "interrupted";
-    });
-    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
-                                TranscriptStorage::sessionDirectory(open.root(), meeting));
+    open.enterRemoval(meeting);
 }
 
 int removeAudio(Shell& shell, const Values& values) {

@@ -17,6 +17,8 @@ class AudioFile : public SampleSource {
 public:
     /// Throws MeetingError (invalidData) where the file is no audio file or holds no sound.
     explicit AudioFile(std::filesystem::path file);
+    AudioFile(const AudioFile&) = delete;
+    AudioFile& operator=(const AudioFile&) = delete;
     ~AudioFile() override;
 
     std::size_t read(std::span<std::int16_t> buffer) override;

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <map>
-#include <numeric>
+#include <span>
 
 #include "CommandDescription.h"
 #include "GermanText.h"
@@ -290,9 +290,8 @@ int show(Shell& shell, const std::string& reference, bool asJSON) {
 
 int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
     auto folder = shell.folder();
-    const auto query =
-        std::accumulate(std::next(words.begin()), words.end(), words.front(),
-                        [](std::string all, const std::string& word) { return all + " " + word; });
+    auto query = words.front();
+    for (const auto& word : std::span(words).subspan(1)) query += " " + word;
     std::vector<HitRow> rows;
     const MeetingEntry* last = nullptr;
     auto& out = shell.out();

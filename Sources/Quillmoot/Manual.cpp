@@ -174,9 +174,9 @@ std::string commandPart(const CLI::App& command) {
 }  // namespace
 
 std::string manualPage(const CLI::App& program) {
-    const auto name = program.get_name();
+    const auto& name = program.get_name();
     auto text = ".\\\" -*- coding: utf-8 -*-\n.\\\" Made by `quillmoot manual`.\n.TH " + name + " 1 \"\" \"" +
-                name + " " QUILLMOOT_VERSION "\" \"Benutzerbefehle\"\n.nh\n.ad l\n.SH NAME\n" + name + " \\- " +
+                name + " " QUILLMOOT_VERSION "\" Benutzerbefehle\n.nh\n.ad l\n.SH NAME\n" + name + " \\- " +
                 escaped(program.get_description()) + "\n.SH ÜBERSICHT\n" + usageLines(program) +
                 std::string(descriptionText.substr(1)) + ".SH BEFEHLE\n";
     for (const auto* command : commandsOf(program)) text += commandPart(*command);

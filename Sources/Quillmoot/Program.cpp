@@ -27,7 +27,7 @@ std::string before(const std::string& message, std::string_view marker) {
 /// What is wrong with the command line, in German. The parser tells what it means by its exception's type, and
 /// in an English message whose names are taken over.
 std::string germanMessage(const CLI::ParseError& error) {
-    const std::string message = error.what();
+    std::string message = error.what();
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         return "Unerwartetes Argument: " + behind(message, "expected: ");
     }
@@ -136,7 +136,7 @@ void describe(CLI::App& app, Shell& shell) {
 
 int run(std::span<char*> arguments) {
     std::ios::sync_with_stdio(false);
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     Shell shell;
     CLI::App app;
     describe(app, shell);

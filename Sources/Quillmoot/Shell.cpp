@@ -7,8 +7,10 @@
 
 #include <unistd.h>
 
+#include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"
 #include "MeetingCore/Library/MeetingReference.h"
+#include "MeetingCore/Library/Trash.h"
 
 namespace meetingcore::quillmoot {
 
@@ -64,10 +66,36 @@ std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
     return TranscriptStorage::readOptional<SummaryArtifact>(folderOf(meeting) / "summary.json");
 }
 
-OpenLibrary::OpenLibrary(const fs::path& root) : root_(root) {
+OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(root)) {
     createDirectories(FileManager::system(), root_);
     takeLock();
     library_.emplace(root_);
+    endInterruptedRemovals(notices);
+}
+
+/// Whoever has the library open for changes knows that nobody removes audio now.
+void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
+    const auto interrupted = AudioRemoval::interrupted(root_);
+    if (interrupted.empty()) return;
+    const auto recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
+    const auto tell = [&](const UUID& id, const char* what) {
+        notices.line(std::string(what) + meeting(id.string()).title, Ink::yellow);
+    };
+    for (const auto& id : recovered.undone) tell(id, "Unterbrochenes Entfernen von Audio zurückgenommen: ");
+    for (const auto& id : recovered.finished) {
+        enterRemoval(id);
+        tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
+    }
+    for (const auto& problem : recovered.problems) notices.line(problem, Ink::red);
+}
+
+void OpenLibrary::enterRemoval(const UUID& meeting) {
+    change(meeting, [](MeetingEntry& entry) {
+        entry.chunkCount = 0;
+        if (entry.state != "completed") entry.state = "interrupted";
+    });
+    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
+                                TranscriptStorage::sessionDirectory(root_, meeting));
 }
 
 /// Another command holds the lock for moments, the recorder for hours.

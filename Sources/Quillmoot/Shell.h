@@ -57,9 +57,9 @@ private:
 /// A library opened for changes: no other program may change it meanwhile.
 class OpenLibrary {
 public:
-    /// Creates the folder where it is missing. Throws MeetingError (storage) where another program has the
-    /// library.
-    explicit OpenLibrary(const std::filesystem::path& root);
+    /// Creates the folder where it is missing, and brings audio removals to an end that a crash interrupted,
+    /// telling so in `notices`. Throws MeetingError (storage) where another program has the library.
+    OpenLibrary(std::filesystem::path root, Terminal& notices);
 
     const std::filesystem::path& root() const { return root_; }
     MeetingLibrary& library() { return *library_; }
@@ -69,8 +69,12 @@ public:
     /// Changes one meeting's entry.
     void change(const UUID& meeting, const std::function<void(MeetingEntry&)>& body);
 
+    /// Enters into the library that the meeting's audio was removed.
+    void enterRemoval(const UUID& meeting);
+
 private:
     void takeLock();
+    void endInterruptedRemovals(Terminal& notices);
 
     std::filesystem::path root_;
     std::optional<WorkerLock> lock_;
@@ -91,7 +95,7 @@ public:
     std::filesystem::path root() const;
     std::optional<std::filesystem::path>& rootOption() { return rootOption_; }
     DataFolder folder() const { return DataFolder(root()); }
-    OpenLibrary openLibrary() const { return OpenLibrary(root()); }
+    OpenLibrary openLibrary() { return {root(), err_}; }
 
     /// Chooses what runs once the command line is understood; returns the exit status.
     void select(std::function<int()> command) { selected_ = std::move(command); }

@@ -77,6 +77,7 @@ struct Values {
 
 std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const TranscriptDocument& document) {
     std::vector<PointRow> rows;
+    rows.reserve(points.size());
     for (const auto& point : points) {
         rows.push_back({point.text, point.sourceSegmentIDs, point.quote, point.owner, point.dueDate,
                         isBorneOut(point, document.segments)});

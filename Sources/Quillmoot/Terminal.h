@@ -26,14 +26,14 @@ struct Style {
 };
 
 /// The columns that a text takes on a terminal: East Asian wide characters and emoji take two.
-std::size_t columnsOf(std::string_view text);
+std::size_t columnsOf(std::string_view whole);
 
 /// The text without anything that a terminal would act on: control characters become U+FFFD, line breaks and
 /// tabs blanks.
-std::string printable(std::string_view text);
+std::string printable(std::string_view whole);
 
 /// Cut to so many columns, with an ellipsis where something is missing.
-std::string fitted(std::string_view text, std::size_t columns);
+std::string fitted(std::string_view whole, std::size_t columns);
 
 /// Writes for a person to read. Everything that comes from a library passes through `printable`.
 class Terminal {
@@ -42,21 +42,21 @@ public:
 
     const Style& style() const { return style_; }
 
-    void line(std::string_view text = {}, Ink ink = Ink::plain);
-    void heading(std::string_view text);
+    void line(std::string_view whole = {}, Ink ink = Ink::plain);
+    void heading(std::string_view whole);
 
     /// A paragraph, broken between words; its first line begins with `first`, the others with as many blanks.
-    void wrapped(std::string_view first, std::string_view text, Ink ink = Ink::plain,
+    void wrapped(std::string_view first, std::string_view whole, Ink ink = Ink::plain,
                  Ink firstInk = Ink::plain);
 
     /// The same with some characters of the text set off.
-    void highlighted(std::string_view first, std::string_view text,
+    void highlighted(std::string_view first, std::string_view whole,
                      std::span<const text::CharacterRange> ranges);
 
     /// A name in a speaker's colour.
     std::string speaker(std::string_view name, SpeakerColorPreset colour) const;
 
-    std::string inked(std::string_view text, Ink ink) const;
+    std::string inked(std::string_view whole, Ink ink) const;
 
     /// Writes bytes as they are, which must be printable already.
     void raw(std::string_view text) { out_ << text; }
@@ -96,10 +96,10 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
 
     /// A bar for a share from 0 to 1 with a text behind it.
-    void show(double share, std::string_view text);
+    void show(double share, std::string_view whole);
 
     /// A text alone.
-    void show(std::string_view text);
+    void show(std::string_view whole);
 
     void clear();
 

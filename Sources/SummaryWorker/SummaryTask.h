@@ -20,8 +20,8 @@ class SummaryTask {
 public:
     explicit SummaryTask(const MeetingRun& run);
 
-    /// Writes "summary.json" and reports "summaryFinished"; durable on return. Throws MeetingError; an older
-    /// summary then stays as it was.
+    /// Writes "summary.json" as SummaryRun does and reports "summaryFinished"; durable on return. Throws
+    /// MeetingError.
     void run();
 
 private:

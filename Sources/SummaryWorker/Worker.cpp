@@ -88,8 +88,9 @@ int fail(const std::string& message) {
 
 int runSummaryWorker(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     occupyStandardDescriptors();
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit then fails with an error that has a message
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(
+        std::signal(SIGXFSZ, SIG_IGN));  // a write beyond the limit then fails with an error that has a message
     const FatalEnd fatalEnd;
     try {
         run(arguments, catalog);

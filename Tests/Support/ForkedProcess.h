@@ -23,7 +23,7 @@ public:
         try {
             status = body();
         } catch (const std::exception& error) {
-            std::fprintf(stderr, "The forked process ended with: %s\n", error.what());
+            static_cast<void>(std::fprintf(stderr, "The forked process ended with: %s\n", error.what()));
         }
         ::_exit(status);
     }

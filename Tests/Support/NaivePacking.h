@@ -21,7 +21,9 @@ inline std::vector<std::string> packNaively(const std::vector<std::string>& valu
     std::vector<std::string> arrays;
     std::string current;
     for (const auto& value : values) {
-        auto candidate = current.empty() ? value : current + "," + value;
+        auto candidate = current;
+        if (!candidate.empty()) candidate += ',';
+        candidate += value;
         const auto prompt = promptAround("[" + candidate + "]");
         if (prompt.size() > maximumPromptBytes) {
             throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");

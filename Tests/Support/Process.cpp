@@ -31,9 +31,12 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std
     std::vector<char*> list{name.data()};
     for (auto& argument : arguments) list.push_back(argument.data());
     list.push_back(nullptr);
-    pid_ = ::fork();
-    require(pid_ >= 0, "fork");
-    if (pid_ > 0) return;
+    const auto child = ::fork();
+    require(child >= 0, "fork");
+    if (child > 0) {
+        pid_ = child;
+        return;
+    }
     ::dup2(FileDescriptor::open("/dev/null", O_RDONLY).get(), STDIN_FILENO);
     ::dup2(writing.get(), STDOUT_FILENO);
     ::dup2(::fileno(errors_.get()), STDERR_FILENO);

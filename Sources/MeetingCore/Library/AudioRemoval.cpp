@@ -154,6 +154,19 @@ void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database,
     database.retireAudio(id);
 }
 
+std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
+    std::vector<UUID> found;
+    const auto meetings = root / "Meetings";
+    if (!pathExists(meetings)) return found;
+    for (const auto& name : files.list(meetings)) {
+        const auto id = UUID::parse(name);
+        if (!id || !fs::is_directory(fs::symlink_status(meetings / name))) continue;
+        const auto names = files.list(meetings / name);
+        if (std::any_of(names.begin(), names.end(), isStaging)) found.push_back(*id);
+    }
+    return found;
+}
+
 Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& trash, FileManager& files) {
     Recovered recovered;
     const auto meetings = root / "Meetings";

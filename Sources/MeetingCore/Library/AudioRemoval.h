@@ -36,6 +36,9 @@ using Trash = std::function<void(const std::filesystem::path& folder)>;
 void moveToTrash(const UUID& id, const std::filesystem::path& root, SQLiteJobStore& database,
                  const Trash& trash, FileManager& files = FileManager::system(), Date now = Date::now());
 
+/// The meetings in which a removal was interrupted before the trash had the audio.
+std::vector<UUID> interrupted(const std::filesystem::path& root, FileManager& files = FileManager::system());
+
 /// What became of the removals that a crash had interrupted.
 struct Recovered {
     std::vector<UUID> undone;           ///< their audio is back

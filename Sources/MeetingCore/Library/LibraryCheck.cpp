@@ -41,6 +41,7 @@ public:
         guarded("Bibliothek", [&] { checkLibrary(); });
         guarded("Datenbank", [&] { checkDatabase(); });
         guarded("Entferntes Audio", [&] { checkRemovals(); });
+        guarded("Aufträge", [&] { checkJobs(); });
         guarded("Aufnahmen", [&] { checkRecordings(); });
         guarded("Meetings", [&] { checkMeetings(); });
         guarded("Reste", [&] { checkLeftovers(); });
@@ -108,6 +109,11 @@ private:
         const auto problems = database_->integrityProblems();
         for (const auto& problem : problems) add(Severity::error, topic, problem);
         if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
+    }
+
+    /// After the removals, which end jobs.
+    void checkJobs() {
+        if (database_ == nullptr) return;
         auto counts = database_->jobStats();
         const auto open = counts["pending"] + counts["running"];
         add(open + counts["failed"] == 0 ? Severity::fine : Severity::note, "Aufträge",
@@ -126,7 +132,13 @@ private:
     }
 
     void checkRemovals() {
-        if (!options_.repair || database_ == nullptr) return;
+        if (!options_.repair || database_ == nullptr) {
+            for (const auto& id : AudioRemoval::interrupted(root_)) {
+                add(Severity::warning, "Entferntes Audio",
+                    "Unterbrochenes Entfernen: " + titleOf(id) + " (--repair bringt es zu Ende).");
+            }
+            return;
+        }
         const auto recovered = AudioRemoval::recover(root_, *database_, *options_.repair);
         for (const auto& id : recovered.undone) {
             add(Severity::repaired, "Entferntes Audio",

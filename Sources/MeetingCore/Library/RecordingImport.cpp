@@ -17,7 +17,7 @@ namespace {
 
 constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
-constexpr std::int64_t maximumTrackSamples = std::int64_t{24 * 3600} * audio::sampleRate;
+constexpr std::int64_t maximumTrackSamples = std::int64_t{24} * 3600 * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
 constexpr const char* clockFile = "recording-clock.json";
 

@@ -6,8 +6,9 @@
 
 namespace meetingcore {
 
-/// The one error type of the core. Every message is a German sentence for the user and is shown as it stands;
-/// callers never add a prefix to it.
+/// The one error type of the core. Every message is a German sentence for the user and is shown as it stands,
+/// without a prefix. SQLite's own messages and the system's names of errors are passed on as they are, in
+/// English.
 ///
 /// Thrown for rule violations and failures. Expected outcomes (no job, no file) are return values instead.
 class MeetingError : public std::exception {

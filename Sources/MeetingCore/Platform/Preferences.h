@@ -10,9 +10,9 @@
 
 namespace meetingcore {
 
-/// The user's own folders for programs, which need not exist. Where the environment variables of freedesktop.org
-/// (XDG base directories) name an absolute path they decide, else the platform's usual place in the home
-/// folder does. Throws MeetingError (notConfigured) where the user has no home folder.
+/// The user's own folders for programs, which need not exist. Where the environment variables of
+/// freedesktop.org (XDG base directories) name an absolute path they decide, else the platform's usual place in
+/// the home folder does. Throws MeetingError (notConfigured) where the user has no home folder.
 namespace userFolder {
 
 /// $XDG_CONFIG_HOME, else ~/.config; on macOS ~/Library/Preferences.

@@ -5,6 +5,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include <unicode/bytestream.h>
+#include <unicode/normalizer2.h>
 #include <unicode/ubrk.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
@@ -160,6 +162,33 @@ void forEachWord(std::string_view text, const Word& word) {
     if (offset > start) word(text.substr(start));
 }
 
+/// Whether a character ends at the offset.
+bool isBoundary(std::string_view text, std::size_t offset) {
+    if (offset == 0 || offset == text.size()) return true;
+    const auto next = scalarAt(text, offset).value;
+    if (standsAlone(scalarBefore(text, offset).value) && standsAlone(next)) return next != '\n';
+    const auto ends = characterEnds(text);
+    return std::binary_search(ends.begin(), ends.end(), offset);
+}
+
+bool containsAsEncoded(std::string_view text, std::string_view part) {
+    for (auto at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) {
+        if (isBoundary(text, at) && isBoundary(text, at + part.size())) return true;
+    }
+    return false;
+}
+
+/// Canonically composed; bytes that are no UTF-8 become U+FFFD.
+std::string composed(const icu::Normalizer2& composition, std::string_view text) {
+    std::string out;
+    icu::StringByteSink<std::string> sink(&out);
+    UErrorCode status = U_ZERO_ERROR;
+    composition.normalizeUTF8(0, icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())), sink,
+                              nullptr, status);
+    if (U_FAILURE(status) != 0) throw std::runtime_error(u_errorName(status));
+    return out;
+}
+
 }  // namespace
 
 std::size_t characterCount(std::string_view text) {
@@ -224,6 +253,14 @@ std::string normalized(std::string_view text) {
         appendLowercased(out, word);
     });
     return out;
+}
+
+bool contains(std::string_view text, std::string_view part) {
+    if (containsAsEncoded(text, part)) return true;
+    UErrorCode status = U_ZERO_ERROR;
+    const auto* const composition = icu::Normalizer2::getNFCInstance(status);
+    if (U_FAILURE(status) != 0) throw std::runtime_error(u_errorName(status));
+    return containsAsEncoded(composed(*composition, text), composed(*composition, part));
 }
 
 bool containsControl(std::string_view text) {

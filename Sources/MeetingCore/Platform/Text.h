@@ -36,6 +36,10 @@ std::string lowercased(std::string_view text);
 /// stay.
 std::string normalized(std::string_view text);
 
+/// Whether `part` (not empty) occurs as whole characters; characters that are canonically equivalent (Unicode
+/// Standard Annex 15) are equal: `Rene` does not occur in `René`, however the accent is encoded.
+bool contains(std::string_view text, std::string_view part);
+
 /// Whether a scalar of the general categories Cc or Cf occurs (line breaks, tabs, joiners, soft hyphens, …).
 bool containsControl(std::string_view text);
 

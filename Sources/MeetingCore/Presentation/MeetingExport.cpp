@@ -105,7 +105,7 @@ std::string header(const ExportedMeeting& meeting, bool plain) {
         return plain ? label + ": " + value : "**" + label + ":** " + value + "  ";
     });
     const auto& notes = meeting.entry.notes;
-    appendSection(out, "Notizen", text::trimmed(notes).empty() ? noNotesText : notes, plain);
+    appendSection(out, "Notizen", notes.empty() ? noNotesText : notes, plain);
     return out;
 }
 

@@ -39,6 +39,10 @@ constexpr std::size_t maximumErrorCharacters = 2000;
 
 std::string seconds(Date date) { return number::plain(date.secondsSince1970()); }
 
+std::string leaseEnd(Date now, double leaseSeconds) {
+    return number::plain(now.secondsSince1970() + leaseSeconds);
+}
+
 bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && leaseSeconds > 0; }
 
 void requireLeaseHeld(std::int64_t changedRows) {
@@ -66,7 +70,7 @@ std::optional<JobLease> claimFirst(SQLiteConnection& db, const char* query, SQLi
         const auto changed = db.update(
             "UPDATE jobs SET status='running',attempts=?,lease_token=?,lease_until=? WHERE id=? AND "
             "status='pending'",
-            {std::to_string(lease->attempt), lease->token.string(), seconds(now.advanced(leaseSeconds)),
+            {std::to_string(lease->attempt), lease->token.string(), leaseEnd(now, leaseSeconds),
              lease->item.id});
         if (changed != 1) throw MeetingError::database("Auftrag wurde bereits übernommen.");
     });
@@ -190,7 +194,7 @@ void SQLiteJobStore::renew(const JobLease& lease, Date now, double leaseSeconds)
     if (!isUsableLease(leaseSeconds)) throw MeetingError::invalidData("Ungültige Lease-Dauer.");
     requireLeaseHeld(open().update(
         "UPDATE jobs SET lease_until=? WHERE id=? AND status='running' AND lease_token=? AND lease_until>=?",
-        {seconds(now.advanced(leaseSeconds)), lease.item.id, lease.token.string(), seconds(now)}));
+        {leaseEnd(now, leaseSeconds), lease.item.id, lease.token.string(), seconds(now)}));
 }
 
 void SQLiteJobStore::fail(const JobLease& lease, const std::string& message, Date now) {
@@ -335,13 +339,6 @@ std::optional<std::string> SQLiteJobStore::result(const std::string& id) {
 }
 
 std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
-    std::vector<std::string> results;
-    forEachCompletedResult(session, [&](std::string_view result) { results.emplace_back(result); });
-    return results;
-}
-
-void SQLiteJobStore::forEachCompletedResult(const UUID& session,
-                                            const std::function<void(std::string_view)>& use) {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare(R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
   (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1))
@@ -349,8 +346,25 @@ void SQLiteJobStore::forEachCompletedResult(const UUID& session,
   (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id))
   ORDER BY created_at,id)",
                               {session.string()});
+    std::vector<std::string> results;
     while (row.step()) {
-        if (!row.isNull(0)) use(row.view(0));
+        if (!row.isNull(0)) results.push_back(row.text(0));
+    }
+    return results;
+}
+
+// Without ORDER BY: SQLite would sort the texts along with the places, which took longer than reading them.
+void SQLiteJobStore::forEachCompletedResult(const UUID& session,
+                                            const std::function<void(std::string_view, Place)>& use) {
+    const std::scoped_lock guard(lock_);
+    auto row = open().prepare(R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
+  (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1)),
+  created_at, id
+  FROM jobs WHERE session_id=? AND kind='transcribe' AND
+  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id)))",
+                              {session.string()});
+    while (row.step()) {
+        if (!row.isNull(0)) use(row.view(0), {row.real(1), row.text(2)});
     }
 }
 

@@ -149,10 +149,18 @@ public:
     /// For each transcription job of the session, oldest first: its result, else the last archived one.
     std::vector<std::string> completedResults(const UUID& session);
 
-    /// Hands the same results to `use` one by one, without a copy: each lies where it is only until `use`
-    /// returns. The store is locked meanwhile, so that `use` must not call it; what `use` throws ends the
-    /// reading.
-    void forEachCompletedResult(const UUID& session, const std::function<void(std::string_view)>& use);
+    /// Where a job stands among those of its session: oldest first, and by id where they are as old.
+    struct Place {
+        double createdAt;  ///< seconds since 1970
+        std::string id;
+
+        auto operator<=>(const Place&) const = default;
+    };
+
+    /// Hands the same results to `use` one by one, in no certain order and without a copy: each lies where it
+    /// is only until `use` returns. The store is locked meanwhile, so that `use` must not call it; what `use`
+    /// throws ends the reading.
+    void forEachCompletedResult(const UUID& session, const std::function<void(std::string_view, Place)>& use);
 
     /// The same for all sessions in one pass over the queue, which has no index by session.
     std::unordered_map<UUID, std::vector<std::string>> completedResultsBySession();

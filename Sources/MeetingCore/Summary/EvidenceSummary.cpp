@@ -52,7 +52,7 @@ void validateBullet(const EvidenceBullet& bullet, const TextByID& texts) {
     const auto passage = normalizedPassage(bullet, texts);
     const auto occurs = [&](const std::string& part) {
         const auto words = text::normalized(part);
-        return !words.empty() && passage.find(words) != std::string::npos;
+        return !words.empty() && text::contains(passage, words);
     };
     if (!occurs(bullet.quote)) {
         throw MeetingError::invalidData("Eine Quellenstelle stimmt nicht mit dem Transkript überein.");

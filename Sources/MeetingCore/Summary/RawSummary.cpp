@@ -18,8 +18,7 @@ std::string sourceID(std::size_t position) { return "s" + std::to_string(positio
 std::optional<std::string> ifNamed(const std::optional<std::string>& value,
                                    const std::string& lowercasedPassage) {
     const auto trimmed = text::trimmed(value ? std::string_view(*value) : std::string_view());
-    if (trimmed.empty() || lowercasedPassage.find(text::lowercased(trimmed)) == std::string::npos)
-        return std::nullopt;
+    if (trimmed.empty() || !text::contains(lowercasedPassage, text::lowercased(trimmed))) return std::nullopt;
     return std::string(trimmed);
 }
 

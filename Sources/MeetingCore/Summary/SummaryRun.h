@@ -34,8 +34,9 @@ public:
     void requireCompleteForTitle() const;
 
     /// Writes "summary.json"; durable on return. Throws MeetingError where the transcript has changed since the
-    /// start or the file cannot be written; an older summary then stays as it was. `instructions` are those
-    /// that the engine followed, if it follows any.
+    /// start or the file cannot be written; an older summary then stays as it was, but where the last flush of
+    /// the folder fails, the new one is in place already. `instructions` are those that the engine followed, if
+    /// it follows any.
     void writeSummary(EvidenceSummary summary, std::optional<SummaryInstructions> instructions) const;
 
     /// The same for "automatic-title.json". Throws also for what is no valid title.

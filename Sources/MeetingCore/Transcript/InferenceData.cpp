@@ -47,39 +47,57 @@ std::optional<DiarizationResult> loadDiarization(const UUID& session, const std:
     return diarization;
 }
 
-/// Stable, and moves each segment once: what is sorted are their numbers.
-void sortByStart(std::vector<TranscriptSegment>& segments) {
+/// Where each result's segments begin, in the order in which the results came.
+template <class Place>
+using FirstSegments = std::vector<std::pair<Place, std::size_t>>;
+
+/// By start; those that start together by the place of their result and then as they stand in it. Moves each
+/// segment once: what is sorted are their numbers.
+template <class Place>
+void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments<Place>& results) {
     const auto startsBefore = [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; };
-    if (std::is_sorted(segments.begin(), segments.end(), startsBefore)) return;
-    std::vector<std::pair<double, std::size_t>> order;
+    const bool resultsInOrder = std::is_sorted(results.begin(), results.end());
+    if (resultsInOrder && std::is_sorted(segments.begin(), segments.end(), startsBefore)) return;
+    auto byPlace = results;
+    std::sort(byPlace.begin(), byPlace.end());
+    std::vector<std::pair<double, std::size_t>> order;  // start, number of the segment
     order.reserve(segments.size());
-    for (std::size_t i = 0; i < segments.size(); ++i) order.emplace_back(segments[i].startSeconds, i);
-    std::sort(order.begin(), order.end());
+    for (const auto& [place, first] : byPlace) {
+        const auto next = std::upper_bound(results.begin(), results.end(), first,
+                                           [](auto at, const auto& result) { return at < result.second; });
+        const auto end = next == results.end() ? segments.size() : next->second;
+        for (auto i = first; i < end; ++i) order.emplace_back(segments[i].startSeconds, i);
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<TranscriptSegment> sorted;
     sorted.reserve(segments.size());
     for (const auto& [start, i] : order) sorted.push_back(std::move(segments[i]));
     segments = std::move(sorted);
 }
 
-/// Sets the document's raw segments and notes whether a result has version 2.
-/// Takes over what `forEachResult` hands to its argument, text by text.
-template <class ForEachResult>
+/// Sets the document's raw segments and notes whether a result has version 2. Takes over what `forEachResult`
+/// hands to its argument, text by text with the result's place among the others.
+template <class Place, class ForEachResult>
 void loadResults(TranscriptDocument& document, const ForEachResult& forEachResult) {
     // Memory not written to costs nothing but addresses, segments that move with every growth cost time.
     constexpr std::size_t growth = 8;
     json::reading::Parser parser;
     auto& segments = document.rawSegments;
-    forEachResult([&](std::string_view text) {
+    FirstSegments<Place> results;
+    forEachResult([&](std::string_view text, Place place) {
         auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags", parser);
         if (result.version != 1 && result.version != 2)
             throw MeetingError::invalidData("Unbekannte Transkriptversion.");
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
+        if (result.segments.empty()) return;
         if (segments.capacity() < segments.size() + result.segments.size())
             segments.reserve(growth * (segments.size() + result.segments.size()));
+        results.emplace_back(std::move(place), segments.size());
         std::move(result.segments.begin(), result.segments.end(), std::back_inserter(segments));
     });
     if (!haveDistinctIDs(segments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
-    sortByStart(segments);
+    sortByStart(segments, results);
 }
 
 }  // namespace
@@ -177,7 +195,8 @@ void complete(TranscriptDocument& document, const UUID& session, const std::file
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
                         FileManager& files) {
     TranscriptDocument document;
-    loadResults(document, [&](const auto& use) { database.forEachCompletedResult(session, use); });
+    loadResults<SQLiteJobStore::Place>(document,
+                                       [&](const auto& use) { database.forEachCompletedResult(session, use); });
     complete(document, session, root, files);
     return document;
 }
@@ -185,8 +204,8 @@ TranscriptDocument load(const UUID& session, const std::filesystem::path& root, 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
                         std::span<const std::string> results, FileManager& files) {
     TranscriptDocument document;
-    loadResults(document, [&](const auto& use) {
-        for (const auto& result : results) use(result);
+    loadResults<std::size_t>(document, [&](const auto& use) {
+        for (std::size_t i = 0; i < results.size(); ++i) use(results[i], i);
     });
     complete(document, session, root, files);
     return document;
