@@ -11,9 +11,9 @@
 #include "MeetingCore/Summary/GermanText.h"
 #include "Support/MarkedMeeting.h"
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using benchmarks::secondsOf;
 using testing::MarkedMeeting;
 
@@ -99,3 +99,4 @@ BENCHMARK(summarize)->Arg(1'000)->Arg(10'000)->Arg(20'000)->Arg(100'000)->Apply(
 BENCHMARK(title)->Arg(20'000)->Apply(configure);
 
 }  // namespace
+}  // namespace meetingcore

@@ -6,21 +6,20 @@
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 #include "Support/TemporaryFolder.h"
 
+namespace meetingcore {
 namespace {
-
-using namespace meetingcore;
 
 constexpr int jobs = 200;
 
 std::filesystem::path filledStore(const std::filesystem::path& folder) {
-    const auto file = folder / (UUID::random().string() + ".sqlite");
+    auto file = folder / (UUID::random().string() + ".sqlite");
     SQLiteJobStore store(file);
     for (int i = 0; i < jobs; ++i)
         store.enqueue({"job " + std::to_string(i), UUID::random(), "transcribe", "{}"});
     return file;
 }
 
-std::string resultText() { return "{\"version\":1,\"words\":\"" + std::string(10'000, 'x') + "\"}"; }
+std::string resultText() { return R"({"version":1,"words":")" + std::string(10'000, 'x') + R"("})"; }
 
 double claimAndFinish(const std::filesystem::path& file, const std::string& result) {
     SQLiteJobStore store(file);
@@ -111,3 +110,4 @@ void claimPlusFinish(benchmark::State& state) {
 BENCHMARK(claimPlusFinish)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+}  // namespace meetingcore

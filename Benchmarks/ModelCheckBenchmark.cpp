@@ -9,9 +9,8 @@
 #include "MeetingCore/Summary/ModelCatalog.h"
 #include "Support/TemporaryFolder.h"
 
+namespace meetingcore {
 namespace {
-
-using namespace meetingcore;
 
 double peakMiB() {
     struct rusage usage {};
@@ -58,3 +57,4 @@ void check(benchmark::State& state) {
 BENCHMARK(check)->Arg(64)->Arg(512)->ArgName("MiB")->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
 
 }  // namespace
+}  // namespace meetingcore

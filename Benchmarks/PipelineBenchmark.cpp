@@ -13,9 +13,9 @@
 #include "Support/NaivePacking.h"
 #include "Support/VocabularyModel.h"
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using benchmarks::GeneratedMeeting;
 using benchmarks::secondsOf;
 using testing::packNaively;
@@ -29,7 +29,7 @@ public:
     std::string generate(const std::string& prompt, bool) override {
         ++calls;
         const auto first =
-            prompt.find("\"s", std::min(prompt.find("[{\"id\":\"s"), prompt.find("\"ids\":[\"s")) + 2);
+            prompt.find("\"s", std::min(prompt.find(R"([{"id":"s)"), prompt.find(R"("ids":["s)")) + 2);
         const auto id = prompt.substr(first, prompt.find('"', first + 1) - first + 1);
         const auto point =
             R"({"text":"Das Budget wurde besprochen.","ids":[)" + id + R"(],"owner":null,"dueDate":null})";
@@ -138,3 +138,4 @@ BENCHMARK(cutting)->Arg(500)->Arg(2'000)->UseManualTime()->Iterations(1)->Unit(b
 BENCHMARK(cachedRun)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
 
 }  // namespace
+}  // namespace meetingcore

@@ -109,7 +109,7 @@ void keystroke(benchmark::State& state) {
     const LiveTextSearch search(queries[state.range(0)]);
     const auto& texts = foldedSegments();
     std::size_t matches = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         matches = 0;
         for (const auto& text : texts) matches += search.matches(text) ? 1 : 0;
         benchmark::DoNotOptimize(matches);
@@ -120,7 +120,7 @@ void keystroke(benchmark::State& state) {
 BENCHMARK(keystroke)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 
 void coldSearch(benchmark::State& state) {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         const LiveTextSearch search("straße");
         std::size_t matches = 0;
         for (const auto& segment : document().segments) matches += search.matches(segment.text) ? 1 : 0;
@@ -137,7 +137,7 @@ void againstICUSearch(benchmark::State& state) {
     double ours = 0;
     double theirs = 0;
     double cold = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         const LiveTextSearch search("straße");
         std::size_t found = 0;
         ours += secondsOf([&] {
@@ -158,7 +158,8 @@ BENCHMARK(againstICUSearch)->Unit(benchmark::kMillisecond);
 
 void blocks(benchmark::State& state) {
     const auto meeting = meetingOf(static_cast<std::size_t>(state.range(0)));
-    for (auto _ : state) benchmark::DoNotOptimize(TranscriptLayout::blocks(meeting, true));
+    for ([[maybe_unused]] auto iteration : state)
+        benchmark::DoNotOptimize(TranscriptLayout::blocks(meeting, true));
     state.SetBytesProcessed(state.iterations() * bytesOf(meeting));
 }
 BENCHMARK(blocks)->Arg(longMeeting / 4)->Arg(longMeeting)->Unit(benchmark::kMillisecond);
@@ -180,7 +181,7 @@ void exportOf(benchmark::State& state, const Form& form) {
                                    RecordingClock{Date::since1970(1'741'944'413), "Europe/Berlin"}};
     double ours = 0;
     double copying = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         ours += secondsOf([&] { benchmark::DoNotOptimize(form(exported)); });
         copying += secondsOf([&] {
             std::string all;

@@ -89,7 +89,7 @@ void importRecording(benchmark::State& state) {
             }
         });
     };
-    for (auto _ : state) counters(state, interleaved(3, ours, baseline));
+    for ([[maybe_unused]] auto iteration : state) counters(state, interleaved(3, ours, baseline));
 }
 BENCHMARK(importRecording)->Iterations(1)->Unit(benchmark::kMillisecond);
 
@@ -158,7 +158,7 @@ const LargeLibrary& library() {
 
 void runCommand(benchmark::State& state, std::vector<std::string> command) {
     command.insert(command.begin(), {"--root", library().root()});
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         counters(state, interleaved(
                             9, [&] { return secondsOfProgram(MEETING_quillmoot_PATH, command); },
                             [&] { return secondsOfProgram(MEETING_quillmoot_PATH, {"--version"}); }));
@@ -178,7 +178,7 @@ void search(benchmark::State& state) {
         state.SkipWithError("ripgrep is not installed");
         return;
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         counters(state, interleaved(
                             9,
                             [&] {

@@ -6,9 +6,9 @@
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using benchmarks::GeneratedMeeting;
 using benchmarks::interleaved;
 using benchmarks::secondsOf;
@@ -96,3 +96,4 @@ BENCHMARK(load)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fingerprint)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+}  // namespace meetingcore
