@@ -1,6 +1,7 @@
 #include "SummaryWorker/PromptPacking.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
@@ -9,9 +10,9 @@ namespace meetingcore {
 
 namespace {
 
-/// By how many tokens one value more or less may change a prompt beside the value's own: those at its two ends,
-/// which may be cut differently next to another neighbour.
-constexpr std::ptrdiff_t uncertainty = 8;
+/// By how many tokens one value more or less may change a prompt beside what `added` tells: a value's two ends
+/// may be cut differently next to another neighbour. Seen is one token at most.
+constexpr std::ptrdiff_t uncertainty = 2;
 
 class Packer {
 public:
@@ -21,7 +22,7 @@ public:
           prompt_(prompt),
           model_(model),
           budget_(static_cast<std::ptrdiff_t>(budget)),
-          alone_(values.size()) {
+          added_(values.size()) {
         frameBytes_ = prompt_("[]").size();
         bytes_.push_back(0);
         for (const auto& value : values_) {
@@ -44,34 +45,67 @@ public:
 
 private:
     /// The end of the array that starts at `begin`: narrows the gap between the longest array known to fit and
-    /// the shortest known not to. Where to try first follows from the bytes, where to try next from the tokens
-    /// that were missing or too many.
+    /// the shortest known not to. Where to try first follows from the bytes. From the tokens missing there or
+    /// left, and those of the neighbouring values, most often the end follows; else it tells what to try next.
     std::size_t endOfArray(std::size_t begin) {
-        auto fits = begin + 1;
-        auto fails = values_.size() + 1;
-        if (promptBytes(begin, fits) > maximumPromptBytes) failForSize();
+        begin_ = begin;
+        fits_ = begin + 1;
+        fails_ = values_.size() + 1;
+        if (promptBytes(begin, fits_) > maximumPromptBytes) failForSize();
         auto guess = endByBytes(begin);
-        while (fails - fits > 1) {
-            const auto end = std::clamp(guess, fits + 1, fails - 1);
+        while (fails_ - fits_ > 1) {
+            const auto end = std::clamp(guess, fits_ + 1, fails_ - 1);
             if (promptBytes(begin, end) > maximumPromptBytes) {
-                fails = end;
+                fails_ = end;
                 continue;
             }
-            auto room = budget_ - count(begin, end);
-            guess = end;
-            if (room >= 0) {
-                fits = end;
-                if (end < values_.size() && alone(end) - uncertainty > room) fails = end + 1;
-                while (guess + 1 < fails && room >= alone(guess)) room -= alone(guess++);
-            } else {
-                fails = end;
-                if (room + alone(end - 1) - uncertainty >= 0) fits = std::max(fits, end - 1);
-                while (guess > fits && room < 0) room += alone(--guess);
-            }
+            const auto room = budget_ - count(begin, end);
+            guess = room >= 0 ? grow(end, room) : shrink(end, room);
         }
         // Adding values one by one, this is the next prompt that would have been built.
-        if (fails <= values_.size() && promptBytes(begin, fails) > maximumPromptBytes) failForSize();
-        return fits;
+        if (fails_ <= values_.size() && promptBytes(begin, fails_) > maximumPromptBytes) failForSize();
+        return fits_;
+    }
+
+    /// Takes in that the array up to `end` leaves so much room. Returns the first end that is uncertain.
+    std::size_t grow(std::size_t end, std::ptrdiff_t room) {
+        fits_ = end;
+        std::ptrdiff_t doubt = 0;
+        while (fits_ + 1 < fails_) {
+            if (promptBytes(begin_, fits_ + 1) > maximumPromptBytes) {
+                fails_ = fits_ + 1;
+                break;
+            }
+            room -= added(fits_);
+            doubt += uncertainty;
+            if (room + doubt < 0) {
+                fails_ = fits_ + 1;
+            } else if (room >= doubt) {
+                ++fits_;
+            } else {
+                break;
+            }
+        }
+        return fits_ + 1;
+    }
+
+    /// Takes in that the array up to `end` has so many tokens too many (`room` is negative). Returns the first
+    /// end that is uncertain.
+    std::size_t shrink(std::size_t end, std::ptrdiff_t room) {
+        fails_ = end;
+        std::ptrdiff_t doubt = 0;
+        while (fails_ - 1 > fits_) {
+            room += added(fails_ - 1);
+            doubt += uncertainty;
+            if (room + doubt < 0) {
+                --fails_;
+            } else if (room >= doubt) {
+                fits_ = fails_ - 1;
+            } else {
+                break;
+            }
+        }
+        return fails_ - 1;
     }
 
     std::size_t endByBytes(std::size_t begin) const {
@@ -91,11 +125,15 @@ private:
         return tokens;
     }
 
-    /// The tokens of one value on its own, counted when they are first asked for.
-    std::ptrdiff_t alone(std::size_t value) {
-        auto& tokens = alone_[value];
-        if (tokens == 0) tokens = tokensOf(ChatFrame::escaped(values_[value]) + ",");
-        return tokens;
+    /// The tokens that a value adds behind another one, counted when they are first asked for.
+    std::ptrdiff_t added(std::size_t value) {
+        auto& tokens = added_[value];
+        if (!tokens) {
+            const std::string before = "\"}";
+            if (closingTokens_ == 0) closingTokens_ = tokensOf(before + "]");
+            tokens = tokensOf(before + "," + ChatFrame::escaped(values_[value]) + "]") - closingTokens_;
+        }
+        return *tokens;
     }
 
     std::ptrdiff_t tokensOf(const std::string& text) {
@@ -127,7 +165,11 @@ private:
     std::ptrdiff_t frameTokens_ = 0;
     double bytesPerToken_ = 3;        ///< of the values, as last seen; at first what is usual for German
     std::vector<std::size_t> bytes_;  ///< running total of the values' bytes in the prompt
-    std::vector<std::ptrdiff_t> alone_;
+    std::vector<std::optional<std::ptrdiff_t>> added_;
+    std::ptrdiff_t closingTokens_ = 0;
+    std::size_t begin_ = 0;  ///< of the array whose end is looked for
+    std::size_t fits_ = 0;   ///< the longest end known to fit, or the first value alone
+    std::size_t fails_ = 0;  ///< the shortest end known not to
 };
 
 }  // namespace
