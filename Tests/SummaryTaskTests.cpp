@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
@@ -103,6 +104,9 @@ TEST(SummaryTask, WritesCheckedPointsWithTheTranscriptsOwnWording) {
         pipeline.prompts[0],
         AllOf(HasSubstr(R"([{"id":"s1","speaker":"Ich · Mikrofon","text":"Anna \u003cliefert\u003e das)"),
               Not(HasSubstr("<liefert>")), EndsWith("<think>\n\n</think>\n")));
+    // Answers are cached under keys that do not cover the contract with the model: it stays as it is.
+    EXPECT_EQ(SHA256::hex(pipeline.prompts[0].substr(0, pipeline.prompts[0].find("\nBenutzerdefiniert"))),
+              "8c15f94c3ba5da35b615f952ae78bdceadfcffa7103725e439e19f36aa28b146");
 }
 
 TEST(SummaryTask, TakesCheckedPartsFromTheCacheUntilAnythingTheyDependOnChanges) {
@@ -246,6 +250,8 @@ TEST(TitleTask, WritesTheTrimmedTitleOfAPromptThatFits) {
     EXPECT_EQ(TranscriptStorage::readOptional<MeetingTitleArtifact>(meeting.folder() / "automatic-title.json"),
               (MeetingTitleArtifact{pipeline.fingerprint, "Budget für Q3"}));
     const auto& prompt = pipeline.prompts[0];
+    EXPECT_EQ(SHA256::hex(prompt.substr(0, prompt.find("<|im_end|>"))),
+              "ec95b2fd86520a0c9b3dbf462e6ce3ae256cae9693f4f112ec142b09effc781e");
     EXPECT_LE(pipeline.tokenize(prompt).size(), 5400U);
     EXPECT_THAT(
         prompt,
