@@ -1,19 +1,15 @@
-#include <functional>
-#include <stdexcept>
-
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "Comparison.h"
 #include "MeetingCore/Summary/ExtractiveSummarizer.h"
 #include "MeetingCore/Summary/GermanText.h"
+#include "PeakMemory.h"
 #include "Support/MarkedMeeting.h"
 
 namespace meetingcore {
 namespace {
 
+using benchmarks::peakMiBOf;
 using benchmarks::secondsOf;
 using testing::MarkedMeeting;
 
@@ -67,23 +63,11 @@ void title(benchmark::State& state) {
 /// Peak memory of a process that summarizes, beside one that only holds the transcript.
 void memory(benchmark::State& state) {
     const auto document = longMeeting(static_cast<std::size_t>(state.range(0)));
-    const auto peakOf = [](const std::function<void()>& work) {
-        const auto child = ::fork();
-        if (child == 0) {
-            work();
-            ::_exit(0);
-        }
-        int status = 0;
-        struct rusage usage {};
-        if (::wait4(child, &status, 0, &usage) != child || status != 0)
-            throw std::runtime_error("the child failed");
-        return static_cast<double>(usage.ru_maxrss) / 1024;
-    };
     for ([[maybe_unused]] auto iteration : state) {
-        const auto held = peakOf([] {});
+        const auto held = peakMiBOf([] {});
         double peak = 0;
         state.SetIterationTime(secondsOf([&] {
-            peak = peakOf([&] { benchmark::DoNotOptimize(ExtractiveSummarizer().summarize(document)); });
+            peak = peakMiBOf([&] { benchmark::DoNotOptimize(ExtractiveSummarizer().summarize(document)); });
         }));
         state.counters["whole_MiB"] = peak;
         state.counters["beside_transcript_MiB"] = peak - held;

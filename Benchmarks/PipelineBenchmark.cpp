@@ -2,12 +2,10 @@
 #include <stdexcept>
 
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "Comparison.h"
 #include "GeneratedMeeting.h"
+#include "PeakMemory.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
 #include "Support/NaivePacking.h"
@@ -17,6 +15,7 @@ namespace meetingcore {
 namespace {
 
 using benchmarks::GeneratedMeeting;
+using benchmarks::peakMiBOf;
 using benchmarks::secondsOf;
 using testing::packNaively;
 using testing::promptAround;
@@ -109,24 +108,15 @@ void cachedRun(benchmark::State& state) {
 /// Peak memory of a process that summarizes, beside one that only loads the vocabulary.
 void memory(benchmark::State& state) {
     const GeneratedMeeting meeting(100'000, 1'440, 50'000);
-    const auto peakOf = [](const std::function<void(CitingModel&)>& work) {
-        const auto child = ::fork();
-        if (child == 0) {
-            CitingModel model;
-            work(model);
-            ::_exit(0);
-        }
-        int status = 0;
-        struct rusage usage {};
-        if (::wait4(child, &status, 0, &usage) != child || status != 0)
-            throw std::runtime_error("the child failed");
-        return static_cast<double>(usage.ru_maxrss) / 1024;
-    };
     for ([[maybe_unused]] auto iteration : state) {
-        const auto vocabulary = peakOf([](CitingModel&) {});
+        const auto vocabulary = peakMiBOf([] { const CitingModel model; });
         double peak = 0;
-        state.SetIterationTime(
-            secondsOf([&] { peak = peakOf([&](CitingModel& model) { summarize(meeting, model); }); }));
+        state.SetIterationTime(secondsOf([&] {
+            peak = peakMiBOf([&] {
+                CitingModel model;
+                summarize(meeting, model);
+            });
+        }));
         state.counters["beside_model_MiB"] = peak - vocabulary;
         state.counters["vocabulary_MiB"] = vocabulary;
     }
