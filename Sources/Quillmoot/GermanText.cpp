@@ -75,6 +75,19 @@ std::optional<std::string> projectName(const LibrarySnapshot& library, const Mee
     return found == library.projects.end() ? std::nullopt : std::optional(found->name);
 }
 
+void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting) {
+    double seconds = 0;
+    const auto now = Date::now().secondsSinceReferenceDate();
+    for (const auto& job : jobs.jobs(meeting)) {
+        if (job.status == JobStatus::running && job.leaseUntil)
+            seconds = std::max(seconds, std::ceil(job.leaseUntil->secondsSinceReferenceDate() - now));
+    }
+    if (error.message().find("Ablauf der Sperre") == std::string::npos || seconds < 1) throw error;
+    throw MeetingError::database(error.message() + " Sie endet in " +
+                                 countOf(static_cast<std::size_t>(seconds), "Sekunde", "Sekunden") +
+                                 ", wenn niemand sie verlängert.");
+}
+
 TranscriptProcessingState processingOf(const MeetingEntry& meeting, const std::filesystem::path& root,
                                        SQLiteJobStore& jobs, const TranscriptDocument* document) {
     TranscriptProcessing processing;

@@ -1,9 +1,12 @@
 #include "Program.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <iostream>
 #include <new>
+#include <numeric>
+#include <sstream>
 
 #include "CommandDescription.h"
 #include "HelpFormatter.h"
@@ -24,18 +27,74 @@ std::string before(const std::string& message, std::string_view marker) {
     return message.substr(0, message.find(marker));
 }
 
+const CLI::App& innermost(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : innermost(*chosen.front());
+}
+
+/// How many letters must be put in, left out or replaced to make one text the other.
+std::size_t distance(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        auto diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const auto replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+/// The option or command that was probably meant; empty where none is near.
+std::string nearest(const std::string& typed, const CLI::App& command) {
+    if (typed.starts_with('-') && typed.size() < 3) return {};
+    std::vector<std::string> known;
+    const auto add = [&](const std::vector<const CLI::Option*>& options) {
+        for (const auto* option : options) std::ranges::move(namesOf(*option), std::back_inserter(known));
+    };
+    if (typed.starts_with('-')) {
+        add(optionsOf(command, false));
+        add(inheritedOptions(command));
+    } else {
+        for (const auto* below : commandsOf(command)) known.push_back(below->get_name());
+    }
+    std::string best;
+    std::size_t least = typed.size() < 4 ? 2 : 3;
+    for (const auto& name : known) {
+        const auto steps = distance(typed, name);
+        if (steps >= least) continue;
+        least = steps;
+        best = name;
+    }
+    return best;
+}
+
+/// Behind an unknown option stands its value, before a command's own options the unknown command.
+std::string unexpected(const CLI::App& app) {
+    const auto& command = innermost(app);
+    const bool option = &command != &app;
+    const auto extra = app.remaining(true);
+    const auto found =
+        std::ranges::find_if(extra, [&](const std::string& typed) { return typed.starts_with('-') == option; });
+    const auto whole = found != extra.end() ? *found : extra.empty() ? std::string() : extra.front();
+    const auto typed = whole.starts_with('-') ? whole.substr(0, whole.find('=')) : whole;
+    const auto meant = nearest(typed, command);
+    return "Unerwartetes Argument: " + typed + (meant.empty() ? "" : " (gemeint ist vielleicht " + meant + ")");
+}
+
 /// What is wrong with the command line, in German. The parser tells what it means by its exception's type, and
 /// in an English message whose names are taken over.
-std::string germanMessage(const CLI::ParseError& error) {
+std::string germanMessage(const CLI::App& app, const CLI::ParseError& error) {
     std::string message = error.what();
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-        return "Unerwartetes Argument: " + behind(message, "expected: ");
-    }
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) return unexpected(app);
     if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
         if (message.find("subcommand") != std::string::npos) return "Es fehlt der Befehl.";
         return "Es fehlt: " + before(message, " is required");
     }
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        if (message.find("At Most") != std::string::npos) return "Mehrfach angegeben: " + before(message, ":");
         return "Der Wert fehlt: " + before(message, ":");
     }
     if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr) {
@@ -52,9 +111,19 @@ std::string germanMessage(const CLI::ParseError& error) {
     return "Der Aufruf ist nicht zu verstehen.";
 }
 
-const CLI::App& innermost(const CLI::App& app) {
-    const auto chosen = app.get_subcommands();
-    return chosen.empty() ? app : innermost(*chosen.front());
+/// What a person can do about what the core says, which knows no commands; empty where that says it itself.
+std::string nextStep(const std::string& message) {
+    const auto tells = [&](std::string_view part) { return message.find(part) != std::string::npos; };
+    if (tells("„diarization.json“") || tells("Ungültige Sprecherzeitmarken") ||
+        tells("Falsche Diarisierungssitzung"))
+        return "„quillmoot speakers import MEETING DATEI --replace“ ersetzt die Sprecherzuordnung.";
+    if (tells("„transcript-edits.json“")) {
+        return "Wird die Datei aus dem Ordner des Meetings entfernt, gilt das Erkannte, ohne Korrekturen und "
+               "Namen.";
+    }
+    if (tells("Sprecherzuordnung muss zuerst abgeschlossen sein"))
+        return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
+    return {};
 }
 
 int wrongly(const CLI::App& app, Shell& shell, const std::string& message) {
@@ -64,7 +133,7 @@ int wrongly(const CLI::App& app, Shell& shell, const std::string& message) {
 }
 
 int fail(Shell& shell, const std::string& message) {
-    shell.err().line(message, Ink::red);
+    explain(shell.err(), message);
     return failed;
 }
 
@@ -79,13 +148,13 @@ int parseAndRun(CLI::App& app, Shell& shell, std::span<char*> arguments) {
         shell.out().line("quillmoot " QUILLMOOT_VERSION);
         return done;
     } catch (const CLI::ParseError& error) {
-        return wrongly(app, shell, germanMessage(error));
+        return wrongly(app, shell, germanMessage(app, error));
     } catch (const UsageError& error) {
         return wrongly(app, shell, error.what());
     } catch (const MeetingError& error) {
-        // What SQLite itself says is in English.
-        const bool database = error.kind() == MeetingError::Kind::database;
-        return fail(shell, (database ? "Datenbank: " : "") + error.message());
+        // What SQLite itself says is in English, and no sentence.
+        const bool english = error.kind() == MeetingError::Kind::database && !error.message().ends_with('.');
+        return fail(shell, (english ? "Datenbank: " : "") + error.message());
     } catch (const std::bad_alloc&) {
         return fail(shell, "Der Arbeitsspeicher reicht nicht aus.");
     } catch (const std::exception& error) {
@@ -102,6 +171,12 @@ int written(Shell& shell, int status) {
 }
 
 }  // namespace
+
+void explain(Terminal& out, const std::string& message) {
+    std::istringstream lines(message);
+    for (std::string line; std::getline(lines, line);) out.line(line, Ink::red);
+    if (const auto step = nextStep(message); !step.empty()) out.line(step);
+}
 
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,
                      std::function<int()> body) {

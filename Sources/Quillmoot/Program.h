@@ -19,6 +19,9 @@ void describe(CLI::App& app, Shell& shell);
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,
                      std::function<int()> body);
 
+/// Tells what went wrong, each line of the message as one, and a next step where there is one.
+void explain(Terminal& out, const std::string& message);
+
 /// The commands by topic.
 void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor, models
 void addToolCommands(CLI::App& app, Shell& shell);     ///< completion, and what only programs call

@@ -187,6 +187,23 @@ void Terminal::wrapped(std::string_view first, std::string_view whole, Ink ink, 
     fill(first, words, firstInk);
 }
 
+void Terminal::paragraphs(std::string_view whole) {
+    for (std::size_t start = 0; start < whole.size();) {
+        const auto end = std::min(whole.find('\n', start), whole.size());
+        wrapped("", whole.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
+void Terminal::content(std::string_view whole) {
+    if (!style_.terminal) return raw(whole);
+    for (std::size_t start = 0; start < whole.size();) {
+        const auto end = std::min(whole.find('\n', start), whole.size());
+        line(whole.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
 void Terminal::highlighted(std::string_view first, std::string_view whole,
                            std::span<const text::CharacterRange> ranges) {
     std::vector<Word> words;
@@ -226,18 +243,23 @@ void Terminal::highlighted(std::string_view first, std::string_view whole,
 }
 
 void Terminal::fill(std::string_view first, const std::vector<Word>& words, Ink firstInk) {
-    const auto indent = columnsOf(first);
+    const auto limit = style_.columns;
+    const auto whole = columnsOf(first);
+    const auto indent = limit == 0 ? whole : std::min(whole, limit * 2 / 5);
     out_ << inked(first, firstInk);
-    auto used = indent;
+    auto used = whole;
+    bool begun = false;  // whether a word stands on this line
     for (const auto& word : words) {
-        if (used > indent && style_.columns > 0 && used + 1 + word.columns > style_.columns) {
+        const auto next = used + (begun ? 1 : 0) + word.columns;
+        // A word that is too long for any line stays behind what is there, to be copied as a whole.
+        if (limit > 0 && next > limit && (begun || (used > indent && indent + word.columns <= limit))) {
             out_ << '\n' << std::string(indent, ' ');
             used = indent;
-        }
-        if (used > indent) {
+        } else if (begun) {
             out_ << ' ';
             ++used;
         }
+        begun = true;
         out_ << word.text;
         used += word.columns;
     }
@@ -255,17 +277,32 @@ void Table::write(Terminal& terminal) const {
     std::size_t before = 0;
     for (std::size_t i = 0; i + 1 < widths.size(); ++i) before += widths[i] + gap;
     const auto limit = terminal.style().columns;
-    const auto last =
-        limit == 0 ? std::string::npos : std::max(limit > before ? limit - before : 0, narrowest / 2);
+    if (limit > 0 && before + narrowest / 2 > limit) return writeStacked(terminal);
     for (std::size_t r = 0; r < rows_.size(); ++r) {
+        const auto ink = r == 0 ? Ink::dim : Ink::plain;
         std::string line;
         for (std::size_t i = 0; i + 1 < rows_[r].size(); ++i) {
             const auto cell = printable(rows_[r][i]);
             line += cell + std::string(widths[i] - columnsOf(cell) + gap, ' ');
         }
-        line += fitted(printable(rows_[r].back()), last);
+        const auto cell = printable(rows_[r].back());
+        if (limit > 0 && last_ == Last::wrapped && before + columnsOf(cell) > limit) {
+            terminal.wrapped(line, cell, ink, ink);
+            continue;
+        }
+        line += limit == 0 ? cell : fitted(cell, limit - before);
         while (line.ends_with(' ')) line.pop_back();
-        terminal.raw(terminal.inked(line, r == 0 ? Ink::dim : Ink::plain) + "\n");
+        terminal.raw(terminal.inked(line, ink) + "\n");
+    }
+}
+
+void Table::writeStacked(Terminal& terminal) const {
+    for (std::size_t r = 1; r < rows_.size(); ++r) {
+        if (r > 1) terminal.line();
+        for (std::size_t i = 0; i < rows_[r].size(); ++i) {
+            if (!rows_[r][i].empty())
+                terminal.wrapped(rows_.front()[i] + " ", rows_[r][i], Ink::plain, Ink::dim);
+        }
     }
 }
 

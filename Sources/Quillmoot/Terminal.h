@@ -45,9 +45,13 @@ public:
     void line(std::string_view whole = {}, Ink ink = Ink::plain);
     void heading(std::string_view whole);
 
-    /// A paragraph, broken between words; its first line begins with `first`, the others with as many blanks.
+    /// A paragraph, broken between words; its first line begins with `first`, the others with as many blanks,
+    /// but never more than two fifths of the window.
     void wrapped(std::string_view first, std::string_view whole, Ink ink = Ink::plain,
                  Ink firstInk = Ink::plain);
+
+    /// Each line of the text as a paragraph of its own.
+    void paragraphs(std::string_view whole);
 
     /// The same with some characters of the text set off.
     void highlighted(std::string_view first, std::string_view whole,
@@ -61,6 +65,9 @@ public:
     /// Writes bytes as they are, which must be printable already.
     void raw(std::string_view text) { out_ << text; }
 
+    /// Writes bytes as they are into a file or a pipe, and each line printable to a terminal.
+    void content(std::string_view whole);
+
 private:
     struct Word {
         std::string text;  ///< with its attributes
@@ -73,18 +80,26 @@ private:
     Style style_;
 };
 
-/// Lines of cells that stand below each other. The last column gets what is left of the window.
+/// Lines of cells that stand below each other; in a window too narrow for that, each row as a paragraph with
+/// the headings in front of the cells.
 class Table {
 public:
+    /// What becomes of a cell of the last column for which the window is too narrow.
+    enum class Last { wrapped, cut };
+
     /// One heading per column.
-    explicit Table(std::vector<std::string> headings) : rows_{std::move(headings)} {}
+    explicit Table(std::vector<std::string> headings, Last last = Last::wrapped)
+        : rows_{std::move(headings)}, last_(last) {}
 
     void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
 
     void write(Terminal& terminal) const;
 
 private:
+    void writeStacked(Terminal& terminal) const;
+
     std::vector<std::vector<std::string>> rows_;
+    Last last_;
 };
 
 /// One line that is written over and over on a terminal, and not at all elsewhere.
