@@ -1,6 +1,5 @@
 #include <algorithm>
-#include <iterator>
-#include <sstream>
+#include <iostream>
 
 #include "GermanText.h"
 #include "MeetingCore/Platform/Folding.h"
@@ -47,8 +46,14 @@ bool sameName(std::string_view a, std::string_view b) {
 
 /// The argument itself, or for "-" what comes on standard input.
 std::string textOf(const std::string& argument) {
+    constexpr std::size_t limit = 1'048'576;
     if (argument != "-") return argument;
-    return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+    std::string text(limit + 1, '\0');
+    std::cin.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(std::cin.gcount()));
+    if (text.size() > limit)
+        throw MeetingError::invalidData("Der Text auf der Standardeingabe ist länger als 1 MiB.");
+    return text;
 }
 
 /// The element of a list with this name; throws where there is none.
@@ -59,11 +64,21 @@ auto named(List& list, const std::string& name, const std::string& what) {
     return found;
 }
 
-/// The trimmed name; throws where nothing is left.
+/// The trimmed name; throws where nothing is left, or what a terminal would act on.
 std::string nameOf(const std::string& typed, const char* what) {
     const auto name = text::trimmed(typed);
     if (name.empty()) throw MeetingError::invalidData(std::string(what) + " darf nicht leer sein.");
+    if (printable(name) != name)
+        throw MeetingError::invalidData(std::string(what) + " darf keine Steuerzeichen enthalten.");
     return std::string(name);
+}
+
+/// Throws where a project other than `self` has this name.
+void requireFree(const std::vector<MeetingProject>& projects, const std::string& name,
+                 const std::optional<UUID>& self = {}) {
+    const auto taken = [&](const auto& project) { return sameName(project.name, name) && project.id != self; };
+    if (std::ranges::any_of(projects, taken))
+        throw MeetingError::invalidData("Ein Projekt „" + name + "“ gibt es schon.");
 }
 
 int rename(Shell& shell, const Values& values) {
@@ -82,20 +97,14 @@ int pin(Shell& shell, const Values& values) {
     return done;
 }
 
-/// Each line of the text as a paragraph of its own.
-void writeLines(Terminal& out, const std::string& text) {
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) out.wrapped("", line);
-}
-
 int note(Shell& shell, const Values& values) {
     if (!values.text) {
         auto folder = shell.folder();
         const auto& notes = folder.meeting(values.meeting).notes;
         if (values.json) {
             shell.writeJSON(notes);
-        } else if (!notes.empty()) {
-            writeLines(shell.out(), notes);
+        } else {
+            shell.out().paragraphs(notes);
         }
         return done;
     }
@@ -129,10 +138,7 @@ int listProjects(Shell& shell, const Values& values) {
 int addProject(Shell& shell, const Values& values) {
     const auto name = nameOf(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
-        const auto exists = [&](const MeetingProject& project) { return sameName(project.name, values.name); };
-        if (std::ranges::any_of(library.projects, exists)) {
-            throw MeetingError::invalidData("Ein Projekt „" + values.name + "“ gibt es schon.");
-        }
+        requireFree(library.projects, name);
         library.projects.push_back({UUID::random(), name});
     });
     return done;
@@ -140,7 +146,10 @@ int addProject(Shell& shell, const Values& values) {
 
 int renameProject(Shell& shell, const Values& values) {
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
-        named(library.projects, values.name, "Ein Projekt")->name = nameOf(values.newName, "Der Name");
+        const auto project = named(library.projects, values.name, "Ein Projekt");
+        const auto name = nameOf(values.newName, "Der Name");
+        requireFree(library.projects, name, project->id);
+        project->name = name;
     });
     return done;
 }
@@ -170,6 +179,19 @@ int assignProject(Shell& shell, const Values& values) {
     return done;
 }
 
+/// Adds a name unless it is there; throws where the metadata would cut it or leave it out.
+void addParticipant(MeetingMetadata& metadata, const std::string& typed) {
+    const auto name = nameOf(typed, "Ein Name");
+    if (text::exceeds(name, MeetingMetadata::maximumParticipantCharacters))
+        throw MeetingError::invalidData("Ein Name darf höchstens 100 Zeichen haben.");
+    const auto known = [&](const std::string& other) { return sameName(other, name); };
+    if (metadata.participants.size() == MeetingMetadata::maximumParticipants &&
+        std::ranges::none_of(metadata.participants, known)) {
+        throw MeetingError::invalidData("Ein Meeting hat höchstens 100 Teilnehmer.");
+    }
+    metadata.addParticipant(name);
+}
+
 int participants(Shell& shell, const Values& values) {
     if (values.added.empty() && values.removed.empty()) {
         auto folder = shell.folder();
@@ -192,7 +214,7 @@ int participants(Shell& shell, const Values& values) {
             }
             metadata.participants.erase(found);
         }
-        for (const auto& name : values.added) metadata.addParticipant(name);
+        for (const auto& name : values.added) addParticipant(metadata, name);
         entry.metadata = std::move(metadata);
     });
     return done;
@@ -218,42 +240,79 @@ int changeFields(Shell& shell, const std::function<void(std::vector<MeetingField
     return done;
 }
 
+bool isDefined(const MeetingFieldValue& value, const std::vector<MeetingFieldDefinition>& fields) {
+    return std::ranges::find(fields, value.id, &MeetingFieldDefinition::id) != fields.end();
+}
+
+/// Adds a field. What meetings still say in a removed one of this name belongs to the new one.
+int addField(Shell& shell, const Values& values) {
+    const auto name = nameOf(values.name, "Der Name");
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
+        const auto id = UUID::random();
+        for (auto& meeting : library.meetings) {
+            if (!meeting.metadata) continue;
+            const auto old =
+                std::ranges::find_if(meeting.metadata->fields, [&](const MeetingFieldValue& field) {
+                    return sameName(field.name, name) && !isDefined(field, fields);
+                });
+            if (old != meeting.metadata->fields.end()) old->id = id;
+        }
+        fields.push_back({id, name});
+        library.customFields = std::move(fields);
+    });
+    return done;
+}
+
 int setField(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     open.library().update([&](LibrarySnapshot& library) {
         const auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
-        const auto field = named(fields, values.name, "Ein Feld");
         auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
         auto metadata = entry.metadata.value_or(MeetingMetadata{}).resolving(fields);
-        std::ranges::find(metadata.fields, field->id, &MeetingFieldValue::id)->value =
-            text::trimmed(values.text.value_or(""));
+        const auto value = text::trimmed(values.text.value_or(""));
+        const auto removed = std::erase_if(metadata.fields, [&](const MeetingFieldValue& field) {
+            return sameName(field.name, values.name) && !isDefined(field, fields);
+        });
+        if (!value.empty() || removed == 0) {
+            const auto field = named(fields, values.name, "Ein Feld");
+            std::ranges::find(metadata.fields, field->id, &MeetingFieldValue::id)->value = value;
+        }
         entry.metadata = std::move(metadata);
     });
     return done;
 }
 
 int instructions(Shell& shell, const Values& values, const std::optional<std::string>& base) {
+    if (base == "-" && values.text == "-")
+        throw UsageError("Nur eines von --base und --hint kann von der Standardeingabe kommen.");
     auto folder = shell.folder();
     const auto file = folder.folderOf(folder.meeting(values.meeting).id) / "summary-request.json";
     SummaryInstructions wishes{std::string(SummaryInstructions::defaultBasePrompt), ""};
-    if (!values.off) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
+    const auto read = [&] {
+        if (!values.off) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
+    };
     if (base || values.text || values.off) {
+        const auto newBase = base ? std::optional(textOf(*base)) : std::nullopt;
+        const auto newHint = values.text ? std::optional(textOf(*values.text)) : std::nullopt;
         const auto open = shell.openLibrary();
-        if (base) wishes.basePrompt = textOf(*base);
-        if (values.text) wishes.meetingPrompt = textOf(*values.text);
+        read();
+        wishes.basePrompt = newBase.value_or(wishes.basePrompt);
+        wishes.meetingPrompt = newHint.value_or(wishes.meetingPrompt);
         wishes = wishes.validated();
         TranscriptStorage::save(wishes, file);
         return done;
     }
+    read();
     if (values.json) {
         shell.writeJSON(wishes);
         return done;
     }
     shell.out().heading("Vorgaben");
-    writeLines(shell.out(), wishes.basePrompt);
+    shell.out().paragraphs(wishes.basePrompt);
     shell.out().heading("Hinweise zu diesem Meeting");
-    writeLines(shell.out(), wishes.meetingPrompt.empty() ? "keine" : wishes.meetingPrompt);
+    shell.out().paragraphs(wishes.meetingPrompt.empty() ? "keine" : wishes.meetingPrompt);
     return done;
 }
 
@@ -282,16 +341,13 @@ void addFieldCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>
     auto& fields = addCommand(app, shell, "fields", "Eigene Felder für die Angaben zu Meetings",
                               [&shell, values] { return listFields(shell, *values); });
     fields.add_flag("--json", values->json, "Als JSON für Programme");
-    addCommand(
-        fields, shell, "add", "Legt ein Feld an",
-        [&shell, values] {
-            return changeFields(shell, [&](auto& list) { list.push_back({UUID::random(), values->name}); });
-        })
+    addCommand(fields, shell, "add", "Legt ein Feld an", [&shell, values] { return addField(shell, *values); })
         .add_option("NAME", values->name, "Der Name")
         ->required();
     auto& renamed = addCommand(fields, shell, "rename", "Benennt ein Feld um", [&shell, values] {
-        return changeFields(shell,
-                            [&](auto& list) { named(list, values->name, "Ein Feld")->name = values->newName; });
+        return changeFields(shell, [&](auto& list) {
+            named(list, values->name, "Ein Feld")->name = nameOf(values->newName, "Der Name");
+        });
     });
     renamed.add_option("NAME", values->name, "Der bisherige Name")->required();
     renamed.add_option("NEU", values->newName, "Der neue Name")->required();
@@ -345,7 +401,8 @@ void addMeetingCommands(CLI::App& app, Shell& shell) {
                    [&shell, values, base] { return instructions(shell, *values, *base); });
     wishes.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
     wishes.add_option("--base", *base, "Inhalt und Stil; „-“ liest von der Standardeingabe")->type_name("TEXT");
-    wishes.add_option("--hint", values->text, "Hinweise zu diesem Meeting")->type_name("TEXT");
+    wishes.add_option("--hint", values->text, "Hinweise zu diesem Meeting; „-“ liest von der Standardeingabe")
+        ->type_name("TEXT");
     wishes.add_flag("--reset", values->off, "Zurück zu den üblichen Vorgaben");
     wishes.add_flag("--json", values->json, "Als JSON für Programme");
 }

@@ -17,8 +17,6 @@ constexpr std::size_t maximumDefinitions = 20;
 constexpr std::size_t maximumFieldNameCharacters = 60;
 constexpr std::size_t maximumFieldValueCharacters = 4000;
 constexpr std::size_t maximumFieldValues = 100;
-constexpr std::size_t maximumParticipants = 100;
-constexpr std::size_t maximumParticipantCharacters = 100;
 
 /// Headings that views and exports use themselves, in folded form.
 constexpr auto reservedNames = std::to_array<std::string_view>(
@@ -47,7 +45,7 @@ bool areDistinctNames(const std::vector<MeetingFieldDefinition>& definitions) {
 }
 
 bool isParticipant(std::string_view name) {
-    return !isBlank(name) && !text::exceeds(name, maximumParticipantCharacters);
+    return !isBlank(name) && !text::exceeds(name, MeetingMetadata::maximumParticipantCharacters);
 }
 
 bool isFieldValue(const MeetingFieldValue& field) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string>
@@ -43,6 +44,9 @@ inline constexpr auto json::fields<MeetingFieldValue> =
 
 /// The structured details of one meeting.
 struct MeetingMetadata {
+    static constexpr std::size_t maximumParticipants = 100;
+    static constexpr std::size_t maximumParticipantCharacters = 100;
+
     std::vector<std::string> participants;  ///< display names, in the order added
     std::vector<MeetingFieldValue> fields;
     std::optional<std::vector<std::string>> transcriptionPhrases;  ///< words that recognition should favour
