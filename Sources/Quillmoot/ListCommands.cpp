@@ -160,13 +160,19 @@ std::string progressOf(const MeetingRow& row) {
     }
     if (count("failed") > 0 && !row.audioRemoved)
         return countOf(static_cast<std::size_t>(count("failed")), "Fehler", "Fehler");
-    if (row.hasSummary) return "zusammengefasst";
+    if (row.hasSummary)
+        return "mit Zusammenfassung";  // whether it is still current, only the transcript could tell
     if (count("completed") > 0) return "transkribiert";
     return row.state == "interrupted" ? "unterbrochen" : "ohne Transkript";
 }
 
 int list(Shell& shell, const std::string& project, bool asJSON) {
     auto folder = shell.folder();
+    const auto isMeant = [&](const MeetingProject& known) {
+        return text::folded(known.name) == text::folded(project);
+    };
+    if (!project.empty() && std::ranges::none_of(folder.library().projects, isMeant))
+        throw MeetingError::invalidData("Ein Projekt „" + project + "“ gibt es nicht.");
     std::vector<MeetingRow> rows;
     auto counts = folder.jobs().jobStatsBySession();
     for (const auto& meeting : folder.library().meetings) {
@@ -185,7 +191,7 @@ int list(Shell& shell, const std::string& project, bool asJSON) {
         shell.err().line("Keine Meetings.");
         return done;
     }
-    Table table({"Kennung", "Datum", "Dauer", "Stand", "Titel"});
+    Table table({"Kennung", "Datum", "Dauer", "Stand", "Titel"}, Table::Last::cut);
     const auto zone = TimeZone::current();
     std::map<std::string, Date> created;
     for (const auto& meeting : folder.library().meetings)
@@ -271,7 +277,10 @@ int show(Shell& shell, const std::string& reference, bool asJSON) {
     fact("Projekt", details.meeting.project.value_or(""));
     fact("Teilnehmer", joined(details.participants));
     for (const auto& field : details.fields) fact(fitted(field.name, 15), field.value);
-    fact("Verarbeitung", quillmoot::wordFor(details.processing));
+    const bool transcribed = !details.meeting.jobs.contains("pending");
+    fact("Verarbeitung", details.processing == TranscriptProcessingState::waiting && transcribed
+                             ? "wartet auf die Sprecher"
+                             : quillmoot::wordFor(details.processing));
     fact("Transkript", countOf(static_cast<std::size_t>(details.segments), "Segment", "Segmente"));
     fact("Sprecher", joined(details.speakers));
     fact("Zusammenfassung", wordFor(details.summary));
@@ -281,10 +290,10 @@ int show(Shell& shell, const std::string& reference, bool asJSON) {
     fact("Ordner", details.folder);
     if (!details.notes.empty()) {
         out.heading("Notizen");
-        out.wrapped("", details.notes);
+        out.paragraphs(details.notes);
     }
     if (!details.problem) return done;
-    shell.err().line(*details.problem, Ink::red);
+    explain(shell.err(), *details.problem);
     return failed;
 }
 
@@ -334,7 +343,7 @@ int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
     } else if (last == nullptr) {
         shell.err().line("Keine Treffer.");
     }
-    for (const auto& problem : problems) shell.err().line(problem, Ink::red);
+    for (const auto& problem : problems) explain(shell.err(), problem);
     return problems.empty() ? done : failed;
 }
 
@@ -358,17 +367,41 @@ JobRow rowOf(const JobState& job) {
     return row;
 }
 
-int jobs(Shell& shell, const std::string& reference, const std::string& action, bool asJSON) {
-    auto folder = shell.folder();
-    const auto& meeting = folder.meeting(reference);
-    if (action == "retry") {
-        folder.jobs().retrySession(meeting.id);
-    } else if (action == "restart") {
-        folder.jobs().restartSession(meeting.id);
+/// Opens jobs again; `confirmed` allows to do so with those that are done.
+void openJobs(const UUID& meeting, const std::string& action, bool confirmed, DataFolder& folder) {
+    if (AudioArchive::removed(meeting, folder.root()))
+        throw MeetingError::invalidData("Das Audio dieses Meetings wurde bewusst entfernt.");
+    if (action == "retry") return folder.jobs().retrySession(meeting);
+    const auto finished = folder.jobs().jobStats(meeting)["completed"];
+    if (finished > 0 && !confirmed) {
+        throw MeetingError::invalidData(
+            "Das legt " +
+            countOf(static_cast<std::size_t>(finished), "fertigen Abschnitt", "fertige Abschnitte") +
+            " beiseite, damit alles neu transkribiert wird; bis dahin fehlt der Text. Mit --yes geschieht es.");
     }
+    try {
+        folder.jobs().restartSession(meeting);
+    } catch (const MeetingError& error) {
+        rethrowWithLease(error, folder.jobs(), meeting);
+    }
+}
+
+struct Values {
+    std::string meeting;
+    std::string action;
+    std::string project;
+    std::vector<std::string> words;
+    bool yes = false;
+    bool json = false;
+};
+
+int jobs(Shell& shell, const Values& values) {
+    auto folder = shell.folder();
+    const auto& meeting = folder.meeting(values.meeting);
+    if (!values.action.empty()) openJobs(meeting.id, values.action, values.yes, folder);
     std::vector<JobRow> rows;
     for (const auto& job : folder.jobs().jobs(meeting.id)) rows.push_back(rowOf(job));
-    if (asJSON) {
+    if (values.json) {
         shell.writeJSON(rows);
         return done;
     }
@@ -376,7 +409,7 @@ int jobs(Shell& shell, const std::string& reference, const std::string& action, 
         shell.err().line("Keine Aufträge.");
         return done;
     }
-    Table table({"Tonspur", "Zeit", "Stand", "Versuche", "Meldung"});
+    Table table({"Tonspur", "Zeit", "Stand", "Versuche", "Meldung"}, Table::Last::cut);
     for (const auto& row : rows) {
         table.add({std::string(row.source ? trackName(*row.source) : std::string_view(row.kind)),
                    row.startSeconds ? lengthOf(*row.startSeconds) + "–" + lengthOf(*row.endSeconds) : "",
@@ -390,13 +423,6 @@ int jobs(Shell& shell, const std::string& reference, const std::string& action, 
 }  // namespace
 
 void addListCommands(CLI::App& app, Shell& shell) {
-    struct Values {
-        std::string meeting;
-        std::string action;
-        std::string project;
-        std::vector<std::string> words;
-        bool json = false;
-    };
     const auto values = std::make_shared<Values>();
     const auto withJSON = [&](CLI::App& command) {
         command.add_flag("--json", values->json, "Als JSON für Programme");
@@ -418,13 +444,13 @@ void addListCommands(CLI::App& app, Shell& shell) {
     searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")->required();
     withJSON(searched);
 
-    auto& queued =
-        addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",
-                   [&shell, values] { return jobs(shell, values->meeting, values->action, values->json); });
+    auto& queued = addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",
+                              [&shell, values] { return jobs(shell, *values); });
     queued.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
     oneOf(queued.add_option("AKTION", values->action,
                             "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn"),
           {"retry", "restart"});
+    queued.add_flag("--yes", values->yes, "restart auch, wenn schon etwas transkribiert ist");
     withJSON(queued);
 }
 
