@@ -6,8 +6,10 @@
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Support/CrashingFileManager.h"
 #include "Support/Failure.h"
+#include "Support/FileContent.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
 
@@ -19,6 +21,7 @@ using ::testing::ElementsAre;
 using testing::failureOf;
 using ::testing::HasSubstr;
 using testing::PowerCut;
+using testing::writeFile;
 
 constexpr auto microphone = AudioSource::microphone;
 constexpr auto meeting = AudioSource::meeting;
@@ -144,9 +147,12 @@ protected:
     }
 
     SpeakerIntake::Report takeSpeakers(AudioSource source, const std::string& bytes,
-                                       const std::optional<std::string>& recording = {}) {
-        return SpeakerIntake::take(session.id, source, SpeakerTurnFile::parse(bytes, "a.rttm"), recording,
-                                   root.path(), database);
+                                       const std::optional<std::string>& recording = {}, bool replace = false) {
+        const std::vector<SpeakerIntake::Selection> track{{source, recording}};
+        const auto existing = replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
+        return SpeakerIntake::take(session.id, SpeakerTurnFile::parse(bytes, "a.rttm"), track, root.path(),
+                                   database, existing)
+            .front();
     }
 
     TranscriptDocument load() { return TranscriptStorage::load(session.id, root.path(), database); }
@@ -220,6 +226,11 @@ TEST_F(IntakeTest, GivesCaptionsToTheWindowsTheyFallInto) {
         }),
         "a.vtt, Zeile 1: Die Zeit liegt außerhalb der Aufnahme.\n"
         "a.vtt, Zeile 3: Die Zeit liegt außerhalb der Aufnahme.");
+    const auto flood = captions(std::vector<Caption>(20'003, caption(1, 2)));
+    EXPECT_EQ(
+        failureOf([&] { TranscriptIntake::assign(flood, track); }),
+        "a.vtt, Zeile 20001: Bis hierher fallen mehr als 20.000 Untertitel oder Wörter in einen Abschnitt "
+        "der Aufnahme.");
 }
 
 TEST_F(IntakeTest, FinishesTheTrackAndLeavesTheOtherAlone) {
@@ -329,10 +340,33 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
     EXPECT_EQ(load().diarization->version, 2);
     EXPECT_EQ(load().diarization->turns.front(), (SpeakerTurn{"mic:1", microphone, 1, 3}));
 
-    takeSpeakers(meeting,
-                 "SPEAKER f 1 4 6 <NA> <NA> Eva <NA> <NA>");  // anew: Bernd's and Cem's numbers are free
-    EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Eva: Wir!", "Eva: alle", "Mikrofon · unklar: unklar"));
+    const auto rename = [&](const char* from, const char* to) {
+        TranscriptEditing::nameSpeaker(session.id, from, to, root.path(), database);
+    };
+    rename("Anna", "");  // the user's last word stays
+    EXPECT_FALSE(takeSpeakers(microphone, voices).changed);
+    EXPECT_EQ(lines().front(), "Sprecher 1 · Mikrofon: ich");
+    for (const auto* const name : {"Anna", "Ann-Kathrin"}) {
+        EXPECT_FALSE(takeSpeakers(microphone, voices, {}, true).changed);
+        EXPECT_EQ(lines().front(), std::string(name) + ": ich");
+        rename(name, "Ann-Kathrin");
+    }
+    const auto kept = load();
+    const std::string anew = "SPEAKER f 1 4 6 <NA> <NA> Eva <NA> <NA>";
+    EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }), HasSubstr("„meeting“ hat schon Sprecher."));
+    EXPECT_THAT(failureOf([&] { SpeakerIntake::declareNone(session.id, root.path(), database); }),
+                HasSubstr("hat schon Sprecher."));
+    EXPECT_EQ(load().diarization, kept.diarization);
+    EXPECT_EQ(load().edits, kept.edits);
+    takeSpeakers(meeting, anew, {}, true);  // Bernd's and Cem's numbers are free
+    EXPECT_THAT(lines(),
+                ElementsAre("Ann-Kathrin: ich", "Eva: Wir!", "Eva: alle", "Mikrofon · unklar: unklar"));
     EXPECT_FALSE(load().edits.speakerNames.contains("2"));
+
+    writeFile(edits().parent_path() / "diarization.json", "{");
+    EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }), HasSubstr("„diarization.json“"));
+    takeSpeakers(meeting, anew, {}, true);
+    EXPECT_EQ(load().diarization->turns.size(), 1U);
 }
 
 TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
@@ -341,6 +375,7 @@ TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
     takeSpeakers(meeting, "SPEAKER f 1 4 2 <NA> <NA> Bernd <NA>");
     const auto before = load();
     const auto folder = edits().parent_path();
+    const std::vector<SpeakerIntake::Selection> track{{microphone, {}}};
     bool stopped = true;
     for (std::size_t change = 0; stopped; ++change) {
         stopped = false;
@@ -350,11 +385,12 @@ TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
         files.cutPowerAt(change);
         const auto file = SpeakerTurnFile::parse("SPEAKER f 1 1 2 <NA> <NA> Anna <NA>", "a");
         try {
-            SpeakerIntake::take(session.id, microphone, file, {}, root.path(), database, files);
+            SpeakerIntake::take(session.id, file, track, root.path(), database, SpeakerIntake::Existing::refuse,
+                                files);
         } catch (const PowerCut&) {
             stopped = true;
         }
-        SpeakerIntake::take(session.id, microphone, file, {}, root.path(), database);
+        SpeakerIntake::take(session.id, file, track, root.path(), database);
         EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Bernd: wir")) << change;
         EXPECT_TRUE(stopped || change > 4);
     }
@@ -366,7 +402,13 @@ TEST_F(IntakeTest, RefusesSpeakersThatItCannotPlace) {
     EXPECT_EQ(takeSpeakers(meeting, two, "rechts").turns, 1U);
     const auto before = load().diarization;
     const std::vector<std::pair<std::string, std::string>> files = {
-        {two, "a.rttm enthält mehrere Aufnahmen: „links“, „rechts“."},
+        {two, "a.rttm enthält mehrere Aufnahmen: „links“, „rechts“. Bitte eine davon angeben (--recording)."},
+        {"SPEAKER f 1 121.5 1 <NA> <NA> A <NA>\nSPEAKER f 1 120.9 1 <NA> <NA> A\aB <NA>\n"
+         "SPEAKER f 1 1 1 <NA> <NA> " +
+             std::string(101, 'x') + " <NA>\nSPEAKER f 1 2 1 <NA> <NA> 1 <NA>\n",
+         "a.rttm, Zeile 1: Die Zeit liegt außerhalb der Aufnahme.\n"
+         "a.rttm, Zeile 2: Ein Sprechername darf keine Steuerzeichen enthalten.\n"
+         "a.rttm, Zeile 3: Ein Sprechername darf höchstens 100 Zeichen haben und muss gültiges UTF-8 sein."},
         {"SPEAKER f 1 x 1 <NA> <NA> A <NA>\n\nSPEAKER f 1 -1 1 <NA> <NA> A <NA>\nSPEAKER f 1 1e308 1e308 - - A "
          "-\n"
          "SPEAKER f 1 1 1 <NA> <NA> <NA> <NA>\nSPEAKER f 1 1 1 <NA>\nSprecher 1\n",
@@ -375,12 +417,27 @@ TEST_F(IntakeTest, RefusesSpeakersThatItCannotPlace) {
          "a.rttm, Zeile 6: Die Zeile hat nicht neun oder zehn Felder.\n"
          "a.rttm, Zeile 7: Die Zeile ist kein RTTM-Eintrag."},
         {"WEBVTT\n\n00:01.000 --> 00:03.000\nohne\n", "a.rttm nennt keine Sprecher."},
+        {"Sprecher 1\n",
+         "a.rttm ist weder RTTM noch WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX."},
     };
     for (const auto& file : files) {
         EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, file.first); }), file.second);
     }
     EXPECT_EQ(failureOf([&] { takeSpeakers(meeting, two, "oben"); }), "a.rttm enthält keine Aufnahme „oben“.");
     EXPECT_EQ(load().diarization, before);
+}
+
+TEST_F(IntakeTest, SettlesASpeakerlessMeetingOfEitherVersion) {
+    for (const std::int64_t version : {1, 2}) {
+        auto result = TranscriptIntake::assign(captions({caption(1, 2)}), windows(meeting)).front();
+        result.version = version;
+        if (version == 2) database.restartSession(session.id);
+        database.finish(database.claim(result.windowID, noon, 1).value(), json::encode(result), noon);
+        EXPECT_TRUE(load().diarizationPending());
+        SpeakerIntake::declareNone(session.id, root.path(), database);
+        EXPECT_FALSE(load().diarizationPending());
+        EXPECT_EQ(load().diarization->version, version);
+    }
 }
 
 TEST_F(IntakeTest, ReadsTheLibrarysOwnSubtitlesBack) {

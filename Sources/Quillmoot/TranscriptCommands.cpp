@@ -186,24 +186,41 @@ int importTranscript(Shell& shell, const Values& values) {
     const auto file = CaptionFile::read(values.file);
     const auto existing =
         values.replace ? TranscriptIntake::Existing::replace : TranscriptIntake::Existing::refuse;
-    const auto report =
-        TranscriptIntake::take(meeting, trackOf(values.source), file, open.root(), open.jobs(), existing);
+    TranscriptIntake::Report report;
+    try {
+        report =
+            TranscriptIntake::take(meeting, trackOf(values.source), file, open.root(), open.jobs(), existing);
+    } catch (const MeetingError& error) {
+        rethrowWithLease(error, open.jobs(), meeting);
+    }
     shell.err().line(countOf(report.segments, "Segment", "Segmente") + " in " +
                      countOf(report.windows, "Abschnitt", "Abschnitten") + " übernommen.");
+    if (report.segments == 0) {
+        shell.err().line(
+            quotedName(values.file) + " enthält keinen Text: Die Tonspur gilt jetzt als ohne Sprache.",
+            Ink::yellow);
+    }
     return done;
 }
 
-/// Which recording of the file belongs to which track. Without a choice, recordings named like the tracks go to
-/// these, and anything else to the meeting's.
-std::vector<std::pair<AudioSource, std::optional<std::string>>> assignments(const Values& values,
-                                                                            const SpeakerTurnFile& file) {
-    if (!values.source.empty()) return {{trackOf(values.source), values.recording}};
-    std::vector<std::pair<AudioSource, std::optional<std::string>>> found;
-    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
-        const std::string name(json::nameOf(source));
-        if (std::ranges::count(file.recordings(), name) != 0) found.emplace_back(source, name);
+/// Which recording of the file belongs to which track. Recordings named like the tracks are theirs; the only
+/// one of another name is the meeting's. What stays open is left to the import to refuse.
+std::vector<SpeakerIntake::Selection> selections(const Values& values, const SpeakerTurnFile& file) {
+    const auto recordings = file.recordings();
+    const auto isThere = [&](const std::string& name) { return std::ranges::count(recordings, name) != 0; };
+    if (values.recording) {
+        const auto& track = values.source.empty() ? *values.recording : values.source;
+        return {{trackOf(track), values.recording}};
     }
-    if (found.empty() || values.recording) return {{AudioSource::meeting, values.recording}};
+    if (!values.source.empty()) {
+        const bool named = recordings.size() > 1 && isThere(values.source);
+        return {{trackOf(values.source), named ? std::optional(values.source) : std::nullopt}};
+    }
+    std::vector<SpeakerIntake::Selection> found;
+    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+        if (std::string name(json::nameOf(source)); isThere(name)) found.push_back({source, std::move(name)});
+    }
+    if (found.empty() || found.size() < recordings.size()) return {{AudioSource::meeting, std::nullopt}};
     return found;
 }
 
@@ -211,18 +228,22 @@ int importSpeakers(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     const auto file = SpeakerTurnFile::read(values.file);
-    for (const auto& [source, recording] : assignments(values, file)) {
-        const auto report = SpeakerIntake::take(meeting, source, file, recording, open.root(), open.jobs());
-        shell.err().line(std::string(trackName(source)) + ": " +
-                         countOf(report.speakers, "Sprecher", "Sprecher") + ", davon " +
-                         std::to_string(report.named) + " mit Namen.");
+    const auto existing = values.replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
+    const auto reports =
+        SpeakerIntake::take(meeting, file, selections(values, file), open.root(), open.jobs(), existing);
+    for (const auto& report : reports) {
+        shell.err().line(std::string(trackName(report.source)) + ": " +
+                         countOf(report.speakers, "Sprecher", "Sprecher") +
+                         (report.changed ? ", davon " + std::to_string(report.named) + " mit Namen."
+                                         : " wie bisher. Namen, die das Meeting schon hat, bleiben."));
     }
     return done;
 }
 
 int withoutSpeakers(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
-    SpeakerIntake::settle(open.meeting(values.meeting).id, open.root(), open.jobs());
+    SpeakerIntake::declareNone(open.meeting(values.meeting).id, open.root(), open.jobs());
+    shell.err().line("Das Meeting bleibt ohne unterschiedene Sprecher.");
     return done;
 }
 
@@ -304,7 +325,7 @@ int transcribe(Shell& shell, const Values& values) {
         return failed;
     }
     if (report.progress.failed > 0) {
-        shell.err().line("Mit „quillmoot jobs " + values.meeting +
+        shell.err().line("Mit „quillmoot jobs " + shortID(meeting) +
                          " retry“ wird Fehlgeschlagenes wieder offen.");
     }
     if (report.elsewhere > 0) {
@@ -326,6 +347,7 @@ std::string rendered(const Values& values, const ExportedMeeting& meeting) {
         {"transcript", MeetingExport::Content::transcript},
         {"summary", MeetingExport::Content::summary}};
     const auto& format = values.format;
+    if (values.clock && format != "html") throw UsageError("--clock gibt es nur für html.");
     if (format == "text" || format == "markdown") {
         return MeetingExport::render(meeting, format == "text", contents.at(values.content));
     }
@@ -371,8 +393,7 @@ int exportMeeting(Shell& shell, const Values& values) {
                                         .summary = summary ? &*summary : nullptr,
                                         .recording = RecordingImport::storedClock(meeting.id, folder.root())});
     if (values.output.empty() || values.output == "-") {
-        shell.out().raw(text);
-        if (!text.ends_with('\n')) shell.out().raw("\n");
+        shell.out().content(text.ends_with('\n') ? text : text + "\n");
         return done;
     }
     writeTo(fs::absolute(values.output), text);
@@ -410,6 +431,7 @@ void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
     turns.add_option("DATEI", values->file, "RTTM, oder ein Transkript mit Sprechern")->required();
     oneOf(turns.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"});
     turns.add_option("--recording", values->recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
+    turns.add_flag("--replace", values->replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
     addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
                [&shell, values] { return withoutSpeakers(shell, *values); })
         .add_option("MEETING", values->meeting, meetingText)

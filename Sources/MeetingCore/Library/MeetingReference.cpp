@@ -5,6 +5,7 @@
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Platform/TypedReference.h"
 
 namespace meetingcore {
 
@@ -12,16 +13,6 @@ namespace {
 
 constexpr std::size_t shortestBeginning = 4;
 constexpr std::size_t mostNamed = 5;
-
-std::string inQuotes(std::string_view text) { return "„" + std::string(text) + "“"; }
-
-bool beginsWith(const UUID& id, std::string_view beginning) {
-    const auto whole = id.string();
-    return beginning.size() >= shortestBeginning && beginning.size() <= whole.size() &&
-           std::equal(beginning.begin(), beginning.end(), whole.begin(), [](char typed, char digit) {
-               return (typed >= 'a' && typed <= 'f' ? static_cast<char>(typed - 'a' + 'A') : typed) == digit;
-           });
-}
 
 std::string ambiguity(std::string_view reference, const std::vector<const MeetingEntry*>& found) {
     auto message = "Mehrere Meetings passen zu " + inQuotes(reference) + ":";
@@ -42,8 +33,10 @@ const MeetingEntry& findMeeting(const LibrarySnapshot& library, std::string_view
         if (exact != library.meetings.end()) return *exact;  // whatever another one is called
     }
     std::vector<const MeetingEntry*> found;
+    const bool mayBeID = wanted.size() >= shortestBeginning;
     for (const auto& meeting : library.meetings) {
-        if (beginsWith(meeting.id, wanted) || text::folded(text::trimmed(meeting.title)) == title) {
+        if ((mayBeID && beginsWith(meeting.id, wanted)) ||
+            text::folded(text::trimmed(meeting.title)) == title) {
             found.push_back(&meeting);
         }
     }

@@ -1,15 +1,21 @@
 #include "MeetingCore/Library/SpeakerIntake.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Transcript/FileProblems.h"
+#include "MeetingCore/Transcript/TranscriptEditing.h"
 
 namespace meetingcore::SpeakerIntake {
 
 namespace {
+
+constexpr double secondsOutsideAudio = 1;
 
 AudioSource sourceOf(const SpeakerTurn& turn) { return turn.source.value_or(AudioSource::meeting); }
 
@@ -26,25 +32,78 @@ bool isNumbered(const std::string& label) {
     return word.empty() || word == "speaker" || word == "spk" || word == "spkr" || word == "sprecher";
 }
 
+/// The name that a label is; nothing where it only counts. RTTM separates its fields by blanks, so names are
+/// written with underscores.
+std::optional<std::string> nameIn(const std::string& label) {
+    if (isNumbered(label)) return std::nullopt;
+    const auto spaced = text::replacing(label, "_", " ");
+    const auto name = text::trimmed(spaced);
+    return name.empty() ? std::nullopt : std::optional<std::string>(name);
+}
+
+/// Where the meeting's jobs or, while some may be missing, its chunks end; nothing where it has neither.
+std::optional<double> recordingEnd(const UUID& session, double expected, const std::filesystem::path& root,
+                                   SQLiteJobStore& database, FileManager& files) {
+    std::optional<double> end;
+    const auto reach = [&](double seconds) { end = std::max(end.value_or(0), seconds); };
+    for (const auto& job : database.jobs(session)) {
+        try {
+            const auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
+            if (!window.chunks.empty()) reach(window.endSeconds());
+        } catch (const MeetingError&) {
+            // A damaged job says nothing about the recording.
+        }
+    }
+    if (end && expected <= *end) return end;
+    for (const auto& chunk : DurableChunkStore(root / "Meetings", files).recover(session).chunks)
+        reach(chunk.endSeconds());
+    return end;
+}
+
+using Turns = std::vector<SpeakerTurnFile::Turn>;
+
+/// Throws with a sentence for each turn that lies outside the recording or whose speaker cannot be called so.
+void check(const SpeakerTurnFile& file, const std::vector<Turns>& tracks, const UUID& session,
+           const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
+    double latest = 0;
+    for (const auto& turns : tracks) {
+        for (const auto& turn : turns) latest = std::max(latest, turn.startSeconds);
+    }
+    const auto end = recordingEnd(session, latest - secondsOutsideAudio, root, database, files);
+    FileProblems problems(file.name, file.placeName);
+    for (const auto& turns : tracks) {
+        for (const auto& turn : turns) {
+            if (end && turn.startSeconds > *end + secondsOutsideAudio)
+                problems.add(turn.place, "Die Zeit liegt außerhalb der Aufnahme.");
+            const auto name = nameIn(turn.speaker);
+            if (!name) continue;
+            if (const auto problem = TranscriptEditing::nameProblem(*name)) problems.add(turn.place, *problem);
+        }
+    }
+    problems.throwIfAny();
+}
+
 /// The turns of one track under the ids of the system, with the names that the file gives.
 struct Track {
+    AudioSource source = AudioSource::meeting;
     std::vector<SpeakerTurn> turns;
     std::map<std::string, std::string> names;  ///< by speaker id
     std::size_t speakers = 0;
+    bool isThere = false;  ///< these are the track's turns already
 };
 
-Track numbered(std::vector<SpeakerTurnFile::Turn> turns, AudioSource source) {
+Track numbered(Turns turns, AudioSource source) {
     std::stable_sort(turns.begin(), turns.end(),
                      [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
     Track track;
+    track.source = source;
     std::map<std::string, std::size_t> lastTurns;  // by the file's label
     for (const auto& turn : turns) {
         const auto known = lastTurns.find(turn.speaker);
         std::string id;
         if (known == lastTurns.end()) {
             id = (source == AudioSource::microphone ? "mic:" : "") + std::to_string(++track.speakers);
-            // RTTM separates its fields by blanks, so names are written with underscores.
-            if (!isNumbered(turn.speaker)) track.names[id] = text::replacing(turn.speaker, "_", " ");
+            if (auto name = nameIn(turn.speaker)) track.names[id] = *std::move(name);
         } else {
             auto& last = track.turns[known->second];
             if (turn.startSeconds <= last.endSeconds) {
@@ -59,70 +118,135 @@ Track numbered(std::vector<SpeakerTurnFile::Turn> turns, AudioSource source) {
     return track;
 }
 
-/// A finished diarization of these turns. Version 1 knows the meeting track alone.
+/// A finished diarization of these turns. Version 1 knows the meeting track alone. Turns that begin together
+/// stand in the order of the tracks, whichever was imported first.
 DiarizationResult finished(const UUID& session, std::vector<SpeakerTurn> turns, bool microphone) {
     DiarizationResult diarization;
     diarization.version = microphone ? 2 : 1;
     diarization.sessionID = session;
     diarization.finished = true;
     for (auto& turn : turns) turn.source = microphone ? std::optional(sourceOf(turn)) : std::nullopt;
-    std::stable_sort(turns.begin(), turns.end(),
-                     [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; });
+    std::stable_sort(turns.begin(), turns.end(), [](const auto& a, const auto& b) {
+        return std::tuple(a.startSeconds, sourceOf(a)) < std::tuple(b.startSeconds, sourceOf(b));
+    });
     diarization.turns = std::move(turns);
     diarization.generation = UUID::derived(session, json::encode(diarization.turns));
     return diarization;
 }
 
-bool isOnTrack(const std::string& speakerID, const std::optional<DiarizationResult>& diarization,
-               AudioSource source) {
-    return diarization &&
-           std::any_of(diarization->turns.begin(), diarization->turns.end(), [&](const auto& turn) {
-               return turn.speakerID == speakerID && sourceOf(turn) == source;
-           });
+std::vector<SpeakerTurn> turnsOn(AudioSource source, const std::optional<DiarizationResult>& diarization) {
+    std::vector<SpeakerTurn> turns;
+    if (!diarization) return turns;
+    for (const auto& turn : diarization->turns) {
+        if (sourceOf(turn) == source)
+            turns.push_back({turn.speakerID, source, turn.startSeconds, turn.endSeconds});
+    }
+    return turns;
 }
 
-/// The names that stay: those of the diarization that is replaced, but for the track whose speakers are
-/// numbered anew.
+bool isOn(const std::vector<SpeakerTurn>& turns, const std::string& speakerID) {
+    return std::any_of(turns.begin(), turns.end(),
+                       [&](const auto& turn) { return turn.speakerID == speakerID; });
+}
+
+/// Keeps the names of speakers who keep their numbers, and adds the file's for those who have none.
 void renewNames(TranscriptEdits& edits, const std::optional<DiarizationResult>& replaced,
-                const DiarizationResult& diarization, AudioSource otherTrack,
-                const std::map<std::string, std::string>& names) {
+                const DiarizationResult& diarization, const std::vector<Track>& tracks) {
+    // Names of the new generation come from an import that was cut off, and stay.
     if (edits.speakerGeneration != diarization.generation) {
         if (!replaced || edits.speakerGeneration != replaced->generation) edits.speakerNames.clear();
-        std::erase_if(edits.speakerNames,
-                      [&](const auto& entry) { return !isOnTrack(entry.first, replaced, otherTrack); });
+        for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+            const bool renumbered = std::any_of(tracks.begin(), tracks.end(), [&](const Track& track) {
+                return track.source == source && !track.isThere;
+            });
+            const auto turns = turnsOn(source, replaced);
+            std::erase_if(edits.speakerNames,
+                          [&](const auto& entry) { return renumbered && isOn(turns, entry.first); });
+        }
     }
-    for (const auto& [id, name] : names) edits.speakerNames[id] = name;
+    for (const auto& track : tracks) edits.speakerNames.insert(track.names.begin(), track.names.end());
     edits.speakerGeneration = diarization.generation;
+}
+
+/// What is to be replaced; a file that cannot be read is, as if there were none.
+std::optional<DiarizationResult> present(const UUID& session, const std::filesystem::path& root,
+                                         Existing existing, FileManager& files) {
+    try {
+        return TranscriptStorage::loadDiarization(session, root, files);
+    } catch (const MeetingError&) {
+        if (existing == Existing::refuse) throw;
+        return std::nullopt;
+    }
+}
+
+void refuseUnfinished(const std::optional<DiarizationResult>& diarization) {
+    if (diarization && !diarization->finished)
+        throw MeetingError::invalidData("Die Sprechererkennung dieses Meetings läuft noch.");
+}
+
+std::vector<Track> read(const SpeakerTurnFile& file, std::span<const Selection> selections, const UUID& session,
+                        const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
+    std::vector<Turns> turns;
+    for (const auto& selection : selections) turns.push_back(file.of(selection.recording));
+    check(file, turns, session, root, database, files);
+    std::vector<Track> tracks;
+    for (std::size_t i = 0; i < selections.size(); ++i)
+        tracks.push_back(numbered(std::move(turns[i]), selections[i].source));
+    return tracks;
+}
+
+/// The diarization with these tracks and what the present one has on the other.
+DiarizationResult joined(const UUID& session, const std::vector<Track>& tracks,
+                         const std::optional<DiarizationResult>& present, bool microphone) {
+    std::vector<SpeakerTurn> turns;
+    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+        const auto imported = std::find_if(tracks.begin(), tracks.end(),
+                                           [&](const Track& track) { return track.source == source; });
+        const auto own = imported == tracks.end() ? turnsOn(source, present) : imported->turns;
+        turns.insert(turns.end(), own.begin(), own.end());
+        microphone = microphone || (source == AudioSource::microphone && !own.empty());
+    }
+    return finished(session, std::move(turns), microphone);
 }
 
 }  // namespace
 
-Report take(const UUID& session, AudioSource source, const SpeakerTurnFile& file,
-            const std::optional<std::string>& recording, const std::filesystem::path& root,
-            SQLiteJobStore& database, FileManager& files) {
-    auto track = numbered(file.of(recording), source);
-    auto document = TranscriptStorage::load(session, root, database, files);
-    if (document.diarization && !document.diarization->finished) {
-        throw MeetingError::invalidData("Die Sprechererkennung dieses Meetings läuft noch.");
-    }
-    auto turns = track.turns;
-    bool microphone = source == AudioSource::microphone || document.requiresMicrophoneDiarization;
-    if (document.diarization) {
-        for (const auto& turn : document.diarization->turns) {
-            if (sourceOf(turn) == source) continue;
-            turns.push_back(turn);
-            microphone = true;  // either this turn is on it or the imported ones are
+std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
+                         std::span<const Selection> selections, const std::filesystem::path& root,
+                         SQLiteJobStore& database, Existing existing, FileManager& files) {
+    auto tracks = read(file, selections, session, root, database, files);
+    const auto replaced = present(session, root, existing, files);
+    refuseUnfinished(replaced);
+    std::vector<Report> reports;
+    for (auto& track : tracks) {
+        const auto before = turnsOn(track.source, replaced);
+        track.isThere = before == track.turns;
+        if (existing == Existing::refuse && !track.isThere && !before.empty()) {
+            throw MeetingError::invalidData(
+                "Die Tonspur „" + std::string(json::nameOf(track.source)) +
+                "“ hat schon Sprecher. Ersetzen (--replace) verwirft auch die Namen, "
+                "die ihnen gegeben wurden.");
         }
+        reports.push_back(
+            {track.source, track.speakers, track.names.size(), track.turns.size(), !track.isThere});
     }
-    const auto diarization = finished(session, std::move(turns), microphone);
-    const auto otherTrack = source == AudioSource::microphone ? AudioSource::meeting : AudioSource::microphone;
-    renewNames(document.edits, document.diarization, diarization, otherTrack, track.names);
+    const bool required = TranscriptStorage::loadRecognised(session, database).requiresMicrophoneDiarization;
+    auto diarization = joined(session, tracks, replaced, required);
+    const bool sameTurns =
+        std::all_of(tracks.begin(), tracks.end(), [](const auto& track) { return track.isThere; });
+    if (replaced && sameTurns && replaced->version == diarization.version) {
+        if (existing == Existing::refuse) return reports;
+        diarization = *replaced;  // whoever made it, the names are bound to its generation
+    }
     const auto folder = TranscriptStorage::sessionDirectory(root, session);
+    auto edits = TranscriptStorage::readOptional<TranscriptEdits>(folder / "transcript-edits.json", files)
+                     .value_or(TranscriptEdits{});
+    renewNames(edits, replaced, diarization, tracks);
     // The names first: until the turns arrive they belong to no diarization, and the same import finds them
     // again.
-    TranscriptStorage::save(document.edits, folder / "transcript-edits.json", files);
+    TranscriptStorage::save(edits, folder / "transcript-edits.json", files);
     TranscriptStorage::save(diarization, folder / "diarization.json", files);
-    return {track.speakers, track.names.size(), track.turns.size()};
+    return reports;
 }
 
 void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
@@ -131,6 +255,17 @@ void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobSto
     if (document.diarization || document.requiresMicrophoneDiarization || !document.diarizationPending())
         return;
     TranscriptStorage::save(finished(session, {}, /*microphone=*/false),
+                            TranscriptStorage::sessionDirectory(root, session) / "diarization.json", files);
+}
+
+void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
+                 FileManager& files) {
+    const auto present = TranscriptStorage::loadDiarization(session, root, files);
+    refuseUnfinished(present);
+    if (present && !present->turns.empty())
+        throw MeetingError::invalidData("Dieses Meeting hat schon Sprecher.");
+    const bool microphone = TranscriptStorage::loadRecognised(session, database).requiresMicrophoneDiarization;
+    TranscriptStorage::save(finished(session, {}, microphone),
                             TranscriptStorage::sessionDirectory(root, session) / "diarization.json", files);
 }
 

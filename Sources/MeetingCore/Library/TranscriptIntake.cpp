@@ -41,14 +41,15 @@ public:
         for (std::size_t i = 0; i < windows.size(); ++i) results_[i].windowID = windows[i].id();
     }
 
-    /// False where the caption is outside all audio.
-    bool add(const Caption& caption) {
+    /// What is wrong with the caption; nothing where it was taken.
+    std::optional<std::string_view> add(const Caption& caption) {
         const Span span{caption.startSeconds, caption.endSeconds};
         const auto window = windowOf(span);
-        if (!window) return false;
+        if (!window) return "Die Zeit liegt außerhalb der Aufnahme.";
         if (fits(span, windows_[*window]) || !cut(caption)) place(*window, span, caption.text);
         addWords(caption, *window);
-        return true;
+        if (!std::exchange(overfull_, false)) return std::nullopt;
+        return "Bis hierher fallen mehr als 20.000 Untertitel oder Wörter in einen Abschnitt der Aufnahme.";
     }
 
     std::vector<SpeechResult> take() {
@@ -88,6 +89,7 @@ private:
                                              target.source,
                                              std::nullopt,
                                              std::move(text)});
+        overfull_ = overfull_ || results_[window].segments.size() == SpeechResult::maximumItems + 1;
     }
 
     /// Cuts a caption where its words change from one window to another. Words without times stay with the word
@@ -133,6 +135,7 @@ private:
             if (!word.startSeconds) continue;
             const auto own = windowOf({*word.startSeconds, *word.endSeconds}).value_or(window);
             results_[own].words.push_back({word.text, *word.startSeconds, *word.endSeconds});
+            overfull_ = overfull_ || results_[own].words.size() == SpeechResult::maximumItems + 1;
         }
     }
 
@@ -152,6 +155,7 @@ private:
 
     std::span<const TranscriptionWindow> windows_;
     std::vector<SpeechResult> results_;
+    bool overfull_ = false;  ///< a result has just become larger than one may be
 };
 
 std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const std::filesystem::path& root,
@@ -205,7 +209,7 @@ std::vector<SpeechResult> assign(const CaptionFile& file, std::span<const Transc
     Assignment assignment(windows);
     FileProblems problems(file.name, file.placeName);
     for (const auto& caption : file.captions) {
-        if (!assignment.add(caption)) problems.add(caption.place, "Die Zeit liegt außerhalb der Aufnahme.");
+        if (const auto problem = assignment.add(caption)) problems.add(caption.place, *problem);
     }
     problems.throwIfAny();
     return assignment.take();

@@ -30,7 +30,7 @@ enum class Existing { refuse, replace };
 /// a valid result for each window, empty where nothing was said. A caption that reaches out of its window
 /// further than a result may is cut at its words where it has times for them, else its own times are. Up to 1 s
 /// outside all audio is drawn in. Throws MeetingError (invalidData) naming every caption that lies further
-/// outside.
+/// outside, or with which a window has more than a result may hold.
 ///
 /// `windows` are one track's, ascending. The same captions and windows give the same results, identifiers
 /// included.

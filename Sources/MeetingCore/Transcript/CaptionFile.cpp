@@ -22,7 +22,7 @@ std::optional<std::string_view> CaptionFormats::problem(double startSeconds, dou
     return std::nullopt;
 }
 
-CaptionFile CaptionFile::parse(std::string_view bytes, std::string name) {
+CaptionFile CaptionFile::parse(std::string_view bytes, std::string name, std::string_view otherForm) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
     constexpr std::string_view signature = "WEBVTT";
@@ -38,8 +38,10 @@ CaptionFile CaptionFile::parse(std::string_view bytes, std::string name) {
     if (bytes.find("-->") != std::string_view::npos) {
         return CaptionFormats::fromCues(bytes, std::move(name), /*webVTT=*/false);
     }
-    throw MeetingError::invalidData(name +
-                                    " ist weder WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX.");
+    std::string forms(otherForm);
+    if (!forms.empty()) forms += " noch ";
+    throw MeetingError::invalidData(name + " ist weder " + forms +
+                                    "WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX.");
 }
 
 CaptionFile CaptionFile::read(const std::filesystem::path& file, FileManager& files) {

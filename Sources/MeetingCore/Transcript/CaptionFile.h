@@ -44,8 +44,8 @@ struct CaptionFile {
     /// place that is wrong.
     static CaptionFile read(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
-    /// The same from bytes.
-    static CaptionFile parse(std::string_view bytes, std::string name);
+    /// The same from bytes. `otherForm` is what the caller could read as well, for the message.
+    static CaptionFile parse(std::string_view bytes, std::string name, std::string_view otherForm = {});
 };
 
 /// The bytes of a file that a person named, at most 64 MiB. Throws MeetingError (storage) where there is none.

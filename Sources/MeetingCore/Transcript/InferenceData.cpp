@@ -36,17 +36,6 @@ void validateTurns(const DiarizationResult& diarization) {
     if (!valid) throw MeetingError::invalidData("Ungültige Sprecherzeitmarken.");
 }
 
-std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& folder,
-                                                 FileManager& files) {
-    auto diarization = TranscriptStorage::readOptional<DiarizationResult>(folder / "diarization.json", files);
-    if (!diarization) return std::nullopt;
-    if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
-        throw MeetingError::invalidData("Falsche Diarisierungssitzung.");
-    }
-    validateTurns(*diarization);
-    return diarization;
-}
-
 /// Where each result's segments begin, in the order in which the results came.
 template <class Place>
 using FirstSegments = std::vector<std::pair<Place, std::size_t>>;
@@ -179,12 +168,24 @@ std::filesystem::path sessionDirectory(const std::filesystem::path& root, const 
     return root / "Meetings" / session.string();
 }
 
+std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& root,
+                                                 FileManager& files) {
+    auto diarization =
+        readOptional<DiarizationResult>(sessionDirectory(root, session) / "diarization.json", files);
+    if (!diarization) return std::nullopt;
+    if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
+        throw MeetingError::invalidData("Falsche Diarisierungssitzung.");
+    }
+    validateTurns(*diarization);
+    return diarization;
+}
+
 namespace {
 
 void complete(TranscriptDocument& document, const UUID& session, const std::filesystem::path& root,
               FileManager& files) {
     const auto folder = sessionDirectory(root, session);
-    document.diarization = loadDiarization(session, folder, files);
+    document.diarization = loadDiarization(session, root, files);
     document.edits =
         readOptional<TranscriptEdits>(folder / "transcript-edits.json", files).value_or(TranscriptEdits{});
     document.segments = TranscriptDocument::merge(document.rawSegments, document.diarization, document.edits);
@@ -192,11 +193,16 @@ void complete(TranscriptDocument& document, const UUID& session, const std::file
 
 }  // namespace
 
-TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
-                        FileManager& files) {
+TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database) {
     TranscriptDocument document;
     loadResults<SQLiteJobStore::Place>(document,
                                        [&](const auto& use) { database.forEachCompletedResult(session, use); });
+    return document;
+}
+
+TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
+                        FileManager& files) {
+    auto document = loadRecognised(session, database);
     complete(document, session, root, files);
     return document;
 }

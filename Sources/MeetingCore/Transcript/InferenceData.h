@@ -116,6 +116,13 @@ TranscriptDocument load(const UUID& session, const std::filesystem::path& root, 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
                         std::span<const std::string> results, FileManager& files = FileManager::system());
 
+/// The same without diarization and edits: what was recognised.
+TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database);
+
+/// The session's diarization; nothing where there is none. Throws as `load` does.
+std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& root,
+                                                 FileManager& files = FileManager::system());
+
 /// Whether some meeting's diarization is not finished. Throws at the first diarization that cannot be read.
 bool hasUnfinishedDiarization(const std::filesystem::path& root, FileManager& files = FileManager::system());
 

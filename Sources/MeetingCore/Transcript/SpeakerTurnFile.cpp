@@ -47,7 +47,7 @@ std::optional<double> number(std::string_view text) {
 
 class TurnReader {
 public:
-    explicit TurnReader(std::string name) : file_{name, {}}, problems_(std::move(name), "Zeile") {}
+    explicit TurnReader(std::string name) : file_{name, "Zeile", {}}, problems_(std::move(name), "Zeile") {}
 
     void line(std::string_view line) {
         ++place_;
@@ -69,7 +69,7 @@ public:
         if (fields[speaker] == "<NA>") return problems_.add(place_, "Der Sprecher fehlt.");
         if (*begin + *length <= *begin) return;
         file_.turns.push_back(
-            {*begin, *begin + *length, std::string(fields[speaker]), std::string(fields[recording])});
+            {*begin, *begin + *length, std::string(fields[speaker]), std::string(fields[recording]), place_});
     }
 
     SpeakerTurnFile take() {
@@ -102,10 +102,10 @@ SpeakerTurnFile fromRTTM(std::string_view bytes, std::string name) {
 }
 
 SpeakerTurnFile fromVoices(const CaptionFile& captions) {
-    SpeakerTurnFile file{captions.name, {}};
+    SpeakerTurnFile file{captions.name, captions.placeName, {}};
     for (const auto& caption : captions.captions) {
         if (!caption.speaker || caption.endSeconds <= caption.startSeconds) continue;
-        file.turns.push_back({caption.startSeconds, caption.endSeconds, *caption.speaker, {}});
+        file.turns.push_back({caption.startSeconds, caption.endSeconds, *caption.speaker, {}, caption.place});
     }
     return file;
 }
@@ -122,7 +122,7 @@ SpeakerTurnFile SpeakerTurnFile::parse(std::string_view bytes, std::string name)
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     const auto content = bytes.starts_with(byteOrderMark) ? bytes.substr(byteOrderMark.size()) : bytes;
     if (isRTTM(content)) return fromRTTM(content, std::move(name));
-    return fromVoices(CaptionFile::parse(bytes, std::move(name)));
+    return fromVoices(CaptionFile::parse(bytes, std::move(name), "RTTM"));
 }
 
 SpeakerTurnFile SpeakerTurnFile::read(const std::filesystem::path& file, FileManager& files) {
@@ -142,7 +142,8 @@ std::vector<SpeakerTurnFile::Turn> SpeakerTurnFile::of(const std::optional<std::
     if (turns.empty()) throw MeetingError::invalidData(name + " nennt keine Sprecher.");
     const auto names = recordings();
     if (!recording && names.size() > 1) {
-        throw MeetingError::invalidData(name + " enthält mehrere Aufnahmen: " + joined(names) + ".");
+        throw MeetingError::invalidData(name + " enthält mehrere Aufnahmen: " + joined(names) +
+                                        ". Bitte eine davon angeben (--recording).");
     }
     auto chosen = turns;
     if (recording) std::erase_if(chosen, [&](const Turn& turn) { return turn.recording != *recording; });

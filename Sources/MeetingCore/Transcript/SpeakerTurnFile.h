@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,11 +19,13 @@ struct SpeakerTurnFile {
         double endSeconds = 0;
         std::string speaker;    ///< as the file names them, never empty
         std::string recording;  ///< the recording that RTTM names, its second field; empty for transcripts
+        std::size_t place = 0;  ///< where it stands in the file, from 1
 
         bool operator==(const Turn&) const = default;
     };
 
-    std::string name;  ///< of the file, for messages
+    std::string name;                      ///< of the file, for messages
+    std::string_view placeName = "Zeile";  ///< what `Turn::place` counts
     std::vector<Turn> turns;
 
     /// Reads a file of at most 64 MiB, whose format its content tells. Throws MeetingError: storage where the

@@ -5,14 +5,13 @@
 
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Platform/TypedReference.h"
 
 namespace meetingcore::TranscriptEditing {
 
 namespace {
 
 constexpr std::size_t shortestBeginning = 8;
-
-std::string inQuotes(std::string_view text) { return "„" + std::string(text) + "“"; }
 
 std::optional<std::size_t> number(std::string_view text) {
     std::size_t value = 0;
@@ -21,26 +20,20 @@ std::optional<std::size_t> number(std::string_view text) {
     return value;
 }
 
-bool beginsWith(const UUID& id, std::string_view beginning) {
-    std::string wanted(beginning);
-    std::ranges::transform(wanted, wanted.begin(),
-                           [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
-    return id.string().starts_with(wanted);
-}
-
 void save(const TranscriptEdits& edits, const UUID& session, const std::filesystem::path& root,
           FileManager& files) {
     TranscriptStorage::save(edits, TranscriptStorage::sessionDirectory(root, session) / "transcript-edits.json",
                             files);
 }
 
-std::string checked(std::string_view text, std::size_t limit, const char* what) {
-    const auto trimmed = text::trimmed(text);
-    if (text::exceeds(trimmed, limit) || text::repaired(trimmed) != trimmed) {
-        throw MeetingError::invalidData(std::string(what) + " darf höchstens " + std::to_string(limit) +
-                                        " Zeichen haben und muss gültiges UTF-8 sein.");
-    }
-    return std::string(trimmed);
+std::optional<std::string> textProblem(std::string_view text, std::size_t limit, const char* what) {
+    if (!text::exceeds(text, limit) && text::repaired(text) == text) return std::nullopt;
+    return std::string(what) + " darf höchstens " + std::to_string(limit) +
+           " Zeichen haben und muss gültiges UTF-8 sein.";
+}
+
+void refuse(const std::optional<std::string>& problem) {
+    if (problem) throw MeetingError::invalidData(*problem);
 }
 
 /// The diarization's id for what a person calls the speaker.
@@ -92,7 +85,8 @@ void correct(const UUID& session, std::string_view segment, std::string_view tex
     const auto document = TranscriptStorage::load(session, root, database, files);
     const auto& id = findSegment(document, segment).id;
     auto edits = document.edits;
-    const auto corrected = checked(text, maximumTextCharacters, "Ein korrigierter Text");
+    const std::string corrected(text::trimmed(text));
+    refuse(textProblem(corrected, maximumTextCharacters, "Ein korrigierter Text"));
     const auto& raw = *std::ranges::find(document.rawSegments, id, &TranscriptSegment::id);
     if (corrected.empty() || corrected == raw.text) {
         edits.correctedText.erase(id.string());
@@ -102,14 +96,18 @@ void correct(const UUID& session, std::string_view segment, std::string_view tex
     save(edits, session, root, files);
 }
 
+std::optional<std::string> nameProblem(std::string_view name) {
+    if (auto problem = textProblem(name, maximumNameCharacters, "Ein Sprechername")) return problem;
+    if (!text::containsControl(name)) return std::nullopt;
+    return "Ein Sprechername darf keine Steuerzeichen enthalten.";
+}
+
 void nameSpeaker(const UUID& session, std::string_view speaker, std::string_view name,
                  const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
     const auto document = TranscriptStorage::load(session, root, database, files);
     const auto id = findSpeaker(document, speaker);
-    const auto wanted = checked(name, maximumNameCharacters, "Ein Sprechername");
-    if (text::containsControl(wanted)) {
-        throw MeetingError::invalidData("Ein Sprechername darf keine Steuerzeichen enthalten.");
-    }
+    const std::string wanted(text::trimmed(name));
+    refuse(nameProblem(wanted));
     auto edits = document.edits;
     // A speaker's id comes from a diarization, so there is one.
     const auto& generation = document.diarization->generation;

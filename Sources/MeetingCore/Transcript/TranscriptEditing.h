@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,9 @@ const TranscriptSegment& findSegment(const TranscriptDocument& document, std::st
 void correct(const UUID& session, std::string_view segment, std::string_view text,
              const std::filesystem::path& root, SQLiteJobStore& database,
              FileManager& files = FileManager::system());
+
+/// Why nobody can be called so, as a sentence; nothing where somebody can. `name` is trimmed.
+std::optional<std::string> nameProblem(std::string_view name);
 
 /// Names a speaker of the diarization, whose id or present label tells which; no text takes the name back.
 /// Names are bound to the diarization run, so those of an earlier run are dropped.
