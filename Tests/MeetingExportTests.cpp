@@ -101,8 +101,10 @@ TEST(MeetingExport, NeverShowsAStaleSummaryAsCurrent) {
         EXPECT_EQ(MeetingExport::summaryState(sample.exported()), SummaryState::stale);
         EXPECT_THAT(MeetingExport::render(sample.exported(), true, Content::summary),
                     EndsWith("\n\nZusammenfassung veraltet oder ungültig. Bitte neu erstellen."));
-        EXPECT_THAT(JSONExport::render(sample.exported()),
-                    HasSubstr(R"("summary":{"state":"stale","createdAt":"2025-03-14T11:00:00Z"}})"));
+        EXPECT_THAT(
+            JSONExport::render(sample.exported()),
+            HasSubstr(
+                R"("summary":{"state":"stale","createdAt":"2025-03-14T11:00:00Z","engine":"extractive"}})"));
     }
     const ExportSample sample;
     EXPECT_EQ(MeetingExport::summaryState({sample.entry, nullptr, &sample.artifact}), SummaryState::stale);

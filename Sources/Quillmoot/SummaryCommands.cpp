@@ -30,6 +30,7 @@ struct PointRow {
 struct SummaryRow {
     SummaryState state = SummaryState::missing;
     std::optional<std::string> createdAt;  ///< ISO 8601
+    std::optional<std::string> engine;     ///< "model" or "extractive"
     std::vector<PointRow> overview;
     std::vector<PointRow> decisions;
     std::vector<PointRow> tasks;
@@ -55,6 +56,7 @@ template <>
 inline constexpr auto json::fields<quillmoot::SummaryRow> =
     json::record(json::field("state", &quillmoot::SummaryRow::state),
                  json::field("createdAt", &quillmoot::SummaryRow::createdAt),
+                 json::field("engine", &quillmoot::SummaryRow::engine),
                  json::field("overview", &quillmoot::SummaryRow::overview),
                  json::field("decisions", &quillmoot::SummaryRow::decisions),
                  json::field("tasks", &quillmoot::SummaryRow::tasks),
@@ -97,6 +99,7 @@ int showSummary(Shell& shell, const std::string& reference, bool asJSON) {
         row.state = state;
         if (stored) {
             row.createdAt = iso8601(stored->createdAt);
+            row.engine = stored->isExtractive() ? "extractive" : "model";
             row.overview = rowsOf(stored->summary.overview, document);
             row.decisions = rowsOf(stored->summary.decisions, document);
             row.tasks = rowsOf(stored->summary.tasks, document);
@@ -112,6 +115,7 @@ int showSummary(Shell& shell, const std::string& reference, bool asJSON) {
     auto& out = shell.out();
     out.line(meeting.title, Ink::bold);
     out.line("Zusammengefasst am " + localTime(stored->createdAt), Ink::dim);
+    if (stored->isExtractive()) out.wrapped("", MeetingExport::extractiveSummaryText, Ink::yellow);
     if (state == SummaryState::stale) out.wrapped("", MeetingExport::staleSummaryText, Ink::yellow);
     writeSummary(out, stored->summary, document);
     return done;

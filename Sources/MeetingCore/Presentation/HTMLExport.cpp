@@ -138,6 +138,7 @@ private:
             case SummaryState::current:
                 break;
         }
+        if (meeting_.summary->isExtractive()) appendElement("p", "quiet", MeetingExport::extractiveSummaryText);
         findAnchors();
         for (const auto& category : MeetingExport::categories) {
             appendElement("h3", "", category.heading);

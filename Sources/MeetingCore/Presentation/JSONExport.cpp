@@ -39,6 +39,7 @@ struct Segment {
 struct Summary {
     SummaryState state = SummaryState::missing;
     std::optional<std::string> createdAt;
+    std::optional<std::string_view> engine;
     std::optional<EvidenceSummary> points;
 };
 
@@ -81,6 +82,7 @@ inline constexpr auto json::fields<Segment> =
 template <>
 inline constexpr auto json::fields<Summary> = json::record(json::field("state", &Summary::state),
                                                            json::field("createdAt", &Summary::createdAt),
+                                                           json::field("engine", &Summary::engine),
                                                            json::field("points", &Summary::points));
 
 template <>
@@ -117,9 +119,10 @@ void addTranscript(Meeting& meeting, const TranscriptDocument& document) {
 }
 
 Summary summaryOf(const ExportedMeeting& meeting) {
-    Summary summary{MeetingExport::summaryState(meeting), {}, {}};
+    Summary summary{MeetingExport::summaryState(meeting), {}, {}, {}};
     if (summary.state == SummaryState::missing) return summary;
     summary.createdAt = iso8601(meeting.summary->createdAt);
+    summary.engine = meeting.summary->isExtractive() ? "extractive" : "model";
     if (summary.state == SummaryState::current) summary.points = meeting.summary->summary;
     return summary;
 }

@@ -58,6 +58,8 @@ inline constexpr std::string_view noTranscriptText =
 inline constexpr std::string_view noSummaryText = "Noch keine Zusammenfassung vorhanden.";
 inline constexpr std::string_view staleSummaryText =
     "Zusammenfassung veraltet oder ungültig. Bitte neu erstellen.";
+inline constexpr std::string_view extractiveSummaryText =
+    "Ohne Sprachmodell erstellt: ausgewählte Stellen des Transkripts, kein Protokoll.";
 inline constexpr std::string_view noNotesText = "Keine Notizen gespeichert.";
 inline constexpr std::string_view emptyCategoryText = "Keine belegten Angaben.";
 inline constexpr std::string_view openText = "offen";

@@ -32,6 +32,9 @@ struct SummaryArtifact {
     /// The same over a bare list of segments, without labels.
     static std::string fingerprint(std::span<const TranscriptSegment> segments);
 
+    /// Whether the engine without a model made it: only a model is instructed.
+    bool isExtractive() const { return !instructions; }
+
     bool operator==(const SummaryArtifact&) const = default;
 };
 
