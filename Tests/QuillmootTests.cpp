@@ -139,6 +139,8 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
         out("quillmoot remove-audio Kundenportal");
         EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Audio           entfernt"));
         EXPECT_THAT(err("quillmoot audio Kundenportal"), HasSubstr("hat kein Audio"));
+        EXPECT_THAT(err("quillmoot jobs Kundenportal restart --yes"), HasSubstr("bewusst entfernt."));
+        out("quillmoot title Kundenportal --engine extractive");
     }
 }
 
@@ -162,8 +164,11 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
     importSample();
     // clang-format off
     const std::vector<std::pair<std::string, std::string>> wrong{
-        {"", "Es fehlt der Befehl."}, {"gibtesnicht", "Unerwartetes Argument: gibtesnicht"},
-        {"list --jsno", "Unerwartetes Argument: --jsno"}, {"show", "Es fehlt: MEETING"}, {"transcript", "Es fehlt: MEETING"},
+        {"", "Es fehlt der Befehl."}, {"gibtesnicht", "Unerwartetes Argument: gibtesnicht\n"},
+        {"lsit --json", "Unerwartetes Argument: lsit (gemeint ist vielleicht list)"}, {"import --titel x", "Unerwartetes Argument: --titel (gemeint ist vielleicht --title)"},
+        {"import --title A --title B", "Mehrfach angegeben: --title"}, {"export Kundenportal --format text --clock", "--clock gibt es nur für html."},
+        {"instructions Kundenportal --base - --hint -", "Nur eines von --base und --hint"},
+        {"list --jsno", "Unerwartetes Argument: --jsno (gemeint ist vielleicht --json)"}, {"show", "Es fehlt: MEETING"}, {"transcript", "Es fehlt: MEETING"},
         {"export Kundenportal", "Es fehlt: --format"}, {"export Kundenportal --format pdf", "Ungültiger Wert: pdf"},
         {"import --title A", "Es fehlt: --microphone oder --meeting"}, {"import --microphone", "Der Wert fehlt: --microphone"},
         {"import --microphone microphone.ogg --start gestern", "Ungültige Zeit: gestern"},
@@ -179,6 +184,10 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"speakers import Kundenportal microphone.vtt", "microphone.vtt"}, {"correct Kundenportal 1 Text", "Kein Segment"},
         {"summarize Kundenportal", "Sprachverarbeitung muss zuerst vollständig abgeschlossen sein."},
         {"retention 99999", "36500"}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
+        {"list --project nix", "Ein Projekt „nix“ gibt es nicht."}, {"rename Kundenportal 'a\ab'", "darf keine Steuerzeichen"},
+        {"participants Kundenportal --add ' '", "Ein Name darf nicht leer sein."},
+        {"participants Kundenportal --add \"$(printf %101s x | tr ' ' y)\"", "höchstens 100 Zeichen"},
+        {"note Kundenportal - < /dev/zero", "länger als 1 MiB"},
         {"rename Kundenportal ' '", "Der Titel darf nicht leer sein."}, {"export Kundenportal --format srt", "Transkription"},
     };
     // clang-format on
@@ -264,6 +273,55 @@ print(json.dumps({"segments": [{"start": 0.5, "end": seconds, "text": f"Fenster 
         "retry && " +
         command);
     EXPECT_THAT(out("quillmoot transcript Kundenportal"), HasSubstr("Fenster meeting 60"));
+    EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("wartet auf die Sprecher"));
+    EXPECT_THAT(err("quillmoot summarize Kundenportal --engine extractive"),
+                HasSubstr("\nSie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“."));
+    EXPECT_THAT(out("quillmoot speakers none Kundenportal && quillmoot show Kundenportal"),
+                HasSubstr("Verarbeitung    transkribiert"));
+    EXPECT_THAT(err("quillmoot jobs Kundenportal restart"), HasSubstr("14 fertige Abschnitte"));
+    out("quillmoot jobs Kundenportal restart --yes");
+    EXPECT_THAT(out("quillmoot list"), HasSubstr("Transkript 0 von 14"));
+}
+
+TEST_F(Quillmoot, KeepsWhatAPersonGave) {
+    importSample();
+    importTexts();
+    out("quillmoot speaker Kundenportal 'Thomas Brandt' 'Von Hand'; "
+        "quillmoot speakers import Kundenportal speakers.rttm");
+    EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Von Hand"));
+    out("sed 's/ microphone / rest /' speakers.rttm >rest.rttm && "
+        "printf 'SPEAKER a 1 9999 1 - - A -\nSPEAKER a 1 x 1 - - A -\nFalsch\n' >falsch.rttm && "
+        "echo 'SPEAKER meeting 1 1 2 <NA> <NA> Neu <NA>' >neu.rttm");
+    EXPECT_THAT(err("quillmoot speakers import Kundenportal rest.rttm"),
+                HasSubstr("„rest“, „meeting“. Bitte eine davon angeben (--recording)."));
+    EXPECT_EQ(err("quillmoot speakers import Kundenportal falsch.rttm"),
+              "falsch.rttm, Zeile 2: Zeitangabe ist ungültig.\n"
+              "falsch.rttm, Zeile 3: Die Zeile ist kein RTTM-Eintrag.\n");
+    EXPECT_THAT(err("quillmoot speakers import Kundenportal neu.rttm"), HasSubstr("hat schon Sprecher."));
+    EXPECT_THAT(sh("quillmoot speakers import Kundenportal speakers.rttm --source meeting").err,
+                StartsWith("Meeting-Ton: 3 Sprecher wie bisher."));
+    EXPECT_THAT(sh("quillmoot speakers import Kundenportal speakers.rttm --recording microphone").err,
+                StartsWith("Mikrofon: 1 Sprecher wie bisher."));
+    EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Von Hand"));
+    EXPECT_THAT(err("quillmoot speakers none Kundenportal"), HasSubstr("hat schon Sprecher."));
+
+    out("quillmoot fields add Kunde && quillmoot fields set Kundenportal Kunde Alt && "
+        "quillmoot fields remove Kunde && quillmoot fields add kunde");
+    EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("kunde           Alt"));
+    out("quillmoot fields remove kunde && quillmoot fields set Kundenportal Kunde ''");
+    EXPECT_THAT(out("quillmoot show Kundenportal"), Not(HasSubstr("Alt")));
+    EXPECT_THAT(err("quillmoot fields set Kundenportal Kunde Neu"), HasSubstr("„Kunde“ gibt es nicht."));
+    out("quillmoot project add Alpha && quillmoot project add Beta && quillmoot project rename Beta BETA");
+    EXPECT_THAT(err("quillmoot project rename Beta alpha"), HasSubstr("„alpha“ gibt es schon."));
+    out("for i in $(seq 99); do set -- \"$@\" --add Teilnehmer$i; done; "
+        "quillmoot participants Kundenportal --add Jana \"$@\"");
+    EXPECT_THAT(err("quillmoot participants Kundenportal --add jana --add X"), HasSubstr("höchstens 100"));
+
+    EXPECT_THAT(out("quillmoot summarize Kundenportal --engine extractive"),
+                HasSubstr("\nOhne Sprachmodell erstellt: "));
+    EXPECT_THAT(
+        out("quillmoot summary Kundenportal --json && quillmoot export Kundenportal --format html"),
+        AllOf(HasSubstr(R"("engine":"extractive")"), HasSubstr("<p class=\"quiet\">Ohne Sprachmodell")));
 }
 
 TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
@@ -279,6 +337,9 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
         if (line.find('\x1b') != std::string::npos) continue;
         EXPECT_LE(line.size(), 60U) << "bytes of 40 columns: " << line;
     }
+    std::istringstream list(onTerminal("stty cols 20; export NO_COLOR=1", "quillmoot list"));
+    for (std::string line; std::getline(list, line);) EXPECT_LE(line.size(), 21U) << line;
+    EXPECT_THAT(onTerminal("stty cols 40", "quillmoot speakers Kundenportal"), HasSubstr("Thomas Brandt"));
     EXPECT_THAT(onTerminal("stty cols 200; export NO_COLOR=1", "quillmoot search Wartung"),
                 Not(HasSubstr("\x1b[")));
     EXPECT_THAT(onTerminal("stty cols 80", "quillmoot search Wartung"), HasSubstr("\x1b[1;7mWartung\x1b[0m"));
@@ -287,6 +348,11 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
     out("quillmoot correct Kundenportal 1 \"$(printf 'rot \\033[31m und \\007')\"");
     EXPECT_THAT(out("quillmoot transcript Kundenportal"),
                 AllOf(HasSubstr("rot �[31m und �"), Not(HasSubstr("\x1b"))));
+    for (const auto* const form : {"text", "vtt"}) {
+        const std::string command = std::string("quillmoot export Kundenportal --format ") + form;
+        EXPECT_THAT(onTerminal("stty cols 80", command), AllOf(HasSubstr("rot �[31m"), Not(HasSubstr("\x1b"))));
+        EXPECT_THAT(out(command), HasSubstr("rot \x1b[31m")) << "a file gets what was said";
+    }
 
     EXPECT_EQ(sh("quillmoot transcript Kundenportal | head -n 1; quillmoot list | true").err, "")
         << "a closed pipe";
