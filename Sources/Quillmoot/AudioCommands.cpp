@@ -26,7 +26,7 @@ struct TrackRow {
     std::string path;
 };
 
-struct ImportRow {
+struct MeetingTitleRow {
     std::string id;
     std::string title;
 };
@@ -39,8 +39,8 @@ inline constexpr auto json::fields<quillmoot::TrackRow> = json::record(
     json::field("source", &quillmoot::TrackRow::source), json::field("path", &quillmoot::TrackRow::path));
 
 template <>
-inline constexpr auto json::fields<quillmoot::ImportRow> = json::record(
-    json::field("id", &quillmoot::ImportRow::id), json::field("title", &quillmoot::ImportRow::title));
+inline constexpr auto json::fields<quillmoot::MeetingTitleRow> = json::record(
+    json::field("id", &quillmoot::MeetingTitleRow::id), json::field("title", &quillmoot::MeetingTitleRow::title));
 
 namespace quillmoot {
 namespace {
@@ -54,7 +54,7 @@ struct Values {
     std::string application;
     std::string start;
     std::string project;
-    std::string days;
+    std::optional<std::string> days;
     bool apply = false;
     bool yes = false;
     bool json = false;
@@ -162,7 +162,7 @@ int importAudio(Shell& shell, const Values& values) {
         return failed;
     }
     if (values.json) {
-        shell.writeJSON(ImportRow{recording.session.string(), recording.title});
+        shell.writeJSON(MeetingTitleRow{recording.session.string(), recording.title});
     } else {
         shell.out().line(recording.session.string());
     }
@@ -208,11 +208,11 @@ int removeAudio(Shell& shell, const Values& values) {
 }
 
 /// Moves the audio of every meeting to the trash that was kept long enough.
-int applyRetention(Shell& shell) {
-    auto open = shell.openLibrary();
+int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
     const auto policy = AudioRetentionPolicy::load(open.root());
     const auto chunks = DurableChunkStore(open.root() / "Meetings").recover().chunks;
     const auto meetings = open.library().snapshot().meetings;
+    std::vector<MeetingTitleRow> removed;
     for (const auto& meeting : meetings) {
         const auto ended = meeting.createdAt.advanced(meeting.duration);
         if (!policy.isDue(meeting, ended, Date::now()) ||
@@ -220,37 +220,48 @@ int applyRetention(Shell& shell) {
             continue;
         }
         moveToTrash(meeting.id, open);
-        shell.out().line("Audio entfernt: " + meeting.title);
+        removed.push_back({meeting.id.string(), meeting.title});
+        if (!asJSON) shell.out().line("Audio entfernt: " + meeting.title);
     }
+    if (asJSON) shell.writeJSON(removed);
     return done;
 }
 
-int retention(Shell& shell, const Values& values) {
-    if (values.apply) return applyRetention(shell);
-    if (values.days.empty()) {
-        const auto policy = AudioRetentionPolicy::load(shell.folder().root());
-        if (values.json) {
-            shell.writeJSON(policy);
-        } else {
-            shell.out().line(policy.days ? "Audio wird " +
-                                               countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
-                                               " nach dem Ende des Meetings entfernt."
-                                         : "Audio wird nie entfernt.");
-        }
-        return done;
-    }
+AudioRetentionPolicy policyOf(const std::string& days) {
     AudioRetentionPolicy policy;
-    if (values.days != "nie") {
-        std::int64_t days = 0;
-        const auto* const end = values.days.data() + values.days.size();
-        if (const auto [rest, error] = std::from_chars(values.days.data(), end, days);
-            error != std::errc{} || rest != end) {
-            throw UsageError("Erwartet wird eine Zahl von Tagen oder „nie“: " + values.days);
-        }
-        policy.days = days;
+    if (text::folded(days) == "nie") return policy;
+    std::int64_t count = 0;
+    const auto* const end = days.data() + days.size();
+    if (const auto [rest, error] = std::from_chars(days.data(), end, count);
+        error != std::errc{} || rest != end) {
+        throw UsageError("Erwartet wird eine Zahl von Tagen oder „nie“: " + days);
     }
-    const auto open = shell.openLibrary();
-    policy.save(open.root());
+    policy.days = count;
+    try {
+        return policy.validated();
+    } catch (const MeetingError& error) {
+        throw UsageError(error.message());
+    }
+}
+
+int retention(Shell& shell, const Values& values) {
+    std::optional<AudioRetentionPolicy> wanted;
+    if (values.days) wanted = policyOf(*values.days);
+    if (wanted || values.apply) {
+        auto open = shell.openLibrary();
+        if (wanted) wanted->save(open.root());
+        if (values.apply) return applyRetention(open, shell, values.json);
+        if (!values.json) return done;
+    }
+    const auto policy = AudioRetentionPolicy::load(shell.folder().root());
+    if (values.json) {
+        shell.writeJSON(policy);
+    } else {
+        shell.out().line(policy.days
+                             ? "Audio wird " + countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
+                                   " nach dem Ende des Meetings entfernt."
+                             : "Audio wird nie entfernt.");
+    }
     return done;
 }
 
@@ -288,7 +299,8 @@ void addAudioCommands(CLI::App& app, Shell& shell) {
 
     auto& kept = add("retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
     kept.add_option("TAGE", values->days, "Tage nach dem Ende des Meetings, oder „nie“");
-    kept.add_flag("--apply", values->apply, "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde");
+    kept.add_flag("--apply", values->apply,
+                  "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde; mit TAGE erst nach dem Merken");
     kept.add_flag("--json", values->json, "Als JSON für Programme");
 }
 
