@@ -7,16 +7,16 @@
 #include <samplerate.h>
 #include <sndfile.h>
 
+#include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Recording/Models.h"
-#include "MeetingCore/Summary/ModelCatalog.h"
 
 namespace meetingcore::quillmoot {
 
 namespace {
 
 constexpr sf_count_t blockFrames = 8192;
-constexpr std::size_t digestedBytes = 1U << 20U;  // at either end
+constexpr std::size_t digestedBytes = 1U << 20U;  // at a time
 constexpr int mostChannels = 64;
 
 MeetingError unreadable(const std::filesystem::path& file, const char* reason) {
@@ -162,10 +162,15 @@ std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
 
 std::string AudioFile::description() const {
     auto& files = FileManager::system();
-    const auto size = std::filesystem::file_size(file_);
-    const auto tail = size > digestedBytes ? size - digestedBytes : 0;
-    return std::to_string(size) + " " + ModelCatalog::fingerprint(files.read(file_, 0, digestedBytes)) + " " +
-           ModelCatalog::fingerprint(files.read(file_, tail, digestedBytes));
+    SHA256 digest;
+    std::uint64_t size = 0;
+    for (;;) {
+        const auto block = files.read(file_, size, digestedBytes);
+        digest.update(block);
+        size += block.size();
+        if (block.size() < digestedBytes) break;
+    }
+    return std::to_string(size) + " " + digest.hex();
 }
 
 }  // namespace meetingcore::quillmoot
