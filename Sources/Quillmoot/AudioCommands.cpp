@@ -52,7 +52,7 @@ struct Values {
     std::string title{defaultMeetingTitle};
     std::string microphone;
     std::string application;
-    std::string start;
+    std::optional<std::string> start;
     std::string project;
     std::optional<std::string> days;
     bool apply = false;
@@ -93,49 +93,54 @@ Date lastChange(const fs::path& file) {
     return Date::since1970(static_cast<double>(status.st_mtime));
 }
 
-int importAudio(Shell& shell, const Values& values) {
-    if (values.microphone.empty() && values.application.empty()) {
-        throw UsageError("Es fehlt: --microphone oder --meeting");
-    }
-    struct Input {
-        AudioSource source;
-        std::unique_ptr<AudioFile> file;
-    };
+struct Input {
+    AudioSource source = AudioSource::microphone;
+    std::unique_ptr<AudioFile> file;
+};
+
+std::vector<Input> inputsOf(const Values& values) {
     std::vector<Input> inputs;
-    std::string description;
     const auto add = [&](AudioSource source, const std::string& path) {
-        if (path.empty()) return;
-        inputs.push_back({source, std::make_unique<AudioFile>(path)});
-        description += std::string(json::nameOf(source)) + " " + inputs.back().file->description() + "\n";
+        if (!path.empty()) inputs.push_back({source, std::make_unique<AudioFile>(path)});
     };
     add(AudioSource::microphone, values.microphone);
     add(AudioSource::meeting, values.application);
+    if (inputs.empty()) throw UsageError("Es fehlt: --microphone oder --meeting");
+    return inputs;
+}
 
+/// All of the recording but the project, which the library has to know.
+RecordingImport::Recording recordingOf(const Values& values, const std::vector<Input>& inputs) {
     RecordingImport::Recording recording;
-    recording.session = RecordingImport::sessionFor(description);
     recording.title = text::trimmed(values.title);
+    if (recording.title.empty()) throw UsageError("Der Titel darf nicht leer sein.");
     recording.createdAt = lastChange(values.microphone.empty() ? values.application : values.microphone);
-    if (!values.start.empty()) {
-        recording.createdAt = parseTime(values.start);
+    if (values.start) {
+        recording.createdAt = parseTime(*values.start);
         recording.clock = RecordingClock{recording.createdAt, TimeZone::currentIdentifier()};
     }
-    double total = 0;
+    std::string description;
     for (const auto& input : inputs) {
         recording.tracks.push_back({input.source, input.file.get()});
-        total += input.file->seconds();
+        description += std::string(json::nameOf(input.source)) + " " + input.file->description() + "\n";
     }
+    recording.session = RecordingImport::sessionFor(description);
+    return recording;
+}
 
-    auto open = shell.openLibrary();
-    if (!values.project.empty()) {
-        const auto& projects = open.library().snapshot().projects;
-        const auto found = std::ranges::find_if(projects, [&](const auto& project) {
-            return text::folded(project.name) == text::folded(values.project);
-        });
-        if (found == projects.end()) {
-            throw MeetingError::invalidData("Ein Projekt „" + values.project + "“ gibt es nicht.");
-        }
-        recording.project = found->id;
-    }
+UUID projectNamed(const std::string& name, const LibrarySnapshot& library) {
+    const auto found = std::ranges::find_if(library.projects, [&](const auto& project) {
+        return text::folded(project.name) == text::folded(name);
+    });
+    if (found == library.projects.end())
+        throw MeetingError::invalidData("Ein Projekt „" + name + "“ gibt es nicht.");
+    return found->id;
+}
+
+RecordingImport::Outcome runImport(const RecordingImport::Recording& recording, OpenLibrary& open,
+                                   const std::vector<Input>& inputs, Shell& shell) {
+    double total = 0;
+    for (const auto& input : inputs) total += input.file->seconds();
     const auto& stop = stopOnInterrupt();
     auto bar = shell.progress();
     double before = 0;
@@ -149,22 +154,35 @@ int importAudio(Shell& shell, const Values& values) {
             return !stop.requested();
         });
     bar.clear();
-    for (const auto& input : inputs) {
-        if (outcome == RecordingImport::Outcome::finished && input.file->isCutOff()) {
-            shell.err().line(
-                std::string(trackName(input.source)) +
-                    ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde aufgenommen.",
-                Ink::yellow);
-        }
-    }
-    if (outcome == RecordingImport::Outcome::stopped) {
+    return outcome;
+}
+
+int importAudio(Shell& shell, const Values& values) {
+    const auto inputs = inputsOf(values);
+    auto recording = recordingOf(values, inputs);
+    auto open = shell.openLibrary();
+    if (!values.project.empty()) recording.project = projectNamed(values.project, open.library().snapshot());
+    if (runImport(recording, open, inputs, shell) == RecordingImport::Outcome::stopped) {
         shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);
         return failed;
     }
+    for (const auto& input : inputs) {
+        if (!input.file->isCutOff()) continue;
+        shell.err().line(std::string(trackName(input.source)) +
+                             ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde "
+                             "aufgenommen.",
+                         Ink::yellow);
+    }
+    const auto& entry = open.meeting(recording.session.string());
+    if ((recording.title != defaultMeetingTitle && entry.title != recording.title) ||
+        (recording.project && entry.projectID != recording.project)) {
+        shell.err().line("Titel und Projekt bleiben, wie sie seit dem ersten Aufruf geändert wurden.",
+                         Ink::yellow);
+    }
     if (values.json) {
-        shell.writeJSON(MeetingTitleRow{recording.session.string(), recording.title});
+        shell.writeJSON(MeetingTitleRow{entry.id.string(), entry.title});
     } else {
-        shell.out().line(recording.session.string());
+        shell.out().line(entry.id.string());
     }
     return done;
 }
