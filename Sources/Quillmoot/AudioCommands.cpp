@@ -160,7 +160,7 @@ RecordingImport::Outcome runImport(const RecordingImport::Recording& recording, 
 int importAudio(Shell& shell, const Values& values) {
     const auto inputs = inputsOf(values);
     auto recording = recordingOf(values, inputs);
-    auto open = shell.openLibrary();
+    auto open = shell.openLibrary(Shell::Creation::ofAny);
     if (!values.project.empty()) recording.project = projectNamed(values.project, open.library().snapshot());
     if (runImport(recording, open, inputs, shell) == RecordingImport::Outcome::stopped) {
         shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);

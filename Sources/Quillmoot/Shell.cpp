@@ -1,6 +1,7 @@
 #include "Shell.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <thread>
@@ -20,26 +21,52 @@ namespace {
 
 StopRequest interrupted;
 
+void requireFolder(const fs::path& root) {
+    std::error_code error;
+    const auto kind = fs::status(root, error).type();
+    if (kind == fs::file_type::directory) return;
+    if (kind == fs::file_type::none)
+        throw MeetingError::notConfigured(root.string() + ": " + systemErrorText(error.value()));
+    if (kind != fs::file_type::not_found)
+        throw MeetingError::notConfigured(root.string() + " ist kein Ordner.");
+    throw MeetingError::notConfigured(
+        "Es gibt keinen Datenordner unter " + root.string() +
+        ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
+        "einen anderen.");
+}
+
+bool isOurs(const std::string& name) {
+    constexpr auto names = std::to_array<std::string_view>(
+        {"Meetings", "Models", "application.lock", "audio-retention.json", "inference.lock", "library.json"});
+    return std::ranges::find(names, name) != names.end() || name.starts_with("quillmoot.sqlite") ||
+           name == ".DS_Store" || (name.starts_with('.') && name.ends_with(".tmp"));
+}
+
+/// Also a folder that is empty, or that a crash left without what shows it to be one of ours.
+bool holdsOnlyOurs(const fs::path& root) {
+    return std::ranges::all_of(FileManager::system().list(root), isOurs);
+}
+
+/// Leaves a folder that is none of ours as it is.
+void requireOurs(const fs::path& root) {
+    if (pathExists(root / "library.json") || pathExists(root / "quillmoot.sqlite") || holdsOnlyOurs(root))
+        return;
+    throw MeetingError::notConfigured(
+        root.string() +
+        " ist kein Datenordner. Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
+}
+
+/// Makes what a chosen folder is known by.
+void complete(const fs::path& root) {
+    createDirectories(FileManager::system(), root / "Meetings");
+    if (!pathExists(root / "quillmoot.sqlite")) SQLiteJobStore{root / "quillmoot.sqlite"};
+}
+
 }  // namespace
 
 DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
-    std::error_code unknown;
-    if (fs::exists(root_, unknown) && !fs::is_directory(root_, unknown)) {
-        throw MeetingError::notConfigured(root_.string() + " ist kein Ordner.");
-    }
-    if (!fs::is_directory(root_, unknown)) {
-        throw MeetingError::notConfigured(
-            "Es gibt keinen Datenordner unter " + root_.string() +
-            ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
-            "einen anderen.");
-    }
-}
-
-/// Reading leaves a folder that is none of ours as it is.
-void DataFolder::requireData() const {
-    if (pathExists(root_ / "library.json") || pathExists(root_ / "quillmoot.sqlite") || fs::is_empty(root_))
-        return;
-    throw MeetingError::notConfigured(root_.string() + " ist kein Datenordner.");
+    requireFolder(root_);
+    requireOurs(root_);
 }
 
 const LibrarySnapshot& DataFolder::library() {
@@ -51,10 +78,12 @@ const LibrarySnapshot& DataFolder::library() {
 }
 
 SQLiteJobStore& DataFolder::jobs() {
-    if (jobs_ == nullptr) {
-        requireData();
-        jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
-    }
+    if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / "quillmoot.sqlite");
+    return *jobs_;
+}
+
+SQLiteJobStore& DataFolder::queue() {
+    jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
     return *jobs_;
 }
 
@@ -68,8 +97,11 @@ std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
 
 OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(root)) {
     createDirectories(FileManager::system(), root_);
+    requireOurs(root_);
     takeLock();
     library_.emplace(root_);
+    // A database that is missing beside meetings is lost, which is not to be covered up.
+    if (library_->snapshot().meetings.empty()) complete(root_);
     endInterruptedRemovals(notices);
 }
 
@@ -130,8 +162,34 @@ void OpenLibrary::change(const UUID& meeting, const std::function<void(MeetingEn
 Shell::Shell() : out_(std::cout, Style::of(STDOUT_FILENO)), err_(std::cerr, Style::of(STDERR_FILENO)) {}
 
 fs::path Shell::root() const {
+    if (rootOption_ && rootOption_->empty()) throw UsageError("--root braucht einen Ordner.");
     auto root = rootOption_ ? *rootOption_ : DataDirectoryPreference::selectedRoot(UserDefaults::standard());
     return fs::absolute(root).lexically_normal();
+}
+
+/// The drive of the remembered folder may be missing; nothing is to be begun in its place.
+fs::path Shell::reachableRoot() const {
+    auto folder = root();
+    const bool remembered =
+        !rootOption_ && UserDefaults::standard().string(DataDirectoryPreference::key).has_value();
+    std::error_code unreachable;
+    if (remembered && !fs::is_directory(folder, unreachable)) DataDirectoryPreference::validate(folder);
+    return folder;
+}
+
+OpenLibrary Shell::openLibrary(Creation creation) {
+    const auto folder = reachableRoot();
+    if (rootOption_ && creation == Creation::ofDefault) requireFolder(folder);
+    return {folder, err_};
+}
+
+void Shell::chooseFolder(const fs::path& folder) {
+    createDirectories(FileManager::system(), folder);
+    const bool used = std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
+                                          [&](const char* name) { return pathExists(folder / name); });
+    if (used && holdsOnlyOurs(folder)) complete(folder);
+    auto defaults = UserDefaults::standard();
+    DataDirectoryPreference::select(folder, defaults);
 }
 
 const StopRequest& stopOnInterrupt() {

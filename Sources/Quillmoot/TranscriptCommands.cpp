@@ -264,7 +264,7 @@ void planWindows(const UUID& meeting, DataFolder& folder) {
     if (chunks.empty() && folder.jobs().jobs(meeting).empty()) {
         throw MeetingError::invalidData("Das Meeting hat kein Audio.");
     }
-    WorkScheduler::enqueue(chunks, folder.jobs(), true);
+    WorkScheduler::enqueue(chunks, folder.queue(), true);
 }
 
 int transcribe(Shell& shell, const Values& values) {
