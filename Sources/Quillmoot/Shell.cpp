@@ -70,9 +70,15 @@ DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
 }
 
 const LibrarySnapshot& DataFolder::library() {
-    if (!library_) {
-        const auto file = root_ / "library.json";
-        library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
+    if (library_) return *library_;
+    const auto file = root_ / "library.json";
+    library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
+    auto& meetings = library_->meetings;
+    if (std::ranges::any_of(meetings, &MeetingEntry::isBeingRecorded) &&
+        !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)) {
+        for (auto& meeting : meetings) {
+            if (meeting.isBeingRecorded()) meeting.state = "interrupted";
+        }
     }
     return *library_;
 }

@@ -32,6 +32,8 @@ public:
     explicit DataFolder(std::filesystem::path root);
 
     const std::filesystem::path& root() const { return root_; }
+
+    /// A recording that is said to be running while nobody has the library open is interrupted.
     const LibrarySnapshot& library();
 
     /// Creates nothing: a missing database counts as empty.

@@ -102,8 +102,18 @@ private:
         constexpr auto topic = "Datenbank";
         const auto file = root_ / "quillmoot.sqlite";
         if (!pathExists(file)) {
-            add(Severity::note, topic, "Es gibt noch keine Aufträge.");
-            return;
+            const auto lost = static_cast<std::size_t>(
+                std::ranges::count(library_.meetings, "completed", &MeetingEntry::state));
+            if (lost == 0) {
+                add(Severity::note, topic, "Es gibt noch keine Aufträge.");
+                return;
+            }
+            const auto what = "„quillmoot.sqlite“ fehlt und damit die Transkripte von " +
+                              countOf(lost, "Meeting", "Meetings");
+            add(Severity::error, topic,
+                what + (options_.repair ? ". Die Datei ist neu angelegt." :
+                              ". Bitte die Datei zurückholen; --repair legt eine neue an."));
+            if (!options_.repair) return;
         }
         database_ = std::make_unique<SQLiteJobStore>(file);
         const auto problems = database_->integrityProblems();
@@ -163,19 +173,10 @@ private:
                     folder.lexically_relative(meetings).string());
         }
         for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
-        if (nobodyRecords()) bringInLine(meetings, report.chunks);
+        if (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application))
+            bringInLine(meetings, report.chunks);
         checkComplete(report.chunks);
         checkScheduled(report.chunks);
-    }
-
-    bool nobodyRecords() const {
-        if (options_.repair) return true;
-        try {
-            const WorkerLock lock(root_, WorkerLock::Purpose::application);
-            return true;
-        } catch (const MeetingError&) {
-            return false;
-        }
     }
 
     /// Recordings that the library does not know, and those that it takes for running though nobody records.
@@ -187,14 +188,16 @@ private:
                 ++unknown;
         }
         const auto running =
-            static_cast<std::size_t>(std::ranges::count_if(library_.meetings, [](const auto& meeting) {
-                return meeting.state == "starting" || meeting.state == "recording" || meeting.state == "paused";
-            }));
+            static_cast<std::size_t>(std::ranges::count_if(library_.meetings, &MeetingEntry::isBeingRecorded));
         if (unknown + running == 0) return;
-        const auto what = countOf(unknown, "Meeting fehlt", "Meetings fehlen") + " in der Bibliothek, " +
-                          countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
+        auto what =
+            unknown == 0 ? "" : countOf(unknown, "Meeting fehlt", "Meetings fehlen") + " in der Bibliothek";
+        if (unknown > 0 && running > 0) what += ", ";
+        if (running > 0) what += countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
         if (!options_.repair) {
-            add(Severity::warning, "Aufnahmen", what + " (--repair gleicht die Bibliothek ab).");
+            add(Severity::warning, "Aufnahmen",
+                what + " (--repair gleicht die Bibliothek ab" +
+                    (running > 0 ? "; einen Import setzt derselbe Aufruf fort)." : ")."));
             return;
         }
         MeetingLibrary library(root_);
@@ -221,10 +224,13 @@ private:
         if (database_ == nullptr) return;
         for (const auto& meeting : library_.meetings) {
             const auto has = [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; };
-            if (meeting.state != "completed" || std::ranges::none_of(chunks, has) ||
-                !database_->jobStats(meeting.id).empty()) {
+            if (meeting.state != "completed" || !database_->jobStats(meeting.id).empty()) continue;
+            if (AudioArchive::removed(meeting.id, root_)) {
+                add(Severity::error, "Aufträge",
+                    "„" + meeting.title + "“ hat weder Audio noch Aufträge: Sein Transkript ist verloren.");
                 continue;
             }
+            if (std::ranges::none_of(chunks, has)) continue;
             const auto what = "„" + meeting.title + "“ hat Audio, aber keine Aufträge";
             if (!options_.repair) {
                 add(Severity::error, "Aufträge", what + " (--repair reiht sie neu ein).");
