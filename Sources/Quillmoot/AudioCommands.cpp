@@ -187,11 +187,30 @@ int importAudio(Shell& shell, const Values& values) {
     return done;
 }
 
+/// Says what is missing; false where nothing is.
+bool tellMissing(const MeetingEntry& meeting, const RecoveryReport& report, Shell& shell) {
+    const auto warn = [&](const std::string& text) { shell.err().line(text, Ink::yellow); };
+    for (const auto& problem : report.problems) warn(problem);
+    const auto gaps = AudioArchive::gaps(report.chunks);
+    for (const auto& gap : gaps) {
+        warn(std::string(trackName(gap.source)) + ": " + lengthOf(gap.startSeconds) + "–" +
+             lengthOf(gap.endSeconds) + " fehlt und ist Stille.");
+    }
+    const auto missing = meeting.chunkCount - static_cast<std::int64_t>(report.chunks.size());
+    if (missing > 0) {
+        warn(countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt", "Audioabschnitte fehlen") +
+             ". Bei einem importierten Meeting stellt derselbe Import sie wieder her.");
+    }
+    return !gaps.empty() || missing > 0;
+}
+
 int archive(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
-    const auto meeting = open.meeting(values.meeting).id;
+    const auto& entry = open.meeting(values.meeting);
+    const auto meeting = entry.id;
     std::vector<TrackRow> rows;
-    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(meeting).chunks;
+    const auto report = DurableChunkStore(open.root() / "Meetings").recover(meeting);
+    const auto& chunks = report.chunks;
     for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
         const auto ofTrack = [&](const AudioChunk& chunk) { return chunk.source == source; };
         if (std::ranges::none_of(chunks, ofTrack)) continue;
@@ -203,7 +222,7 @@ int archive(Shell& shell, const Values& values) {
     } else {
         for (const auto& row : rows) shell.out().line(row.path);
     }
-    return done;
+    return tellMissing(entry, report, shell) ? failed : done;
 }
 
 void moveToTrash(const UUID& meeting, OpenLibrary& open) {

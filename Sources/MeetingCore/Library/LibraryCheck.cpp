@@ -214,8 +214,8 @@ private:
             if (missing <= 0 || AudioArchive::removed(meeting.id, root_)) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
-                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt.",
-                            "Audioabschnitte fehlen."));
+                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt", "Audioabschnitte fehlen") +
+                    " (was importiert wurde, stellt derselbe Import wieder her).");
         }
     }
 

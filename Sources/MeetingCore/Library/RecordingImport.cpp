@@ -54,9 +54,12 @@ void requireSound(const Recording& recording, const std::filesystem::path& root)
     }
 }
 
-void requireNew(const Recording& recording, LibrarySnapshot library) {
+/// Whether the meeting is complete but for chunks that it has lost; throws where it lacks nothing.
+bool hasLostChunks(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks) {
     const auto known = entryOf(library, recording.session);
-    if (known == library.meetings.end() || known->state != "completed") return;
+    if (known == library.meetings.end() || known->state != "completed") return false;
+    if (static_cast<std::int64_t>(chunks.size()) < known->chunkCount || !AudioArchive::gaps(chunks).empty())
+        return true;
     throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
                                     known->id.string() + ").");
 }
@@ -67,15 +70,19 @@ bool begin(const Recording& recording, DurableChunkStore& store, MeetingLibrary&
     const auto session = manifest(recording);
     const auto folder = store.sessionDirectory(recording.session);
     const bool resumed = pathExists(folder);
-    if (!resumed) store.createSession(session);
-    if (!resumed && recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    if (resumed) {
+        TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files);  // throws where broken
+    } else {
+        store.createSession(session);
+        if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    }
     library.update([&](LibrarySnapshot& snapshot) {
         auto entry = entryOf(snapshot, recording.session);
         if (entry == snapshot.meetings.end()) {
             const auto fresh = MeetingEntry::starting(session, recording.project);
             entry = snapshot.meetings.insert(snapshot.meetings.begin(), fresh);
         }
-        entry->state = "recording";
+        if (entry->state != "completed") entry->state = "recording";
     });
     return resumed;
 }
@@ -101,14 +108,25 @@ void adopt(const Recording& recording, const std::filesystem::path& folder, Meet
     });
 }
 
+/// What recovery refuses makes room for the whole chunk, and is kept as an unfinished one.
+void setAsideDamaged(const std::filesystem::path& chunk, FileManager& files) {
+    if (!files.status(chunk)) return;
+    const auto name = "." + chunk.stem().string() + "." + UUID::random().string() + ".partial";
+    files.move(chunk, chunk.parent_path() / name);
+}
+
 class TrackImport {
 public:
-    TrackImport(const Recording& recording, const Track& track, DurableChunkStore& store,
-                SQLiteJobStore& database, const Progress& progress)
+    TrackImport(const Recording& recording, const Track& track, std::span<const AudioChunk> known,
+                DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress,
+                FileManager& files)
         : track_(track),
           accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
                                                   [&](const AudioChunk& chunk, auto samples) {
                                                       const auto stored = identified(chunk);
+                                                      if (std::ranges::find(known, stored.id, &AudioChunk::id) ==
+                                                          known.end())
+                                                          setAsideDamaged(store.chunkDirectory(stored), files);
                                                       store.commit(stored, samples);
                                                       database.registerChunk(stored);
                                                       goOn_ = progress(track_.source, stored.endSeconds());
@@ -180,19 +198,21 @@ UUID sessionFor(std::string_view description) { return UUID::derived(importNames
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
             SQLiteJobStore& database, const Progress& progress, FileManager& files) {
     requireSound(recording, root);
-    requireNew(recording, library.snapshot());
     DurableChunkStore store(root / "Meetings", files);
     const auto folder = store.sessionDirectory(recording.session);
+    const auto known = store.recover(recording.session).chunks;
+    const bool restores = hasLostChunks(recording, library.snapshot(), known);
     const bool resumed = begin(recording, store, library, files);
     MeetingLibrary::appendEvent(
         {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder, files);
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {
-            outcome = TrackImport(recording, track, store, database, progress).run();
+            outcome = TrackImport(recording, track, known, store, database, progress, files).run();
             if (outcome == Outcome::stopped) break;
         }
     } catch (const MeetingError&) {
+        if (restores) throw;
         const auto kept = store.recover(recording.session).chunks;
         if (kept.empty() && !resumed) {
             forget(recording.session, root, library, files);
@@ -201,7 +221,8 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
         }
         throw;
     }
-    if (resumed) adopt(recording, folder, library, files);
+    if (restores && outcome == Outcome::stopped) return outcome;
+    if (resumed && !restores) adopt(recording, folder, library, files);
     const auto report = store.recover(recording.session);
     if (outcome == Outcome::finished) WorkScheduler::enqueue(report.chunks, database, true);
     settle(recording.session, outcome == Outcome::finished ? "completed" : "interrupted", report.chunks,
