@@ -37,6 +37,7 @@ private:
     struct Decoder;
 
     std::filesystem::path file_;
+    std::uint64_t announcedBytes_ = 0;
     std::unique_ptr<Decoder> decoder_;
 };
 
