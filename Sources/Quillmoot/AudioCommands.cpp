@@ -39,8 +39,9 @@ inline constexpr auto json::fields<quillmoot::TrackRow> = json::record(
     json::field("source", &quillmoot::TrackRow::source), json::field("path", &quillmoot::TrackRow::path));
 
 template <>
-inline constexpr auto json::fields<quillmoot::MeetingTitleRow> = json::record(
-    json::field("id", &quillmoot::MeetingTitleRow::id), json::field("title", &quillmoot::MeetingTitleRow::title));
+inline constexpr auto json::fields<quillmoot::MeetingTitleRow> =
+    json::record(json::field("id", &quillmoot::MeetingTitleRow::id),
+                 json::field("title", &quillmoot::MeetingTitleRow::title));
 
 namespace quillmoot {
 namespace {
@@ -77,8 +78,12 @@ Date parseTime(const std::string& text) {
     static_cast<void>(::timegm(&checked));  // puts the 31st of February into March
     if (checked.tm_mday != day || time.tm_year < 0) throw UsageError("Ungültige Zeit: " + text);
     if (*rest == '\0') {
-        time.tm_isdst = -1;
-        return Date::since1970(static_cast<double>(std::mktime(&time)));
+        std::tm local = time;
+        local.tm_isdst = -1;
+        const auto instant = std::mktime(&local);  // goes round what the change to summer time leaves out
+        if (local.tm_hour != time.tm_hour || local.tm_min != time.tm_min)
+            throw UsageError("Diese Uhrzeit gibt es hier nicht (Zeitumstellung): " + text);
+        return Date::since1970(static_cast<double>(instant));
     }
     std::tm zone{};
     const char* const end = ::strptime(rest, "%z", &zone);
@@ -117,7 +122,10 @@ RecordingImport::Recording recordingOf(const Values& values, const std::vector<I
     recording.createdAt = lastChange(values.microphone.empty() ? values.application : values.microphone);
     if (values.start) {
         recording.createdAt = parseTime(*values.start);
-        recording.clock = RecordingClock{recording.createdAt, TimeZone::currentIdentifier()};
+        const auto zone = TimeZone::currentIdentifier();
+        if (!TimeZone::isKnown(zone))
+            throw UsageError("Unbekannte Zeitzone in TZ: " + zone + " (etwa Europe/Berlin)");
+        recording.clock = RecordingClock{recording.createdAt, zone};
     }
     std::string description;
     for (const auto& input : inputs) {
@@ -225,9 +233,15 @@ int archive(Shell& shell, const Values& values) {
     return tellMissing(entry, report, shell) ? failed : done;
 }
 
-void moveToTrash(const UUID& meeting, OpenLibrary& open) {
-    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), moveToSystemTrash);
+/// Returns the name that the audio has in the trash.
+std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
+    std::string name;
+    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), [&](const fs::path& folder) {
+        name = folder.filename().string();
+        moveToSystemTrash(folder);
+    });
     open.enterRemoval(meeting);
+    return name;
 }
 
 int removeAudio(Shell& shell, const Values& values) {
@@ -239,8 +253,9 @@ int removeAudio(Shell& shell, const Values& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
-    moveToTrash(id, open);
-    shell.err().line("Das Audio liegt im Papierkorb. Transkript und Zusammenfassung bleiben.");
+    const auto name = moveToTrash(id, open);
+    shell.err().line("Das Audio liegt im Papierkorb, im versteckten Ordner „" + name +
+                     "“. Transkript und Zusammenfassung bleiben.");
     return done;
 }
 
@@ -336,8 +351,9 @@ void addAudioCommands(CLI::App& app, Shell& shell) {
 
     auto& kept = add("retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
     kept.add_option("TAGE", values->days, "Tage nach dem Ende des Meetings, oder „nie“");
-    kept.add_flag("--apply", values->apply,
-                  "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde; mit TAGE erst nach dem Merken");
+    kept.add_flag(
+        "--apply", values->apply,
+        "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde; mit TAGE erst nach dem Merken");
     kept.add_flag("--json", values->json, "Als JSON für Programme");
 }
 

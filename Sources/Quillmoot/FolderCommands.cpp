@@ -71,7 +71,12 @@ int dataFolder(Shell& shell, const Values& values) {
         shell.writeJSON(row);
     } else {
         shell.out().line(row.path);
-        if (!row.exists) shell.err().line("Der Ordner wird mit dem ersten Meeting angelegt.");
+        if (!row.exists) {
+            shell.err().line(row.isDefault
+                                 ? "Der Ordner wird mit dem ersten Meeting angelegt."
+                                 : "Der Ordner ist nicht erreichbar. „quillmoot data-folder PFAD“ legt "
+                                   "ihn an oder wählt einen anderen.");
+        }
     }
     return done;
 }

@@ -21,18 +21,22 @@ namespace {
 
 StopRequest interrupted;
 
+void requireAccess(const fs::path& root, int mode) {
+    if (::access(root.c_str(), mode) != 0)
+        throw MeetingError::storage(root.string() + ": " + systemErrorText(errno));
+}
+
 void requireFolder(const fs::path& root) {
     std::error_code error;
     const auto kind = fs::status(root, error).type();
-    if (kind == fs::file_type::directory) return;
+    if (kind == fs::file_type::directory) return requireAccess(root, R_OK | X_OK);
     if (kind == fs::file_type::none)
-        throw MeetingError::notConfigured(root.string() + ": " + systemErrorText(error.value()));
+        throw MeetingError::storage(root.string() + ": " + systemErrorText(error.value()));
     if (kind != fs::file_type::not_found)
         throw MeetingError::notConfigured(root.string() + " ist kein Ordner.");
-    throw MeetingError::notConfigured(
-        "Es gibt keinen Datenordner unter " + root.string() +
-        ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
-        "einen anderen.");
+    throw MeetingError::notConfigured("Es gibt keinen Datenordner unter " + root.string() +
+                                      ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
+                                      "einen anderen.");
 }
 
 bool isOurs(const std::string& name) {
@@ -51,15 +55,39 @@ bool holdsOnlyOurs(const fs::path& root) {
 void requireOurs(const fs::path& root) {
     if (pathExists(root / "library.json") || pathExists(root / "quillmoot.sqlite") || holdsOnlyOurs(root))
         return;
-    throw MeetingError::notConfigured(
-        root.string() +
-        " ist kein Datenordner. Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
+    throw MeetingError::notConfigured(root.string() +
+                                      " ist kein Datenordner. Bitte einen leeren Ordner oder einen vorhandenen "
+                                      "Quillmoot-Datenordner wählen.");
+}
+
+/// SQLite says in English what is wrong with a file.
+template <class Opening>
+auto opened(const Opening& opening) {
+    try {
+        return opening();
+    } catch (const MeetingError& error) {
+        const auto is = [&](std::string_view message) { return error.message() == message; };
+        if (is("file is not a database") || is("database disk image is malformed")) {
+            throw MeetingError::storage(
+                "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
+                "Datenordner; es hilft nur eine Sicherung.");
+        }
+        if (is("attempt to write a readonly database") || is("unable to open database file")) {
+            throw MeetingError::storage(
+                "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners prüfen.");
+        }
+        throw;
+    }
+}
+
+std::unique_ptr<SQLiteJobStore> openJobs(const fs::path& root) {
+    return opened([&] { return std::make_unique<SQLiteJobStore>(root / "quillmoot.sqlite"); });
 }
 
 /// Makes what a chosen folder is known by.
 void complete(const fs::path& root) {
     createDirectories(FileManager::system(), root / "Meetings");
-    if (!pathExists(root / "quillmoot.sqlite")) SQLiteJobStore{root / "quillmoot.sqlite"};
+    if (!pathExists(root / "quillmoot.sqlite")) openJobs(root);
 }
 
 }  // namespace
@@ -84,12 +112,13 @@ const LibrarySnapshot& DataFolder::library() {
 }
 
 SQLiteJobStore& DataFolder::jobs() {
-    if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / "quillmoot.sqlite");
+    if (jobs_ == nullptr)
+        jobs_ = opened([&] { return SQLiteJobStore::forReading(root_ / "quillmoot.sqlite"); });
     return *jobs_;
 }
 
 SQLiteJobStore& DataFolder::queue() {
-    jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    jobs_ = openJobs(root_);
     return *jobs_;
 }
 
@@ -103,6 +132,7 @@ std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
 
 OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(root)) {
     createDirectories(FileManager::system(), root_);
+    requireAccess(root_, R_OK | W_OK | X_OK);
     requireOurs(root_);
     takeLock();
     library_.emplace(root_);
@@ -151,7 +181,7 @@ void OpenLibrary::takeLock() {
 }
 
 SQLiteJobStore& OpenLibrary::jobs() {
-    if (jobs_ == nullptr) jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    if (jobs_ == nullptr) jobs_ = openJobs(root_);
     return *jobs_;
 }
 
@@ -191,8 +221,9 @@ OpenLibrary Shell::openLibrary(Creation creation) {
 
 void Shell::chooseFolder(const fs::path& folder) {
     createDirectories(FileManager::system(), folder);
-    const bool used = std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
-                                          [&](const char* name) { return pathExists(folder / name); });
+    const bool used =
+        std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
+                            [&](const char* name) { return pathExists(folder / name); });
     if (used && holdsOnlyOurs(folder)) complete(folder);
     auto defaults = UserDefaults::standard();
     DataDirectoryPreference::select(folder, defaults);

@@ -62,9 +62,9 @@ private:
 /// A library opened for changes: no other program may change it meanwhile.
 class OpenLibrary {
 public:
-    /// Creates the folder where it is missing with what it is known by, and brings audio removals to an end that a crash interrupted,
-    /// telling so in `notices`. Throws MeetingError: notConfigured where the
-    /// folder is none of ours, storage where another program has the library.
+    /// Creates the folder where it is missing with what it is known by, and brings audio removals to an end
+    /// that a crash interrupted, telling so in `notices`. Throws MeetingError: notConfigured where the folder
+    /// is none of ours, storage where another program has the library.
     OpenLibrary(std::filesystem::path root, Terminal& notices);
 
     const std::filesystem::path& root() const { return root_; }

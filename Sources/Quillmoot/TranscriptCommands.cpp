@@ -271,8 +271,7 @@ int transcribe(Shell& shell, const Values& values) {
     auto folder = shell.folder();
     const auto& entry = folder.meeting(values.meeting);
     if (entry.state != "completed" && entry.state != "interrupted") {
-        throw MeetingError::invalidData(
-            "Das Meeting wird noch aufgenommen. Nach einem Absturz hilft „quillmoot doctor --repair“.");
+        throw MeetingError::invalidData("Das Meeting wird gerade aufgenommen oder importiert.");
     }
     const auto meeting = entry.id;
     planWindows(meeting, folder);

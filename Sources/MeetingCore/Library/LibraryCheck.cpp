@@ -31,6 +31,12 @@ std::string countOf(std::size_t count, const char* one, const char* many) {
 /// What writeAtomically leaves behind when it is cut off.
 bool isInterruptedWrite(const std::string& name) { return name.starts_with('.') && name.ends_with(".tmp"); }
 
+/// The audio that a recogniser was given.
+bool isRecognition(const fs::path& folder) {
+    const auto name = folder.filename().string();
+    return name.starts_with(".Transkription.") && name.ends_with(".partial");
+}
+
 class Check {
 public:
     Check(const fs::path& root, const ModelCatalog& catalog, const Options& options, Date now)
@@ -111,8 +117,8 @@ private:
             const auto what = "„quillmoot.sqlite“ fehlt und damit die Transkripte von " +
                               countOf(lost, "Meeting", "Meetings");
             add(Severity::error, topic,
-                what + (options_.repair ? ". Die Datei ist neu angelegt." :
-                              ". Bitte die Datei zurückholen; --repair legt eine neue an."));
+                what + (options_.repair ? ". Die Datei ist neu angelegt."
+                                        : ". Bitte die Datei zurückholen; --repair legt eine neue an."));
             if (!options_.repair) return;
         }
         database_ = std::make_unique<SQLiteJobStore>(file);
@@ -168,6 +174,7 @@ private:
         add(Severity::fine, topic,
             countOf(report.chunks.size(), "Audioabschnitt", "Audioabschnitte") + " sind vollständig.");
         for (const auto& folder : report.incompleteDirectories) {
+            if (isRecognition(folder)) continue;
             add(Severity::note, topic,
                 "Unvollständiger Audioabschnitt, von einem Absturz übrig: " +
                     folder.lexically_relative(meetings).string());
@@ -214,7 +221,8 @@ private:
             if (missing <= 0 || AudioArchive::removed(meeting.id, root_)) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
-                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt", "Audioabschnitte fehlen") +
+                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt",
+                            "Audioabschnitte fehlen") +
                     " (was importiert wurde, stellt derselbe Import wieder her).");
         }
     }
@@ -273,16 +281,20 @@ private:
 
     void checkLeftovers() {
         std::vector<fs::path> leftovers;
-        const auto collect = [&](const fs::path& folder) {
+        const auto collect = [&](const fs::path& folder, bool recognising) {
             for (const auto& entry : fs::directory_iterator(folder)) {
-                if (isInterruptedWrite(entry.path().filename().string())) leftovers.push_back(entry.path());
+                const auto& path = entry.path();
+                if (isInterruptedWrite(path.filename().string()) || (!recognising && isRecognition(path)))
+                    leftovers.push_back(path);
             }
         };
-        collect(root_);
+        collect(root_, false);
         for (const auto& meeting : library_.meetings) {
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            // Recognition goes on without a lock, but under a lease.
+            const bool recognising = database_ == nullptr || database_->jobStats(meeting.id)["running"] > 0;
             for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
-                if (fs::is_directory(fs::symlink_status(inner))) collect(inner);
+                if (fs::is_directory(fs::symlink_status(inner))) collect(inner, recognising);
             }
         }
         if (leftovers.empty()) return;
@@ -292,7 +304,7 @@ private:
             add(Severity::note, "Reste", what + " (--repair räumt auf).");
             return;
         }
-        for (const auto& file : leftovers) FileManager::system().remove(file);
+        for (const auto& file : leftovers) fs::remove_all(file);
         add(Severity::repaired, "Reste", what + " entfernt.");
     }
 

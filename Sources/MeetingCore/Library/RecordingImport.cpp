@@ -9,6 +9,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::RecordingImport {
@@ -121,16 +122,15 @@ public:
                 DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress,
                 FileManager& files)
         : track_(track),
-          accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
-                                                  [&](const AudioChunk& chunk, auto samples) {
-                                                      const auto stored = identified(chunk);
-                                                      if (std::ranges::find(known, stored.id, &AudioChunk::id) ==
-                                                          known.end())
-                                                          setAsideDamaged(store.chunkDirectory(stored), files);
-                                                      store.commit(stored, samples);
-                                                      database.registerChunk(stored);
-                                                      goOn_ = progress(track_.source, stored.endSeconds());
-                                                  })) {}
+          accumulator_(*PCMChunkAccumulator::make(
+              recording.session, track.source, secondsPerChunk, [&](const AudioChunk& chunk, auto samples) {
+                  const auto stored = identified(chunk);
+                  if (std::ranges::find(known, stored.id, &AudioChunk::id) == known.end())
+                      setAsideDamaged(store.chunkDirectory(stored), files);
+                  store.commit(stored, samples);
+                  database.registerChunk(stored);
+                  goOn_ = progress(track_.source, stored.endSeconds());
+              })) {}
 
     Outcome run() {
         std::array<std::int16_t, bufferSamples> buffer{};
@@ -204,7 +204,8 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     const bool restores = hasLostChunks(recording, library.snapshot(), known);
     const bool resumed = begin(recording, store, library, files);
     MeetingLibrary::appendEvent(
-        {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder, files);
+        {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder,
+        files);
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {
