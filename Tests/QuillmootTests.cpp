@@ -136,7 +136,9 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     EXPECT_THAT(out("quillmoot doctor"), AllOf(HasSubstr("1 Meeting ist lesbar."), Not(HasSubstr("FEHLER"))));
     EXPECT_THAT(out("quillmoot audio Kundenportal"), HasSubstr("Audio/meeting.wav"));
     if (sh("command -v gio").status == 0) {
-        out("quillmoot remove-audio Kundenportal");
+        EXPECT_EQ(out("quillmoot retention 1 && quillmoot retention Nie --apply --json"), "[]\n");
+        EXPECT_EQ(out("quillmoot retention"), "Audio wird nie entfernt.\n");
+        EXPECT_THAT(sh("quillmoot remove-audio Kundenportal").err, HasSubstr("„.Audio-entfernen-"));
         EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Audio           entfernt"));
         EXPECT_THAT(err("quillmoot audio Kundenportal"), HasSubstr("hat kein Audio"));
         EXPECT_THAT(err("quillmoot jobs Kundenportal restart --yes"), HasSubstr("bewusst entfernt."));
@@ -172,22 +174,27 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"export Kundenportal", "Es fehlt: --format"}, {"export Kundenportal --format pdf", "Ungültiger Wert: pdf"},
         {"import --title A", "Es fehlt: --microphone oder --meeting"}, {"import --microphone", "Der Wert fehlt: --microphone"},
         {"import --microphone microphone.ogg --start gestern", "Ungültige Zeit: gestern"},
+        {"import --microphone microphone.ogg --start ''", "Ungültige Zeit"}, {"list --root ''", "--root braucht einen Ordner."},
+        {"import --microphone microphone.ogg --start '2026-03-29 02:30'", "Diese Uhrzeit gibt es hier nicht"},
+        {"import --microphone microphone.ogg --title ' '", "Der Titel darf nicht leer sein."},
+        {"retention 99999", "36500"}, {"retention -5", "36500"},
         {"jobs Kundenportal weiter", "Ungültiger Wert: weiter"}, {"retention bald", "Erwartet wird eine Zahl von Tagen"},
         {"transcribe Kundenportal --engine true --jobs 0", "Erwartet wird eine Zahl von 1 bis 64: 0"},
     };
     const std::vector<std::pair<std::string, std::string>> failing{
         {"show Budget", "Kein Meeting passt zu „Budget“."}, {"--root /fehlt list", "Es gibt keinen Datenordner unter /fehlt."},
         {"import --microphone fehlt.wav", "„fehlt.wav“ gibt es nicht."},
-        {"import --microphone meeting.vtt", "„meeting.vtt“ ist keine lesbare Audiodatei"},
+        {"import --microphone meeting.vtt", "„meeting.vtt“ ist keine lesbare Audiodatei: das Format ist unbekannt"},
         {"import --microphone microphone.ogg --meeting meeting.mp3", "Diese Aufnahme ist schon in der Bibliothek: „Kundenportal“"},
         {"transcript import Kundenportal --source meeting speakers.rttm", "speakers.rttm"},
         {"speakers import Kundenportal microphone.vtt", "microphone.vtt"}, {"correct Kundenportal 1 Text", "Kein Segment"},
         {"summarize Kundenportal", "Sprachverarbeitung muss zuerst vollständig abgeschlossen sein."},
-        {"retention 99999", "36500"}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
         {"list --project nix", "Ein Projekt „nix“ gibt es nicht."}, {"rename Kundenportal 'a\ab'", "darf keine Steuerzeichen"},
         {"participants Kundenportal --add ' '", "Ein Name darf nicht leer sein."},
         {"participants Kundenportal --add \"$(printf %101s x | tr ' ' y)\"", "höchstens 100 Zeichen"},
         {"note Kundenportal - < /dev/zero", "länger als 1 MiB"},
+        {"--root /fehlt project add A", "Es gibt keinen Datenordner unter /fehlt."},
+        {"import --root . --microphone microphone.ogg", "ist kein Datenordner."}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
         {"rename Kundenportal ' '", "Der Titel darf nicht leer sein."}, {"export Kundenportal --format srt", "Transkription"},
     };
     // clang-format on
@@ -239,21 +246,72 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
     // A long silence under an uneven rate; the import is killed once the first chunks are there.
     out("python3 -c \"import wave; w=wave.open('lang.wav','wb'); w.setnchannels(2); w.setsampwidth(2); "
         "w.setframerate(22050); w.writeframes(bytes(4*22050*900))\"");
-    const std::string command = "quillmoot import --title Lang --meeting lang.wav";
+    const std::string command = "quillmoot import --title Lang --meeting lang.wav --start ";
     for (const auto* const signal : {"INT", "KILL"}) {
         err("cd '" + here().string() + "'; " + command +
-                " & pid=$!; while [ $(ls -d ../data/*/Meetings/*/*.chunk 2>/dev/null" + " | wc -l) -lt " +
-                (*signal == 'I' ? "2" : "5") + " ]; do sleep 0.01; done; kill -" + signal +
+                "'2026-03-14 10:00' & pid=$!; while [ $(ls -d ../data/*/Meetings/*/*.chunk 2>/dev/null" +
+                " | wc -l) -lt " + (*signal == 'I' ? "2" : "5") + " ]; do sleep 0.01; done; kill -" + signal +
                 " $pid; wait $pid; test $? -eq 0",
             1);
         EXPECT_EQ(keysOf(out("quillmoot doctor --json")), "severity topic text");
+        EXPECT_THAT(out("quillmoot list"), HasSubstr("unterbrochen"));
+        if (*signal == 'I') out("quillmoot rename Lang Kurz");
     }
-    out(command);
+    EXPECT_THAT(sh(command + "'2026-03-14 09:00'").err, HasSubstr("Titel und Projekt bleiben"));
+    EXPECT_THAT(out("quillmoot list"), HasSubstr("14.03.2026 09:00  14:59  Transkript 0 von 15  Kurz"));
     const auto report = DurableChunkStore(root() / "Meetings").recover();
     ASSERT_EQ(report.chunks.size(), 15U);
     for (std::size_t i = 0; i < 15; ++i) EXPECT_EQ(report.chunks[i].sequence, static_cast<std::int64_t>(i));
     EXPECT_EQ(MeetingLibrary::read(root() / "library.json").meetings.front().state, "completed");
-    EXPECT_THAT(err(command), HasSubstr("schon in der Bibliothek"));
+    EXPECT_THAT(err(command + "2026-03-14T10:00Z"), HasSubstr("schon in der Bibliothek"));
+
+    // What is lost or damaged is told, and comes back with the same import.
+    const auto folder = root() / "Meetings" / report.chunks.front().sessionID.string();
+    const auto chunk = [&](std::size_t i) { return folder / (report.chunks[i].id.string() + ".chunk"); };
+    fs::remove_all(chunk(3));
+    fs::resize_file(chunk(14) / "audio.wav", 1000);
+    EXPECT_THAT(err("quillmoot audio Kurz"),
+                AllOf(HasSubstr("Meeting-Ton: 03:00–04:00 fehlt"), HasSubstr("2 Audioabschnitte fehlen")));
+    EXPECT_THAT(sh(command + "'2026-03-14 10:00'").err, HasSubstr("Titel und Projekt bleiben"));
+    EXPECT_THAT(out("quillmoot audio Kurz && quillmoot list"),
+                HasSubstr("09:00  14:59  Transkript 0 von 15  Kurz"));
+
+    // Two recordings that differ in the middle alone are two.
+    out("head -c 4000000 lang.wav >eins.wav && cp eins.wav zwei.wav && "
+        "printf Ton | dd of=zwei.wav bs=1 seek=2000000 conv=notrunc");
+    for (const auto* const name : {"eins", "zwei"}) {
+        EXPECT_THAT(sh("quillmoot import --title Halb --meeting " + std::string(name) + ".wav").err,
+                    HasSubstr("bricht ab"));
+    }
+    EXPECT_EQ(MeetingLibrary::read(root() / "library.json").meetings.size(), 3U);
+}
+
+TEST_F(Quillmoot, KeepsToDataFoldersThatAreMeant) {
+    // What reads creates nothing; what commands leave behind is a data folder.
+    out("mkdir leer && quillmoot list --root leer");
+    EXPECT_TRUE(fs::is_empty(here() / "leer"));
+    out("quillmoot project add A --root leer; quillmoot data-folder leer && quillmoot project add C");
+    out("mkdir alt && cp ../hier/leer/library.json alt && quillmoot data-folder alt && quillmoot project");
+    EXPECT_THAT(out("quillmoot data-folder neu --root alt"), HasSubstr("/neu\n"));
+    EXPECT_THAT(err("quillmoot data-folder ."), HasSubstr("Bitte einen leeren Ordner"));
+    fs::remove_all(here() / "neu");
+    for (const auto* const command : {"list", "project add B", "import --microphone microphone.ogg"}) {
+        EXPECT_THAT(err("quillmoot " + std::string(command)),
+                    HasSubstr("Der gewählte Datenordner ist nicht erreichbar."));
+    }
+    EXPECT_FALSE(fs::exists(here() / "neu"));
+    EXPECT_THAT(
+        err("TZ=Quatsch quillmoot import --root neu --start '2026-03-14 10:00' --microphone microphone.ogg", 2),
+        HasSubstr("Unbekannte Zeitzone"));
+    EXPECT_THAT(out("quillmoot import --root neu --microphone microphone.ogg && chmod a-w neu && "
+                    "quillmoot list --root neu && chmod u+w neu"),
+                HasSubstr("Transkript 0 von 7"));
+    out("rm neu/quillmoot.sqlite");
+    EXPECT_THAT(sh("quillmoot doctor --root neu; quillmoot list --root neu; quillmoot doctor --root neu").out,
+                Not(HasSubstr("keine Aufträge")));
+    EXPECT_THAT(sh("quillmoot doctor --repair --root neu; quillmoot doctor --root neu").out,
+                AllOf(HasSubstr("FEHLER   Datenbank: „quillmoot.sqlite“ fehlt"),
+                      HasSubstr("0 abgeschlossen, 7 offen")));
 }
 
 TEST_F(Quillmoot, TranscribesWithAProgramOfTheUsersChoice) {
@@ -365,10 +423,12 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
                 Not(IsEmpty()));
     out("flock '" + (root() / "application.lock").string() + "' quillmoot list");
     writeFile(root() / ".library.json.123.tmp", "Rest");
+    out("cd '" + (root() / "Meetings").string() +
+        "'/* && mkdir .Transkription.X.partial && touch .Transkription.X.partial/audio.wav");
     EXPECT_THAT(out("quillmoot doctor"),
-                HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs (--repair räumt auf)."));
+                HasSubstr("2 Reste unterbrochener Schreibvorgänge (--repair räumt auf)."));
     EXPECT_THAT(out("quillmoot doctor --repair"),
-                HasSubstr("1 Rest eines unterbrochenen Schreibvorgangs entfernt."));
+                HasSubstr("2 Reste unterbrochener Schreibvorgänge entfernt."));
     EXPECT_FALSE(fs::exists(root() / ".library.json.123.tmp"));
     // A removal that was cut off while it gathered the audio is taken back by the next command that changes
     // things.

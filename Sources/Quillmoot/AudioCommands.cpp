@@ -26,7 +26,7 @@ struct TrackRow {
     std::string path;
 };
 
-struct ImportRow {
+struct MeetingTitleRow {
     std::string id;
     std::string title;
 };
@@ -39,8 +39,9 @@ inline constexpr auto json::fields<quillmoot::TrackRow> = json::record(
     json::field("source", &quillmoot::TrackRow::source), json::field("path", &quillmoot::TrackRow::path));
 
 template <>
-inline constexpr auto json::fields<quillmoot::ImportRow> = json::record(
-    json::field("id", &quillmoot::ImportRow::id), json::field("title", &quillmoot::ImportRow::title));
+inline constexpr auto json::fields<quillmoot::MeetingTitleRow> =
+    json::record(json::field("id", &quillmoot::MeetingTitleRow::id),
+                 json::field("title", &quillmoot::MeetingTitleRow::title));
 
 namespace quillmoot {
 namespace {
@@ -52,9 +53,9 @@ struct Values {
     std::string title{defaultMeetingTitle};
     std::string microphone;
     std::string application;
-    std::string start;
+    std::optional<std::string> start;
     std::string project;
-    std::string days;
+    std::optional<std::string> days;
     bool apply = false;
     bool yes = false;
     bool json = false;
@@ -77,8 +78,12 @@ Date parseTime(const std::string& text) {
     static_cast<void>(::timegm(&checked));  // puts the 31st of February into March
     if (checked.tm_mday != day || time.tm_year < 0) throw UsageError("Ungültige Zeit: " + text);
     if (*rest == '\0') {
-        time.tm_isdst = -1;
-        return Date::since1970(static_cast<double>(std::mktime(&time)));
+        std::tm local = time;
+        local.tm_isdst = -1;
+        const auto instant = std::mktime(&local);  // goes round what the change to summer time leaves out
+        if (local.tm_hour != time.tm_hour || local.tm_min != time.tm_min)
+            throw UsageError("Diese Uhrzeit gibt es hier nicht (Zeitumstellung): " + text);
+        return Date::since1970(static_cast<double>(instant));
     }
     std::tm zone{};
     const char* const end = ::strptime(rest, "%z", &zone);
@@ -93,49 +98,57 @@ Date lastChange(const fs::path& file) {
     return Date::since1970(static_cast<double>(status.st_mtime));
 }
 
-int importAudio(Shell& shell, const Values& values) {
-    if (values.microphone.empty() && values.application.empty()) {
-        throw UsageError("Es fehlt: --microphone oder --meeting");
-    }
-    struct Input {
-        AudioSource source;
-        std::unique_ptr<AudioFile> file;
-    };
+struct Input {
+    AudioSource source = AudioSource::microphone;
+    std::unique_ptr<AudioFile> file;
+};
+
+std::vector<Input> inputsOf(const Values& values) {
     std::vector<Input> inputs;
-    std::string description;
     const auto add = [&](AudioSource source, const std::string& path) {
-        if (path.empty()) return;
-        inputs.push_back({source, std::make_unique<AudioFile>(path)});
-        description += std::string(json::nameOf(source)) + " " + inputs.back().file->description() + "\n";
+        if (!path.empty()) inputs.push_back({source, std::make_unique<AudioFile>(path)});
     };
     add(AudioSource::microphone, values.microphone);
     add(AudioSource::meeting, values.application);
+    if (inputs.empty()) throw UsageError("Es fehlt: --microphone oder --meeting");
+    return inputs;
+}
 
+/// All of the recording but the project, which the library has to know.
+RecordingImport::Recording recordingOf(const Values& values, const std::vector<Input>& inputs) {
     RecordingImport::Recording recording;
-    recording.session = RecordingImport::sessionFor(description);
     recording.title = text::trimmed(values.title);
+    if (recording.title.empty()) throw UsageError("Der Titel darf nicht leer sein.");
     recording.createdAt = lastChange(values.microphone.empty() ? values.application : values.microphone);
-    if (!values.start.empty()) {
-        recording.createdAt = parseTime(values.start);
-        recording.clock = RecordingClock{recording.createdAt, TimeZone::currentIdentifier()};
+    if (values.start) {
+        recording.createdAt = parseTime(*values.start);
+        const auto zone = TimeZone::currentIdentifier();
+        if (!TimeZone::isKnown(zone))
+            throw UsageError("Unbekannte Zeitzone in TZ: " + zone + " (etwa Europe/Berlin)");
+        recording.clock = RecordingClock{recording.createdAt, zone};
     }
-    double total = 0;
+    std::string description;
     for (const auto& input : inputs) {
         recording.tracks.push_back({input.source, input.file.get()});
-        total += input.file->seconds();
+        description += std::string(json::nameOf(input.source)) + " " + input.file->description() + "\n";
     }
+    recording.session = RecordingImport::sessionFor(description);
+    return recording;
+}
 
-    auto open = shell.openLibrary();
-    if (!values.project.empty()) {
-        const auto& projects = open.library().snapshot().projects;
-        const auto found = std::ranges::find_if(projects, [&](const auto& project) {
-            return text::folded(project.name) == text::folded(values.project);
-        });
-        if (found == projects.end()) {
-            throw MeetingError::invalidData("Ein Projekt „" + values.project + "“ gibt es nicht.");
-        }
-        recording.project = found->id;
-    }
+UUID projectNamed(const std::string& name, const LibrarySnapshot& library) {
+    const auto found = std::ranges::find_if(library.projects, [&](const auto& project) {
+        return text::folded(project.name) == text::folded(name);
+    });
+    if (found == library.projects.end())
+        throw MeetingError::invalidData("Ein Projekt „" + name + "“ gibt es nicht.");
+    return found->id;
+}
+
+RecordingImport::Outcome runImport(const RecordingImport::Recording& recording, OpenLibrary& open,
+                                   const std::vector<Input>& inputs, Shell& shell) {
+    double total = 0;
+    for (const auto& input : inputs) total += input.file->seconds();
     const auto& stop = stopOnInterrupt();
     auto bar = shell.progress();
     double before = 0;
@@ -149,31 +162,63 @@ int importAudio(Shell& shell, const Values& values) {
             return !stop.requested();
         });
     bar.clear();
-    for (const auto& input : inputs) {
-        if (outcome == RecordingImport::Outcome::finished && input.file->isCutOff()) {
-            shell.err().line(
-                std::string(trackName(input.source)) +
-                    ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde aufgenommen.",
-                Ink::yellow);
-        }
-    }
-    if (outcome == RecordingImport::Outcome::stopped) {
+    return outcome;
+}
+
+int importAudio(Shell& shell, const Values& values) {
+    const auto inputs = inputsOf(values);
+    auto recording = recordingOf(values, inputs);
+    auto open = shell.openLibrary(Shell::Creation::ofAny);
+    if (!values.project.empty()) recording.project = projectNamed(values.project, open.library().snapshot());
+    if (runImport(recording, open, inputs, shell) == RecordingImport::Outcome::stopped) {
         shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);
         return failed;
     }
+    for (const auto& input : inputs) {
+        if (!input.file->isCutOff()) continue;
+        shell.err().line(std::string(trackName(input.source)) +
+                             ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde "
+                             "aufgenommen.",
+                         Ink::yellow);
+    }
+    const auto& entry = open.meeting(recording.session.string());
+    if ((recording.title != defaultMeetingTitle && entry.title != recording.title) ||
+        (recording.project && entry.projectID != recording.project)) {
+        shell.err().line("Titel und Projekt bleiben, wie sie seit dem ersten Aufruf geändert wurden.",
+                         Ink::yellow);
+    }
     if (values.json) {
-        shell.writeJSON(ImportRow{recording.session.string(), recording.title});
+        shell.writeJSON(MeetingTitleRow{entry.id.string(), entry.title});
     } else {
-        shell.out().line(recording.session.string());
+        shell.out().line(entry.id.string());
     }
     return done;
 }
 
+/// Says what is missing; false where nothing is.
+bool tellMissing(const MeetingEntry& meeting, const RecoveryReport& report, Shell& shell) {
+    const auto warn = [&](const std::string& text) { shell.err().line(text, Ink::yellow); };
+    for (const auto& problem : report.problems) warn(problem);
+    const auto gaps = AudioArchive::gaps(report.chunks);
+    for (const auto& gap : gaps) {
+        warn(std::string(trackName(gap.source)) + ": " + lengthOf(gap.startSeconds) + "–" +
+             lengthOf(gap.endSeconds) + " fehlt und ist Stille.");
+    }
+    const auto missing = meeting.chunkCount - static_cast<std::int64_t>(report.chunks.size());
+    if (missing > 0) {
+        warn(countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt", "Audioabschnitte fehlen") +
+             ". Bei einem importierten Meeting stellt derselbe Import sie wieder her.");
+    }
+    return !gaps.empty() || missing > 0;
+}
+
 int archive(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
-    const auto meeting = open.meeting(values.meeting).id;
+    const auto& entry = open.meeting(values.meeting);
+    const auto meeting = entry.id;
     std::vector<TrackRow> rows;
-    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(meeting).chunks;
+    const auto report = DurableChunkStore(open.root() / "Meetings").recover(meeting);
+    const auto& chunks = report.chunks;
     for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
         const auto ofTrack = [&](const AudioChunk& chunk) { return chunk.source == source; };
         if (std::ranges::none_of(chunks, ofTrack)) continue;
@@ -185,12 +230,18 @@ int archive(Shell& shell, const Values& values) {
     } else {
         for (const auto& row : rows) shell.out().line(row.path);
     }
-    return done;
+    return tellMissing(entry, report, shell) ? failed : done;
 }
 
-void moveToTrash(const UUID& meeting, OpenLibrary& open) {
-    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), moveToSystemTrash);
+/// Returns the name that the audio has in the trash.
+std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
+    std::string name;
+    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), [&](const fs::path& folder) {
+        name = folder.filename().string();
+        moveToSystemTrash(folder);
+    });
     open.enterRemoval(meeting);
+    return name;
 }
 
 int removeAudio(Shell& shell, const Values& values) {
@@ -202,17 +253,18 @@ int removeAudio(Shell& shell, const Values& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
-    moveToTrash(id, open);
-    shell.err().line("Das Audio liegt im Papierkorb. Transkript und Zusammenfassung bleiben.");
+    const auto name = moveToTrash(id, open);
+    shell.err().line("Das Audio liegt im Papierkorb, im versteckten Ordner „" + name +
+                     "“. Transkript und Zusammenfassung bleiben.");
     return done;
 }
 
 /// Moves the audio of every meeting to the trash that was kept long enough.
-int applyRetention(Shell& shell) {
-    auto open = shell.openLibrary();
+int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
     const auto policy = AudioRetentionPolicy::load(open.root());
     const auto chunks = DurableChunkStore(open.root() / "Meetings").recover().chunks;
     const auto meetings = open.library().snapshot().meetings;
+    std::vector<MeetingTitleRow> removed;
     for (const auto& meeting : meetings) {
         const auto ended = meeting.createdAt.advanced(meeting.duration);
         if (!policy.isDue(meeting, ended, Date::now()) ||
@@ -220,37 +272,48 @@ int applyRetention(Shell& shell) {
             continue;
         }
         moveToTrash(meeting.id, open);
-        shell.out().line("Audio entfernt: " + meeting.title);
+        removed.push_back({meeting.id.string(), meeting.title});
+        if (!asJSON) shell.out().line("Audio entfernt: " + meeting.title);
     }
+    if (asJSON) shell.writeJSON(removed);
     return done;
 }
 
-int retention(Shell& shell, const Values& values) {
-    if (values.apply) return applyRetention(shell);
-    if (values.days.empty()) {
-        const auto policy = AudioRetentionPolicy::load(shell.folder().root());
-        if (values.json) {
-            shell.writeJSON(policy);
-        } else {
-            shell.out().line(policy.days ? "Audio wird " +
-                                               countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
-                                               " nach dem Ende des Meetings entfernt."
-                                         : "Audio wird nie entfernt.");
-        }
-        return done;
-    }
+AudioRetentionPolicy policyOf(const std::string& days) {
     AudioRetentionPolicy policy;
-    if (values.days != "nie") {
-        std::int64_t days = 0;
-        const auto* const end = values.days.data() + values.days.size();
-        if (const auto [rest, error] = std::from_chars(values.days.data(), end, days);
-            error != std::errc{} || rest != end) {
-            throw UsageError("Erwartet wird eine Zahl von Tagen oder „nie“: " + values.days);
-        }
-        policy.days = days;
+    if (text::folded(days) == "nie") return policy;
+    std::int64_t count = 0;
+    const auto* const end = days.data() + days.size();
+    if (const auto [rest, error] = std::from_chars(days.data(), end, count);
+        error != std::errc{} || rest != end) {
+        throw UsageError("Erwartet wird eine Zahl von Tagen oder „nie“: " + days);
     }
-    const auto open = shell.openLibrary();
-    policy.save(open.root());
+    policy.days = count;
+    try {
+        return policy.validated();
+    } catch (const MeetingError& error) {
+        throw UsageError(error.message());
+    }
+}
+
+int retention(Shell& shell, const Values& values) {
+    std::optional<AudioRetentionPolicy> wanted;
+    if (values.days) wanted = policyOf(*values.days);
+    if (wanted || values.apply) {
+        auto open = shell.openLibrary();
+        if (wanted) wanted->save(open.root());
+        if (values.apply) return applyRetention(open, shell, values.json);
+        if (!values.json) return done;
+    }
+    const auto policy = AudioRetentionPolicy::load(shell.folder().root());
+    if (values.json) {
+        shell.writeJSON(policy);
+    } else {
+        shell.out().line(policy.days
+                             ? "Audio wird " + countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
+                                   " nach dem Ende des Meetings entfernt."
+                             : "Audio wird nie entfernt.");
+    }
     return done;
 }
 
@@ -288,7 +351,9 @@ void addAudioCommands(CLI::App& app, Shell& shell) {
 
     auto& kept = add("retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
     kept.add_option("TAGE", values->days, "Tage nach dem Ende des Meetings, oder „nie“");
-    kept.add_flag("--apply", values->apply, "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde");
+    kept.add_flag(
+        "--apply", values->apply,
+        "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde; mit TAGE erst nach dem Merken");
     kept.add_flag("--json", values->json, "Als JSON für Programme");
 }
 

@@ -7,20 +7,69 @@
 #include <samplerate.h>
 #include <sndfile.h>
 
+#include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Recording/Models.h"
-#include "MeetingCore/Summary/ModelCatalog.h"
 
 namespace meetingcore::quillmoot {
 
 namespace {
 
 constexpr sf_count_t blockFrames = 8192;
-constexpr std::size_t digestedBytes = 1U << 20U;  // at either end
+constexpr std::size_t digestedBytes = 1U << 20U;  // at a time
 constexpr int mostChannels = 64;
 
-MeetingError unreadable(const std::filesystem::path& file, const char* reason) {
+MeetingError unreadable(const std::filesystem::path& file, const std::string& reason) {
     return MeetingError::invalidData(quotedName(file) + " ist keine lesbare Audiodatei: " + reason);
+}
+
+/// Why libsndfile could not open the file. Its own words are English.
+std::string openingFailure() {
+    switch (sf_error(nullptr)) {
+        case SF_ERR_UNRECOGNISED_FORMAT:
+            return "das Format ist unbekannt; bitte in WAV, FLAC, Ogg oder MP3 umwandeln.";
+        case SF_ERR_UNSUPPORTED_ENCODING:
+            return "die Kodierung ist unbekannt; bitte in WAV, FLAC, Ogg oder MP3 umwandeln.";
+        default:
+            return "die Datei ist beschädigt.";
+    }
+}
+
+/// A number of so many bytes in the header, the first one the highest or the lowest.
+std::uint64_t numberAt(std::string_view header, std::size_t at, std::size_t bytes, bool highestFirst) {
+    std::uint64_t number = 0;
+    for (std::size_t i = 0; i < bytes && at + bytes <= header.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(header[highestFirst ? at + i : at + bytes - 1 - i]);
+        number = number << 8U | byte;
+    }
+    return number;
+}
+
+/// How long the file's header says that it is, where libsndfile takes a shorter file for the whole of it; 0
+/// where the header does not say.
+std::uint64_t announcedBytes(const std::filesystem::path& file) {
+    constexpr std::size_t headerBytes = 4096;
+    auto& files = FileManager::system();
+    auto header = files.read(file, 0, headerBytes);
+    if (header.starts_with("RIFF") || header.starts_with("FORM")) {
+        const auto size = numberAt(header, 4, 4, header.starts_with("FORM"));
+        // Whoever writes to a pipe does not know the size, and names a very large one.
+        constexpr std::uint64_t unknownFrom = 0x7FFFF000;
+        return size < unknownFrom ? size + 8 : 0;
+    }
+    std::uint64_t start = 0;
+    if (header.starts_with("ID3")) {
+        constexpr std::size_t tagHeaderBytes = 10;
+        for (std::size_t i = 6; i < tagHeaderBytes; ++i) start = start << 7U | numberAt(header, i, 1, true);
+        start += tagHeaderBytes;
+        header = files.read(file, start, headerBytes);
+    }
+    // The first frame of an MP3 file may tell the number of frames and then that of bytes.
+    const auto tag = std::min(header.find("Xing"), header.find("Info"));
+    if (header.size() < 2 || header[0] != '\xFF' || tag > 64) return 0;
+    const auto flags = numberAt(header, tag + 4, 4, true);
+    const std::size_t at = tag + 8 + ((flags & 1U) != 0 ? 4 : 0);
+    return (flags & 2U) != 0 ? start + numberAt(header, at, 4, true) : 0;
 }
 
 std::int16_t toSample(float value) {
@@ -84,8 +133,9 @@ AudioFile::AudioFile(std::filesystem::path file)
     if (kind != std::filesystem::file_type::regular) {
         throw MeetingError::storage(quotedName(file_) + " ist keine gewöhnliche Datei.");
     }
+    announcedBytes_ = announcedBytes(file_);
     decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
-    if (decoder.file == nullptr) throw unreadable(file_, sf_strerror(nullptr));
+    if (decoder.file == nullptr) throw unreadable(file_, openingFailure());
     const auto& info = decoder.info;
     if (info.frames <= 0) throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
     if (info.channels < 1 || info.channels > mostChannels || info.samplerate < 1) {
@@ -116,7 +166,10 @@ bool AudioFile::isCutOff() const {
         decoder.info.frames - decoder.framesRead;  // much where the end, which tells, is missing
     const auto allowed =
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
-    return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed;
+    std::error_code unknown;
+    const auto size = std::filesystem::file_size(file_, unknown);
+    const bool isShort = !unknown && announcedBytes_ > size + 1;  // a padding byte is often left out
+    return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed || isShort;
 }
 
 std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
@@ -148,9 +201,8 @@ std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
         data.output_frames = static_cast<long>(buffer.size() - filled);
         data.end_of_input = decoder.atEnd ? 1 : 0;
         data.src_ratio = static_cast<double>(audio::sampleRate) / decoder.info.samplerate;
-        if (const auto error = src_process(decoder.converter.get(), &data); error != 0) {
-            throw unreadable(file_, src_strerror(error));
-        }
+        if (src_process(decoder.converter.get(), &data) != 0)
+            throw unreadable(file_, "die Abtastrate lässt sich nicht umrechnen.");
         decoder.used += static_cast<std::size_t>(data.input_frames_used);
         filled += static_cast<std::size_t>(data.output_frames_gen);
         if (decoder.atEnd && data.output_frames_gen == 0 && data.input_frames_used == 0) break;
@@ -162,10 +214,15 @@ std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
 
 std::string AudioFile::description() const {
     auto& files = FileManager::system();
-    const auto size = std::filesystem::file_size(file_);
-    const auto tail = size > digestedBytes ? size - digestedBytes : 0;
-    return std::to_string(size) + " " + ModelCatalog::fingerprint(files.read(file_, 0, digestedBytes)) + " " +
-           ModelCatalog::fingerprint(files.read(file_, tail, digestedBytes));
+    SHA256 digest;
+    std::uint64_t size = 0;
+    for (;;) {
+        const auto block = files.read(file_, size, digestedBytes);
+        digest.update(block);
+        size += block.size();
+        if (block.size() < digestedBytes) break;
+    }
+    return std::to_string(size) + " " + digest.hex();
 }
 
 }  // namespace meetingcore::quillmoot

@@ -29,13 +29,15 @@ public:
     /// Once all is read: whether the file breaks off before the end that its header announces, or is damaged.
     bool isCutOff() const;
 
-    /// What tells this content from another one: size and a digest over the file's beginning and end.
+    /// What tells this content from another one: size and digest of the whole file. Two recordings of the same
+    /// length may well begin and end in the same silence.
     std::string description() const;
 
 private:
     struct Decoder;
 
     std::filesystem::path file_;
+    std::uint64_t announcedBytes_ = 0;
     std::unique_ptr<Decoder> decoder_;
 };
 

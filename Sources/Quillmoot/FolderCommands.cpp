@@ -47,7 +47,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Values {
-    std::string path;
+    std::optional<std::string> path;
     std::string models;
     bool repair = false;
     bool quick = false;
@@ -61,19 +61,22 @@ bool isFolder(const fs::path& path) {
 }
 
 int dataFolder(Shell& shell, const Values& values) {
-    auto defaults = UserDefaults::standard();
-    if (!values.path.empty()) {
-        const auto wanted = fs::absolute(values.path).lexically_normal();
-        createDirectories(FileManager::system(), wanted);
-        DataDirectoryPreference::select(wanted, defaults);
+    const auto root = values.path ? fs::absolute(*values.path).lexically_normal() : shell.root();
+    if (values.path) {
+        if (values.path->empty()) throw UsageError("PFAD darf nicht leer sein.");
+        Shell::chooseFolder(root);
     }
-    const auto root = shell.root();
     const FolderRow row{root.string(), isFolder(root), root == DataDirectoryPreference::defaultRoot()};
     if (values.json) {
         shell.writeJSON(row);
     } else {
         shell.out().line(row.path);
-        if (!row.exists) shell.err().line("Der Ordner wird mit dem ersten Meeting angelegt.");
+        if (!row.exists) {
+            shell.err().line(row.isDefault
+                                 ? "Der Ordner wird mit dem ersten Meeting angelegt."
+                                 : "Der Ordner ist nicht erreichbar. „quillmoot data-folder PFAD“ legt "
+                                   "ihn an oder wählt einen anderen.");
+        }
     }
     return done;
 }

@@ -1,6 +1,7 @@
 #include "Shell.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <thread>
@@ -20,41 +21,104 @@ namespace {
 
 StopRequest interrupted;
 
+void requireAccess(const fs::path& root, int mode) {
+    if (::access(root.c_str(), mode) != 0)
+        throw MeetingError::storage(root.string() + ": " + systemErrorText(errno));
+}
+
+void requireFolder(const fs::path& root) {
+    std::error_code error;
+    const auto kind = fs::status(root, error).type();
+    if (kind == fs::file_type::directory) return requireAccess(root, R_OK | X_OK);
+    if (kind == fs::file_type::none)
+        throw MeetingError::storage(root.string() + ": " + systemErrorText(error.value()));
+    if (kind != fs::file_type::not_found)
+        throw MeetingError::notConfigured(root.string() + " ist kein Ordner.");
+    throw MeetingError::notConfigured("Es gibt keinen Datenordner unter " + root.string() +
+                                      ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
+                                      "einen anderen.");
+}
+
+bool isOurs(const std::string& name) {
+    constexpr auto names = std::to_array<std::string_view>(
+        {"Meetings", "Models", "application.lock", "audio-retention.json", "inference.lock", "library.json"});
+    return std::ranges::find(names, name) != names.end() || name.starts_with("quillmoot.sqlite") ||
+           name == ".DS_Store" || (name.starts_with('.') && name.ends_with(".tmp"));
+}
+
+/// Also a folder that is empty, or that a crash left without what shows it to be one of ours.
+bool holdsOnlyOurs(const fs::path& root) {
+    return std::ranges::all_of(FileManager::system().list(root), isOurs);
+}
+
+/// Leaves a folder that is none of ours as it is.
+void requireOurs(const fs::path& root) {
+    if (pathExists(root / "library.json") || pathExists(root / "quillmoot.sqlite") || holdsOnlyOurs(root))
+        return;
+    throw MeetingError::notConfigured(root.string() +
+                                      " ist kein Datenordner. Bitte einen leeren Ordner oder einen vorhandenen "
+                                      "Quillmoot-Datenordner wählen.");
+}
+
+/// SQLite says in English what is wrong with a file.
+template <class Opening>
+auto opened(const Opening& opening) {
+    try {
+        return opening();
+    } catch (const MeetingError& error) {
+        const auto is = [&](std::string_view message) { return error.message() == message; };
+        if (is("file is not a database") || is("database disk image is malformed")) {
+            throw MeetingError::storage(
+                "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
+                "Datenordner; es hilft nur eine Sicherung.");
+        }
+        if (is("attempt to write a readonly database") || is("unable to open database file")) {
+            throw MeetingError::storage(
+                "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners prüfen.");
+        }
+        throw;
+    }
+}
+
+std::unique_ptr<SQLiteJobStore> openJobs(const fs::path& root) {
+    return opened([&] { return std::make_unique<SQLiteJobStore>(root / "quillmoot.sqlite"); });
+}
+
+/// Makes what a chosen folder is known by.
+void complete(const fs::path& root) {
+    createDirectories(FileManager::system(), root / "Meetings");
+    if (!pathExists(root / "quillmoot.sqlite")) openJobs(root);
+}
+
 }  // namespace
 
 DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
-    std::error_code unknown;
-    if (fs::exists(root_, unknown) && !fs::is_directory(root_, unknown)) {
-        throw MeetingError::notConfigured(root_.string() + " ist kein Ordner.");
-    }
-    if (!fs::is_directory(root_, unknown)) {
-        throw MeetingError::notConfigured(
-            "Es gibt keinen Datenordner unter " + root_.string() +
-            ". „quillmoot import“ legt ihn an, „quillmoot data-folder PFAD“ wählt "
-            "einen anderen.");
-    }
-}
-
-/// Reading leaves a folder that is none of ours as it is.
-void DataFolder::requireData() const {
-    if (pathExists(root_ / "library.json") || pathExists(root_ / "quillmoot.sqlite") || fs::is_empty(root_))
-        return;
-    throw MeetingError::notConfigured(root_.string() + " ist kein Datenordner.");
+    requireFolder(root_);
+    requireOurs(root_);
 }
 
 const LibrarySnapshot& DataFolder::library() {
-    if (!library_) {
-        const auto file = root_ / "library.json";
-        library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
+    if (library_) return *library_;
+    const auto file = root_ / "library.json";
+    library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
+    auto& meetings = library_->meetings;
+    if (std::ranges::any_of(meetings, &MeetingEntry::isBeingRecorded) &&
+        !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)) {
+        for (auto& meeting : meetings) {
+            if (meeting.isBeingRecorded()) meeting.state = "interrupted";
+        }
     }
     return *library_;
 }
 
 SQLiteJobStore& DataFolder::jobs() {
-    if (jobs_ == nullptr) {
-        requireData();
-        jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
-    }
+    if (jobs_ == nullptr)
+        jobs_ = opened([&] { return SQLiteJobStore::forReading(root_ / "quillmoot.sqlite"); });
+    return *jobs_;
+}
+
+SQLiteJobStore& DataFolder::queue() {
+    jobs_ = openJobs(root_);
     return *jobs_;
 }
 
@@ -68,8 +132,12 @@ std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
 
 OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(root)) {
     createDirectories(FileManager::system(), root_);
+    requireAccess(root_, R_OK | W_OK | X_OK);
+    requireOurs(root_);
     takeLock();
     library_.emplace(root_);
+    // A database that is missing beside meetings is lost, which is not to be covered up.
+    if (library_->snapshot().meetings.empty()) complete(root_);
     endInterruptedRemovals(notices);
 }
 
@@ -113,7 +181,7 @@ void OpenLibrary::takeLock() {
 }
 
 SQLiteJobStore& OpenLibrary::jobs() {
-    if (jobs_ == nullptr) jobs_ = std::make_unique<SQLiteJobStore>(root_ / "quillmoot.sqlite");
+    if (jobs_ == nullptr) jobs_ = openJobs(root_);
     return *jobs_;
 }
 
@@ -130,8 +198,35 @@ void OpenLibrary::change(const UUID& meeting, const std::function<void(MeetingEn
 Shell::Shell() : out_(std::cout, Style::of(STDOUT_FILENO)), err_(std::cerr, Style::of(STDERR_FILENO)) {}
 
 fs::path Shell::root() const {
+    if (rootOption_ && rootOption_->empty()) throw UsageError("--root braucht einen Ordner.");
     auto root = rootOption_ ? *rootOption_ : DataDirectoryPreference::selectedRoot(UserDefaults::standard());
     return fs::absolute(root).lexically_normal();
+}
+
+/// The drive of the remembered folder may be missing; nothing is to be begun in its place.
+fs::path Shell::reachableRoot() const {
+    auto folder = root();
+    const bool remembered =
+        !rootOption_ && UserDefaults::standard().string(DataDirectoryPreference::key).has_value();
+    std::error_code unreachable;
+    if (remembered && !fs::is_directory(folder, unreachable)) DataDirectoryPreference::validate(folder);
+    return folder;
+}
+
+OpenLibrary Shell::openLibrary(Creation creation) {
+    const auto folder = reachableRoot();
+    if (rootOption_ && creation == Creation::ofDefault) requireFolder(folder);
+    return {folder, err_};
+}
+
+void Shell::chooseFolder(const fs::path& folder) {
+    createDirectories(FileManager::system(), folder);
+    const bool used =
+        std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
+                            [&](const char* name) { return pathExists(folder / name); });
+    if (used && holdsOnlyOurs(folder)) complete(folder);
+    auto defaults = UserDefaults::standard();
+    DataDirectoryPreference::select(folder, defaults);
 }
 
 const StopRequest& stopOnInterrupt() {

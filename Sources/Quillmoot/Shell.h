@@ -28,12 +28,19 @@ class UsageError : public std::runtime_error {
 /// A data folder opened for reading. Its parts are read when they are first asked for.
 class DataFolder {
 public:
-    /// Throws MeetingError (notConfigured) where the folder does not exist.
+    /// Throws MeetingError (notConfigured) where the folder does not exist or is none of ours.
     explicit DataFolder(std::filesystem::path root);
 
     const std::filesystem::path& root() const { return root_; }
+
+    /// A recording that is said to be running while nobody has the library open is interrupted.
     const LibrarySnapshot& library();
+
+    /// Creates nothing: a missing database counts as empty.
     SQLiteJobStore& jobs();
+
+    /// The jobs to work on, in a database that is created where it is missing. `jobs` is the same from now on.
+    SQLiteJobStore& queue();
 
     /// Throws MeetingError (invalidData) unless exactly one meeting fits.
     const MeetingEntry& meeting(const std::string& reference);
@@ -47,8 +54,6 @@ public:
     }
 
 private:
-    void requireData() const;
-
     std::filesystem::path root_;
     std::optional<LibrarySnapshot> library_;
     std::unique_ptr<SQLiteJobStore> jobs_;
@@ -57,8 +62,9 @@ private:
 /// A library opened for changes: no other program may change it meanwhile.
 class OpenLibrary {
 public:
-    /// Creates the folder where it is missing, and brings audio removals to an end that a crash interrupted,
-    /// telling so in `notices`. Throws MeetingError (storage) where another program has the library.
+    /// Creates the folder where it is missing with what it is known by, and brings audio removals to an end
+    /// that a crash interrupted, telling so in `notices`. Throws MeetingError: notConfigured where the folder
+    /// is none of ours, storage where another program has the library.
     OpenLibrary(std::filesystem::path root, Terminal& notices);
 
     const std::filesystem::path& root() const { return root_; }
@@ -94,8 +100,15 @@ public:
     /// The data folder: the one of `--root`, else the remembered one.
     std::filesystem::path root() const;
     std::optional<std::filesystem::path>& rootOption() { return rootOption_; }
-    DataFolder folder() const { return DataFolder(root()); }
-    OpenLibrary openLibrary() { return {root(), err_}; }
+    DataFolder folder() const { return DataFolder(reachableRoot()); }
+
+    /// Whether the folder of `--root` is created, which may be a mistyped one. The default one always is, the
+    /// remembered one never.
+    enum class Creation { ofDefault, ofAny };
+    OpenLibrary openLibrary(Creation creation = Creation::ofDefault);
+
+    /// Remembers a folder, which is created where it is missing. Throws MeetingError where it is none of ours.
+    static void chooseFolder(const std::filesystem::path& folder);
 
     /// Chooses what runs once the command line is understood; returns the exit status.
     void select(std::function<int()> command) { selected_ = std::move(command); }
@@ -108,6 +121,8 @@ public:
     }
 
 private:
+    std::filesystem::path reachableRoot() const;
+
     std::optional<std::filesystem::path> rootOption_;
     Terminal out_;
     Terminal err_;

@@ -285,15 +285,14 @@ void planWindows(const UUID& meeting, DataFolder& folder) {
     if (chunks.empty() && folder.jobs().jobs(meeting).empty()) {
         throw MeetingError::invalidData("Das Meeting hat kein Audio.");
     }
-    WorkScheduler::enqueue(chunks, folder.jobs(), true);
+    WorkScheduler::enqueue(chunks, folder.queue(), true);
 }
 
 int transcribe(Shell& shell, const Values& values) {
     auto folder = shell.folder();
     const auto& entry = folder.meeting(values.meeting);
     if (entry.state != "completed" && entry.state != "interrupted") {
-        throw MeetingError::invalidData(
-            "Das Meeting wird noch aufgenommen. Nach einem Absturz hilft „quillmoot doctor --repair“.");
+        throw MeetingError::invalidData("Das Meeting wird gerade aufgenommen oder importiert.");
     }
     const auto meeting = entry.id;
     planWindows(meeting, folder);

@@ -148,6 +148,21 @@ bool removed(const UUID& session, const fs::path& root) {
     return fs::exists(meetingFolder(session, root) / "audio-removed.json", undecided);
 }
 
+std::vector<Gap> gaps(std::span<const AudioChunk> chunks) {
+    std::vector<Gap> gaps;
+    for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
+        std::int64_t next = 0;
+        double end = 0;
+        for (const auto& chunk : chunks) {
+            if (chunk.source != source) continue;
+            if (chunk.sequence > next) gaps.push_back({source, end, chunk.startSeconds});
+            next = chunk.sequence + 1;
+            end = chunk.endSeconds();
+        }
+    }
+    return gaps;
+}
+
 fs::path build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files) {
     Build build(session, source, root, files);
     try {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <span>
+#include <vector>
 
 #include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Platform/UUID.h"
@@ -11,6 +13,17 @@ namespace meetingcore::AudioArchive {
 /// Whether the meeting's audio was removed on purpose, which its marker "audio-removed.json" tells. `root` is
 /// the data folder.
 bool removed(const UUID& session, const std::filesystem::path& root);
+
+/// Where a track lacks audio that it had: its chunks are numbered, and numbers are missing.
+struct Gap {
+    AudioSource source = AudioSource::microphone;
+    double startSeconds = 0;
+    double endSeconds = 0;
+};
+
+/// The gaps between and before the chunks of one meeting, which ascend by start. What is missing behind the
+/// last one leaves no trace in them.
+std::vector<Gap> gaps(std::span<const AudioChunk> chunks);
 
 /// Joins the chunks of one track to one WAV file, "Audio/microphone.wav" or "Audio/meeting.wav" in the
 /// meeting's folder, and returns its path. `root` is the data folder.

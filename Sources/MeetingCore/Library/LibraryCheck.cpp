@@ -31,6 +31,12 @@ std::string countOf(std::size_t count, const char* one, const char* many) {
 /// What writeAtomically leaves behind when it is cut off.
 bool isInterruptedWrite(const std::string& name) { return name.starts_with('.') && name.ends_with(".tmp"); }
 
+/// The audio that a recogniser was given.
+bool isRecognition(const fs::path& folder) {
+    const auto name = folder.filename().string();
+    return name.starts_with(".Transkription.") && name.ends_with(".partial");
+}
+
 class Check {
 public:
     Check(const fs::path& root, const ModelCatalog& catalog, const Options& options, Date now)
@@ -102,8 +108,18 @@ private:
         constexpr auto topic = "Datenbank";
         const auto file = root_ / "quillmoot.sqlite";
         if (!pathExists(file)) {
-            add(Severity::note, topic, "Es gibt noch keine Aufträge.");
-            return;
+            const auto lost = static_cast<std::size_t>(
+                std::ranges::count(library_.meetings, "completed", &MeetingEntry::state));
+            if (lost == 0) {
+                add(Severity::note, topic, "Es gibt noch keine Aufträge.");
+                return;
+            }
+            const auto what = "„quillmoot.sqlite“ fehlt und damit die Transkripte von " +
+                              countOf(lost, "Meeting", "Meetings");
+            add(Severity::error, topic,
+                what + (options_.repair ? ". Die Datei ist neu angelegt."
+                                        : ". Bitte die Datei zurückholen; --repair legt eine neue an."));
+            if (!options_.repair) return;
         }
         database_ = std::make_unique<SQLiteJobStore>(file);
         const auto problems = database_->integrityProblems();
@@ -158,24 +174,16 @@ private:
         add(Severity::fine, topic,
             countOf(report.chunks.size(), "Audioabschnitt", "Audioabschnitte") + " sind vollständig.");
         for (const auto& folder : report.incompleteDirectories) {
+            if (isRecognition(folder)) continue;
             add(Severity::note, topic,
                 "Unvollständiger Audioabschnitt, von einem Absturz übrig: " +
                     folder.lexically_relative(meetings).string());
         }
         for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
-        if (nobodyRecords()) bringInLine(meetings, report.chunks);
+        if (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application))
+            bringInLine(meetings, report.chunks);
         checkComplete(report.chunks);
         checkScheduled(report.chunks);
-    }
-
-    bool nobodyRecords() const {
-        if (options_.repair) return true;
-        try {
-            const WorkerLock lock(root_, WorkerLock::Purpose::application);
-            return true;
-        } catch (const MeetingError&) {
-            return false;
-        }
     }
 
     /// Recordings that the library does not know, and those that it takes for running though nobody records.
@@ -187,14 +195,16 @@ private:
                 ++unknown;
         }
         const auto running =
-            static_cast<std::size_t>(std::ranges::count_if(library_.meetings, [](const auto& meeting) {
-                return meeting.state == "starting" || meeting.state == "recording" || meeting.state == "paused";
-            }));
+            static_cast<std::size_t>(std::ranges::count_if(library_.meetings, &MeetingEntry::isBeingRecorded));
         if (unknown + running == 0) return;
-        const auto what = countOf(unknown, "Meeting fehlt", "Meetings fehlen") + " in der Bibliothek, " +
-                          countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
+        auto what =
+            unknown == 0 ? "" : countOf(unknown, "Meeting fehlt", "Meetings fehlen") + " in der Bibliothek";
+        if (unknown > 0 && running > 0) what += ", ";
+        if (running > 0) what += countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
         if (!options_.repair) {
-            add(Severity::warning, "Aufnahmen", what + " (--repair gleicht die Bibliothek ab).");
+            add(Severity::warning, "Aufnahmen",
+                what + " (--repair gleicht die Bibliothek ab" +
+                    (running > 0 ? "; einen Import setzt derselbe Aufruf fort)." : ")."));
             return;
         }
         MeetingLibrary library(root_);
@@ -211,8 +221,9 @@ private:
             if (missing <= 0 || AudioArchive::removed(meeting.id, root_)) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
-                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt.",
-                            "Audioabschnitte fehlen."));
+                    countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt",
+                            "Audioabschnitte fehlen") +
+                    " (was importiert wurde, stellt derselbe Import wieder her).");
         }
     }
 
@@ -221,10 +232,13 @@ private:
         if (database_ == nullptr) return;
         for (const auto& meeting : library_.meetings) {
             const auto has = [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; };
-            if (meeting.state != "completed" || std::ranges::none_of(chunks, has) ||
-                !database_->jobStats(meeting.id).empty()) {
+            if (meeting.state != "completed" || !database_->jobStats(meeting.id).empty()) continue;
+            if (AudioArchive::removed(meeting.id, root_)) {
+                add(Severity::error, "Aufträge",
+                    "„" + meeting.title + "“ hat weder Audio noch Aufträge: Sein Transkript ist verloren.");
                 continue;
             }
+            if (std::ranges::none_of(chunks, has)) continue;
             const auto what = "„" + meeting.title + "“ hat Audio, aber keine Aufträge";
             if (!options_.repair) {
                 add(Severity::error, "Aufträge", what + " (--repair reiht sie neu ein).");
@@ -267,16 +281,20 @@ private:
 
     void checkLeftovers() {
         std::vector<fs::path> leftovers;
-        const auto collect = [&](const fs::path& folder) {
+        const auto collect = [&](const fs::path& folder, bool recognising) {
             for (const auto& entry : fs::directory_iterator(folder)) {
-                if (isInterruptedWrite(entry.path().filename().string())) leftovers.push_back(entry.path());
+                const auto& path = entry.path();
+                if (isInterruptedWrite(path.filename().string()) || (!recognising && isRecognition(path)))
+                    leftovers.push_back(path);
             }
         };
-        collect(root_);
+        collect(root_, false);
         for (const auto& meeting : library_.meetings) {
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            // Recognition goes on without a lock, but under a lease.
+            const bool recognising = database_ == nullptr || database_->jobStats(meeting.id)["running"] > 0;
             for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
-                if (fs::is_directory(fs::symlink_status(inner))) collect(inner);
+                if (fs::is_directory(fs::symlink_status(inner))) collect(inner, recognising);
             }
         }
         if (leftovers.empty()) return;
@@ -286,7 +304,7 @@ private:
             add(Severity::note, "Reste", what + " (--repair räumt auf).");
             return;
         }
-        for (const auto& file : leftovers) FileManager::system().remove(file);
+        for (const auto& file : leftovers) fs::remove_all(file);
         add(Severity::repaired, "Reste", what + " entfernt.");
     }
 

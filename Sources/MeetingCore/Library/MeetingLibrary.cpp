@@ -84,9 +84,7 @@ void bringInLine(LibrarySnapshot& library, const std::unordered_map<UUID, Record
         const auto audio = recorded.find(meeting.id);
         meeting.chunkCount = audio == recorded.end() ? 0 : audio->second.chunkCount;
         if (audio != recorded.end()) meeting.duration = audio->second.endSeconds;
-        const bool cutOff =
-            meeting.state == "starting" || meeting.state == "recording" || meeting.state == "paused";
-        if (cutOff) meeting.state = "interrupted";
+        if (meeting.isBeingRecorded()) meeting.state = "interrupted";
     }
     std::stable_sort(library.meetings.begin(), library.meetings.end(),
                      [](const auto& a, const auto& b) { return a.createdAt > b.createdAt; });

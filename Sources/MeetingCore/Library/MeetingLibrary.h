@@ -43,6 +43,9 @@ struct MeetingEntry {
     /// The entry of a recording that has just begun.
     static MeetingEntry starting(const MeetingSession& session, const std::optional<UUID>& projectID);
 
+    /// Whether it is said to be recording. That is wrong once nobody has the library open, as after a crash.
+    bool isBeingRecorded() const { return state == "starting" || state == "recording" || state == "paused"; }
+
     /// Whether a title is still to be generated; entries written before there was a flag tell by their title.
     bool needsAutomaticTitle() const;
 

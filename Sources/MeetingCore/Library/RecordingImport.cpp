@@ -9,6 +9,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::RecordingImport {
@@ -20,6 +21,7 @@ constexpr std::size_t bufferSamples = 16'384;
 constexpr std::int64_t maximumTrackSamples = std::int64_t{24} * 3600 * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
 constexpr const char* clockFile = "recording-clock.json";
+constexpr const char* manifestFile = "session.json";
 
 /// The namespace of all identifiers that follow from imported audio.
 const UUID importNamespace = *UUID::parse("6B1F5C0E-2D0A-4E8B-9C57-3A6D1E90F4B2");
@@ -43,7 +45,7 @@ MeetingSession manifest(const Recording& recording) {
     return session;
 }
 
-void requireNew(const Recording& recording, const std::filesystem::path& root, LibrarySnapshot library) {
+void requireSound(const Recording& recording, const std::filesystem::path& root) {
     if (text::trimmed(recording.title).empty())
         throw MeetingError::invalidData("Der Titel darf nicht leer sein.");
     if (recording.tracks.empty()) throw MeetingError::invalidData("Keine Audiodatei angegeben.");
@@ -51,50 +53,84 @@ void requireNew(const Recording& recording, const std::filesystem::path& root, L
         throw MeetingError::invalidData(
             "Das Audio dieses Meetings wurde entfernt; es wird nicht neu importiert.");
     }
+}
+
+/// Whether the meeting is complete but for chunks that it has lost; throws where it lacks nothing.
+bool hasLostChunks(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks) {
     const auto known = entryOf(library, recording.session);
-    if (known != library.meetings.end() && known->state == "completed") {
-        throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
-                                        known->id.string() + ").");
-    }
+    if (known == library.meetings.end() || known->state != "completed") return false;
+    if (static_cast<std::int64_t>(chunks.size()) < known->chunkCount || !AudioArchive::gaps(chunks).empty())
+        return true;
+    throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
+                                    known->id.string() + ").");
 }
 
 /// Creates what the chunks need to have: folder, manifest and the library's entry. Returns whether an earlier
-/// import is resumed.
-bool begin(const Recording& recording, DurableChunkStore& store, const std::filesystem::path& root,
-           MeetingLibrary& library, FileManager& files) {
+/// import is resumed, whose entry keeps all but its state.
+bool begin(const Recording& recording, DurableChunkStore& store, MeetingLibrary& library, FileManager& files) {
     const auto session = manifest(recording);
     const auto folder = store.sessionDirectory(recording.session);
     const bool resumed = pathExists(folder);
-    if (!resumed) store.createSession(session);
-    if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    if (resumed) {
+        TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files);  // throws where broken
+    } else {
+        store.createSession(session);
+        if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    }
     library.update([&](LibrarySnapshot& snapshot) {
         auto entry = entryOf(snapshot, recording.session);
         if (entry == snapshot.meetings.end()) {
             const auto fresh = MeetingEntry::starting(session, recording.project);
             entry = snapshot.meetings.insert(snapshot.meetings.begin(), fresh);
         }
-        entry->title = recording.title;
-        if (recording.project) entry->projectID = recording.project;
-        entry->state = "recording";
+        if (entry->state != "completed") entry->state = "recording";
     });
-    const auto kind = resumed ? "importResumed" : "importStarted";
-    MeetingLibrary::appendEvent({UUID::random(), Date::now(), kind, std::nullopt},
-                                TranscriptStorage::sessionDirectory(root, recording.session), files);
     return resumed;
+}
+
+/// Takes over what a resumed import is given anew: the start, title and project only while the user has not
+/// changed what the first one gave.
+void adopt(const Recording& recording, const std::filesystem::path& folder, MeetingLibrary& library,
+           FileManager& files) {
+    auto session = TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files)
+                       .value_or(manifest(recording));
+    const auto firstTitle = session.title;
+    if (recording.clock) {
+        session.createdAt = recording.createdAt;
+        TranscriptStorage::save(session, folder / manifestFile, files);
+        TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+    }
+    library.update([&](LibrarySnapshot& snapshot) {
+        auto& entry = *entryOf(snapshot, recording.session);
+        entry.createdAt = session.createdAt;
+        if (entry.title != firstTitle || entry.automaticTitlePending) return;
+        if (recording.title != defaultMeetingTitle) entry.title = recording.title;
+        if (!entry.projectID) entry.projectID = recording.project;
+    });
+}
+
+/// What recovery refuses makes room for the whole chunk, and is kept as an unfinished one.
+void setAsideDamaged(const std::filesystem::path& chunk, FileManager& files) {
+    if (!files.status(chunk)) return;
+    const auto name = "." + chunk.stem().string() + "." + UUID::random().string() + ".partial";
+    files.move(chunk, chunk.parent_path() / name);
 }
 
 class TrackImport {
 public:
-    TrackImport(const Recording& recording, const Track& track, DurableChunkStore& store,
-                SQLiteJobStore& database, const Progress& progress)
+    TrackImport(const Recording& recording, const Track& track, std::span<const AudioChunk> known,
+                DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress,
+                FileManager& files)
         : track_(track),
-          accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
-                                                  [&](const AudioChunk& chunk, auto samples) {
-                                                      const auto stored = identified(chunk);
-                                                      store.commit(stored, samples);
-                                                      database.registerChunk(stored);
-                                                      goOn_ = progress(track_.source, stored.endSeconds());
-                                                  })) {}
+          accumulator_(*PCMChunkAccumulator::make(
+              recording.session, track.source, secondsPerChunk, [&](const AudioChunk& chunk, auto samples) {
+                  const auto stored = identified(chunk);
+                  if (std::ranges::find(known, stored.id, &AudioChunk::id) == known.end())
+                      setAsideDamaged(store.chunkDirectory(stored), files);
+                  store.commit(stored, samples);
+                  database.registerChunk(stored);
+                  goOn_ = progress(track_.source, stored.endSeconds());
+              })) {}
 
     Outcome run() {
         std::array<std::int16_t, bufferSamples> buffer{};
@@ -161,16 +197,23 @@ UUID sessionFor(std::string_view description) { return UUID::derived(importNames
 
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
             SQLiteJobStore& database, const Progress& progress, FileManager& files) {
-    requireNew(recording, root, library.snapshot());
+    requireSound(recording, root);
     DurableChunkStore store(root / "Meetings", files);
-    const bool resumed = begin(recording, store, root, library, files);
+    const auto folder = store.sessionDirectory(recording.session);
+    const auto known = store.recover(recording.session).chunks;
+    const bool restores = hasLostChunks(recording, library.snapshot(), known);
+    const bool resumed = begin(recording, store, library, files);
+    MeetingLibrary::appendEvent(
+        {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder,
+        files);
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {
-            outcome = TrackImport(recording, track, store, database, progress).run();
+            outcome = TrackImport(recording, track, known, store, database, progress, files).run();
             if (outcome == Outcome::stopped) break;
         }
     } catch (const MeetingError&) {
+        if (restores) throw;
         const auto kept = store.recover(recording.session).chunks;
         if (kept.empty() && !resumed) {
             forget(recording.session, root, library, files);
@@ -179,6 +222,8 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
         }
         throw;
     }
+    if (restores && outcome == Outcome::stopped) return outcome;
+    if (resumed && !restores) adopt(recording, folder, library, files);
     const auto report = store.recover(recording.session);
     if (outcome == Outcome::finished) WorkScheduler::enqueue(report.chunks, database, true);
     settle(recording.session, outcome == Outcome::finished ? "completed" : "interrupted", report.chunks,

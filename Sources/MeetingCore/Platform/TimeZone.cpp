@@ -27,7 +27,7 @@ std::u16string utf16(const std::string& identifier) {
     return out;
 }
 
-bool isKnown(const std::u16string& identifier) {
+bool isZone(const std::u16string& identifier) {
     if (identifier.empty() || identifier == u"" UCAL_UNKNOWN_ZONE_ID) return false;
     UChar canonical[128];
     UErrorCode status = U_ZERO_ERROR;
@@ -55,9 +55,11 @@ std::string TimeZone::currentIdentifier() {
     return {zone.begin(), zone.end()};  // names of zones are ASCII
 }
 
+bool TimeZone::isKnown(const std::string& identifier) { return isZone(utf16(identifier)); }
+
 TimeZone::TimeZone(const std::string& identifier) {
     auto zone = utf16(identifier);
-    if (!isKnown(zone)) zone = currentZone();
+    if (!isZone(zone)) zone = currentZone();
     UErrorCode status = U_ZERO_ERROR;
     calendar_.reset(
         ucal_open(zone.data(), static_cast<std::int32_t>(zone.size()), "en_US_POSIX", UCAL_GREGORIAN, &status));

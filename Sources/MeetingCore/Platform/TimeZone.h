@@ -26,6 +26,9 @@ public:
     /// The system's current zone.
     static TimeZone current() { return TimeZone({}); }
 
+    /// Whether the IANA database has a zone of this name.
+    static bool isKnown(const std::string& identifier);
+
     /// The name of the system's current zone, such as `Europe/Berlin`.
     static std::string currentIdentifier();
 

@@ -50,10 +50,27 @@ bool SQLiteStatement::isNull(int column) const {
     return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
 }
 
-SQLiteConnection::SQLiteConnection(const std::filesystem::path& file) {
+SQLiteConnection::SQLiteConnection(const std::filesystem::path& file)
+    : SQLiteConnection(file.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {}
+
+std::unique_ptr<SQLiteConnection> SQLiteConnection::immutable(const std::filesystem::path& file) {
+    std::string uri = "file:";
+    for (const char c : std::filesystem::absolute(file).string()) {
+        constexpr auto* digits = "0123456789ABCDEF";
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::string_view("?#%").find(c) == std::string_view::npos) {
+            uri += c;
+        } else {
+            uri.append({'%', digits[byte >> 4U], digits[byte & 15U]});
+        }
+    }
+    return std::unique_ptr<SQLiteConnection>(
+        new SQLiteConnection(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI));
+}
+
+SQLiteConnection::SQLiteConnection(const std::string& name, int flags) {
     sqlite3* opened = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
-    const auto result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
+    const auto result = sqlite3_open_v2(name.c_str(), &opened, flags | SQLITE_OPEN_FULLMUTEX, nullptr);
     db_.reset(opened);
     if (opened == nullptr) throw MeetingError::database("SQLite konnte nicht geöffnet werden.");
     if (result != SQLITE_OK) failWithMessage(opened);

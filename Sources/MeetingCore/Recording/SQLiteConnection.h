@@ -53,6 +53,9 @@ class SQLiteConnection {
 public:
     explicit SQLiteConnection(const std::filesystem::path& file);
 
+    /// A file that nobody writes, for reading: takes no locks and makes no journal.
+    static std::unique_ptr<SQLiteConnection> immutable(const std::filesystem::path& file);
+
     /// Runs a script of any number of statements.
     void execute(const char* sql);
 
@@ -84,6 +87,8 @@ public:
     }
 
 private:
+    SQLiteConnection(const std::string& name, int flags);
+
     struct Close {
         void operator()(sqlite3* db) const { sqlite3_close(db); }
     };

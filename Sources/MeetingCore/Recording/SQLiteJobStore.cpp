@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/JSONReader.h"
@@ -105,6 +106,28 @@ SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& f
     // cut.
     files.flushDirectory(folder.empty() ? std::filesystem::path(".") : folder);
     db_ = std::move(db);
+}
+
+SQLiteJobStore::SQLiteJobStore(std::unique_ptr<SQLiteConnection> db)
+    : db_(std::move(db)), parser_(std::make_unique<json::reading::Parser>()) {}
+
+std::unique_ptr<SQLiteJobStore> SQLiteJobStore::forReading(const std::filesystem::path& file) {
+    if (!pathExists(file)) {
+        auto db = std::make_unique<SQLiteConnection>(":memory:");
+        db->execute(schema);
+        return std::unique_ptr<SQLiteJobStore>(new SQLiteJobStore(std::move(db)));
+    }
+    if (::access(file.c_str(), W_OK) == 0 && ::access(file.parent_path().c_str(), W_OK) == 0)
+        return std::make_unique<SQLiteJobStore>(file);
+    // Without a journal all of it is in the file. Otherwise SQLite would have to write to read.
+    std::error_code none;
+    const auto journal = std::filesystem::file_size(file.string() + "-wal", none);
+    if (!none && journal > 0) {
+        throw MeetingError::storage(quotedName(file) +
+                                    " ist schreibgeschützt und nicht abgeschlossen. Bitte den Ordner "
+                                    "beschreibbar machen oder das Programm beenden, das ihn benutzt.");
+    }
+    return std::unique_ptr<SQLiteJobStore>(new SQLiteJobStore(SQLiteConnection::immutable(file)));
 }
 
 SQLiteJobStore::~SQLiteJobStore() = default;

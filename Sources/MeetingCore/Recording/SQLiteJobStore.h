@@ -79,6 +79,11 @@ public:
     /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
+
+    /// For reading alone, which creates nothing: a missing database is an empty one in memory, and one that may
+    /// not be written is read as it stands.
+    static std::unique_ptr<SQLiteJobStore> forReading(const std::filesystem::path& file);
+
     ~SQLiteJobStore();
     SQLiteJobStore(const SQLiteJobStore&) = delete;
     SQLiteJobStore& operator=(const SQLiteJobStore&) = delete;
@@ -178,6 +183,7 @@ public:
     void close();
 
 private:
+    explicit SQLiteJobStore(std::unique_ptr<SQLiteConnection> db);
     SQLiteConnection& open();
 
     std::mutex lock_;

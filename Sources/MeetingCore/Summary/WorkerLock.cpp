@@ -32,6 +32,12 @@ WorkerLock::WorkerLock(const std::filesystem::path& root, Purpose purpose)
     }
 }
 
+bool WorkerLock::isTaken(const std::filesystem::path& root, Purpose purpose) {
+    // Closing the file gives up the lock that this may take for a moment.
+    const auto file = FileDescriptor::open(root / wording(purpose).fileName, O_RDONLY);
+    return file && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
 WorkerLock::~WorkerLock() { ::flock(descriptor_.get(), LOCK_UN); }
 
 }  // namespace meetingcore

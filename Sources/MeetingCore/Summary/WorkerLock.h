@@ -20,6 +20,10 @@ public:
     /// the lock file cannot be opened. `root` is the data folder and must exist.
     WorkerLock(const std::filesystem::path& root, Purpose purpose);
     ~WorkerLock();
+
+    /// Whether an open file holds the lock at this moment. Creates nothing; false where that cannot be told.
+    static bool isTaken(const std::filesystem::path& root, Purpose purpose);
+
     WorkerLock(const WorkerLock&) = delete;
     WorkerLock& operator=(const WorkerLock&) = delete;
 
