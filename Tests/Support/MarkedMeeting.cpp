@@ -58,8 +58,8 @@ MarkedMeeting MarkedMeeting::load(const std::filesystem::path& folder) {
         if (optional) row[0].pop_back();
         const auto kind = std::find(kindNames.begin(), kindNames.end(), row[0]);
         if (kind == kindNames.end()) throw std::runtime_error("unknown kind " + row[0]);
-        meeting.marks.push_back(
-            {static_cast<Kind>(kind - kindNames.begin()), optional, places(row[1]), row[3], row[4], row[5]});
+        meeting.marks.push_back({static_cast<Kind>(kind - kindNames.begin()), optional, places(row[1]),
+                                 places(row[2]), row[3], row[4], row[5]});
     }
     return meeting;
 }

@@ -17,9 +17,10 @@ struct MarkedMeeting {
 
     struct Mark {
         Kind kind = decision;
-        bool optional = false;            ///< neither missed when left out nor wrong when found
-        std::vector<std::size_t> places;  ///< of the segments of which a point must cite one, from 0
-        std::string owner;                ///< "-" where nobody says a name
+        bool optional = false;             ///< neither missed when left out nor wrong when found
+        std::vector<std::size_t> places;   ///< of the segments of which a point must cite one, from 0
+        std::vector<std::size_t> support;  ///< places that may be cited with them
+        std::string owner;                 ///< "-" where nobody says a name
         std::string due;
         std::string note;
     };

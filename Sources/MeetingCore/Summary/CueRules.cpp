@@ -28,6 +28,7 @@ constexpr std::int16_t ending = -3;
 constexpr std::size_t widestGap = 6;
 constexpr std::size_t mostParticles = 3;
 constexpr std::size_t nearby = 5;
+constexpr std::size_t longestApproval = 7;
 constexpr std::size_t longestPart = 24;  // no phrase names a longer part of a word
 
 using Pattern = std::vector<std::int16_t>;
@@ -97,6 +98,19 @@ public:
     const std::int16_t past =
         number("letzte*|vorige*|gestern|damals|neulich|vorhin|letztens|vergangene*|vorgestern");
     const std::int16_t name = number("#name");
+    const std::int16_t verb = number(
+        "#act|#acts|#does|#wedo|#do|#imp|ist|sind|war|hat|haben|habe|wird|werden|kann|können|muss|"
+        "müssen|soll|sollen|will|wollen|geht|gibt|heißt|bleibt|bleiben|kommt|kommen|braucht|bräuchte|"
+        "müsste|würde|wäre|könnte|hätte|weiß|hatte|hatten|bin|bist|habt|seid");
+    const std::int16_t settling = number("dann|also");
+    const std::int16_t numeral = number(
+        "#ord|eins|zwei|drei|vier|fünf|sechs|sieben|acht|neun|zehn|elf|zwölf|halb|*hundert|*tausend|"
+        "*zig|0*|1*|2*|3*|4*|5*|6*|7*|8*|9*");
+    const std::int16_t approval = number(
+        "gut|recht|okay|passt|reicht|prima|super|fein|lieb|lieber|fair|einverstanden|vernünftig|richtig|"
+        "egal|toll|perfekt|wunderbar|schön|gefällt|gern|gerne|klar|stimmt|natürlich|sinnvoll|dabei|leben|"
+        "genau|hervorragend|meinetwegen");
+    const std::int16_t assent = number("ja|genau");
 
 private:
     std::int16_t number(std::string_view element) {
@@ -228,11 +242,9 @@ Cues CueRules::match(const GermanSentence& sentence) {
     const auto core = openingOf(tokens);
     Cues cues;
     cues.asks = sentence.question && questionBegin(tokens) == 0;
+    matchForm(sentence, cues);
     ++round_;
     for (const auto& token : tokens) {
-        cues.hypothetical = cues.hypothetical || fits(token, grammar().hypothesis);
-        cues.negated = cues.negated || fits(token, grammar().negation);
-        cues.past = cues.past || fits(token, grammar().past);
         for (const auto element : elementsOf(token)) {
             for (const auto rule : grammar().rulesAt[static_cast<std::size_t>(element)]) {
                 if (std::exchange(tried_[rule], round_) == round_) continue;
@@ -243,6 +255,29 @@ Cues CueRules::match(const GermanSentence& sentence) {
         }
     }
     return cues;
+}
+
+/// What the sentence shows by its form rather than by phrases.
+void CueRules::matchForm(const GermanSentence& sentence, Cues& cues) {
+    const auto tokens = text_.tokens(sentence);
+    bool verb = false, approval = false;
+    for (const auto& token : tokens) {
+        cues.hypothetical = cues.hypothetical || fits(token, grammar().hypothesis);
+        cues.negated = cues.negated || fits(token, grammar().negation);
+        cues.past = cues.past || fits(token, grammar().past);
+        cues.numbered = cues.numbered || fits(token, grammar().numeral);
+        cues.named = cues.named || isName(token);
+        verb = verb || fits(token, grammar().verb);
+        approval = approval || fits(token, grammar().approval);
+    }
+    cues.addressed = isName(tokens.front()) || isName(tokens.back());
+    cues.verbless = !verb && tokens.size() > 1;
+    cues.settles =
+        cues.verbless && (fits(tokens[0], grammar().settling) || fits(tokens[1], grammar().settling));
+    cues.approves = (approval && tokens.size() <= longestApproval && !sentence.question && !cues.negated) ||
+                    (tokens.size() <= 2 && fits(tokens[0], grammar().assent));
+    const auto opener = std::find(openers.begin(), openers.end(), text_.text(tokens.front()));
+    if (opener != openers.end()) cues.opener = static_cast<std::size_t>(opener - openers.begin());
 }
 
 bool CueRules::occurs(std::span<const std::int16_t> pattern, unsigned guards, const GermanSentence& sentence,

@@ -34,10 +34,17 @@ enum class Cue : std::uint8_t {
 /// How strongly a sentence shows each cue; 0 where it does not.
 struct Cues {
     std::array<float, static_cast<std::size_t>(Cue::count)> weights{};
-    bool hypothetical = false;  ///< "würde", "wenn", "vielleicht" outside a subordinate clause
-    bool negated = false;       ///< says "nicht", "kein", …
-    bool asks = false;          ///< is a question as a whole, not only at its end
-    bool past = false;          ///< tells of an earlier time: "letzte Woche", "damals"
+    bool hypothetical = false;          ///< "würde", "wenn", "vielleicht" outside a subordinate clause
+    bool negated = false;               ///< says "nicht", "kein", …
+    bool asks = false;                  ///< is a question as a whole, not only at its end
+    bool past = false;                  ///< tells of an earlier time: "letzte Woche", "damals"
+    bool numbered = false;              ///< holds a number
+    bool named = false;                 ///< holds the name of somebody in the meeting
+    bool addressed = false;             ///< begins or ends with it
+    bool verbless = false;              ///< has no verb: "Dann zur Heizung.", "Elf Uhr, gut."
+    bool settles = false;               ///< so, and opens with "dann" or "also": "also die kleine"
+    bool approves = false;              ///< short and in favour: "Elf reicht.", "Finde ich gut."
+    std::optional<std::size_t> opener;  ///< its first word, if that is one of CueRules::openers
 
     float operator[](Cue cue) const { return weights[static_cast<std::size_t>(cue)]; }
     bool has(Cue cue) const { return (*this)[cue] > 0; }
@@ -47,6 +54,11 @@ struct Cues {
 /// subordinate, negated or hypothetical, unless its row says that this is part of it.
 class CueRules {
 public:
+    /// Words with which sentences that settle, ask, tell or pass on begin.
+    static constexpr std::array<std::string_view, 21> openers{
+        "aber", "ach",  "also", "bitte", "danke", "dann", "das", "genau", "gut", "ich", "ja",
+        "na",   "nein", "okay", "schön", "so",    "und",  "was", "wer",   "wie", "wir"};
+
     /// `names` are words by which people of the meeting are addressed, lower-cased. Refers to the text.
     CueRules(const GermanText& text, std::span<const std::string> names);
 
@@ -72,6 +84,7 @@ private:
     std::optional<std::size_t> matchEnd(std::span<const std::int16_t> pattern, Tokens tokens, std::size_t at,
                                         bool first = false);
     std::size_t questionBegin(Tokens tokens);
+    void matchForm(const GermanSentence& sentence, Cues& cues);
     bool holds(unsigned guards, Tokens tokens, std::size_t begin, std::size_t end);
     std::size_t openingOf(Tokens tokens);
 

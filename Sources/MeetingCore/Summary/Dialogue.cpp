@@ -1,323 +1,397 @@
 #include "MeetingCore/Summary/Dialogue.h"
 
 #include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+#include <string_view>
 #include <unordered_set>
 
 namespace meetingcore {
 
 namespace {
 
-constexpr double taskThreshold = 1.45;
-constexpr double decisionThreshold = 1.3;
-constexpr double questionThreshold = 1.35;
+/// From which likelihood on a sentence holds a point; by Finding::Kind.
+constexpr std::array<double, Finding::kindCount> thresholds{0.25, 0.35, 0.2, 0.2};
+/// From which likelihood on a turn beside it supports the point.
+constexpr double support = 0.08;
+constexpr std::size_t supportReach = 2;
+constexpr std::size_t mostSegments = 3;
+
 constexpr std::size_t repliesWithin = 3;
-constexpr std::size_t openReach = 6;
-constexpr std::size_t unsureReach = 3;
+constexpr std::size_t proposalsWithin = 4;
+constexpr std::size_t echoesWithin = 4;
+constexpr std::size_t topicReach = 6;
+constexpr std::size_t unsureWithin = 5;
+constexpr float plainWords = 2;  ///< the weight of the strongest cues
 
-constexpr double when(bool holds, double value) { return holds ? value : 0; }
+constexpr std::size_t place(Finding::Kind kind) { return static_cast<std::size_t>(kind); }
 
-std::vector<std::uint32_t> ascending(std::initializer_list<std::uint32_t> segments) {
-    std::vector<std::uint32_t> list(segments);
-    std::sort(list.begin(), list.end());
-    list.erase(std::unique(list.begin(), list.end()), list.end());
-    return list;
+float share(std::size_t part, std::size_t whole) {
+    return std::min(1.0F, static_cast<float>(part) / static_cast<float>(whole));
 }
 
 }  // namespace
 
-Dialogue::Dialogue(const GermanText& text, CueRules& rules, std::span<const std::uint32_t> speakers)
-    : text_(text), rules_(rules), speakers_(speakers) {
-    const auto& sentences = text.sentences();
-    for (std::size_t i = 0; i < sentences.size(); ++i) {
-        cues_.push_back(rules.match(sentences[i]));
-        if (turns_.empty() || turns_.back().segment != sentences[i].segment) {
-            turns_.push_back({sentences[i].segment, i, i});
+/// Takes the signals of one sentence.
+class Dialogue::Collector {
+public:
+    explicit Collector(Signals& list) : list_(list) {}
+
+    void add(Signal signal, float value) {
+        if (value > 0) list_.emplace_back(signal, value);
+    }
+    void add(Signal signal, bool holds) { add(signal, holds ? 1.0F : 0.0F); }
+    void addCues(Signal first, const std::array<float, cueCount>& cues) {
+        for (std::size_t i = 0; i < cueCount; ++i) {
+            add(static_cast<Signal>(static_cast<std::size_t>(first) + i), cues[i] / plainWords);
         }
-        turns_.back().endSentence = i + 1;
+    }
+
+private:
+    Signals& list_;
+};
+
+Dialogue::Dialogue(Reading& reading, const WeightTable& weights)
+    : reading_(reading), saidIn_(reading.text.stemCount()) {
+    read();
+    findChair();
+    likelihoods_.resize(cues_.size());
+    for (std::size_t i = 0; i < cues_.size(); ++i) {
+        Likelihoods sums{};
+        for (std::size_t kind = 0; kind < sums.size(); ++kind) {
+            sums[kind] = static_cast<double>(weights.back().weights[kind]);
+        }
+        for (const auto& [signal, value] : signalsOf(i)) {
+            const auto& row = weights[static_cast<std::size_t>(signal)].weights;
+            for (std::size_t kind = 0; kind < sums.size(); ++kind) {
+                sums[kind] += static_cast<double>(row[kind] * value);
+            }
+        }
+        for (std::size_t kind = 0; kind < sums.size(); ++kind) {
+            likelihoods_[i][kind] = 1 / (1 + std::exp(-sums[kind]));
+        }
+    }
+}
+
+void Dialogue::read() {
+    const auto& text = reading_.text;
+    for (const auto& sentence : text.sentences()) {
+        const auto i = cues_.size();
+        cues_.push_back(reading_.rules.match(sentence));
+        dated_.push_back(reading_.rules.dueDate(sentence).has_value());
+        if (turns_.empty() || turns_.back().segment != sentence.segment) {
+            auto& turn = turns_.emplace_back();
+            turn.segment = sentence.segment;
+            turn.speaker = reading_.speakers[sentence.segment];
+            turn.firstSentence = i;
+        }
         turnOf_.push_back(static_cast<std::uint32_t>(turns_.size() - 1));
-    }
-}
-
-bool Dialogue::differ(const Turn& one, const Turn& other) const {
-    const auto a = speakers_[one.segment], b = speakers_[other.segment];
-    return a != b || a == 0;
-}
-
-float Dialogue::strongest(const Turn& turn, Cue cue) const {
-    float weight = 0;
-    for (auto i = turn.firstSentence; i < turn.endSentence; ++i) weight = std::max(weight, cues_[i][cue]);
-    return weight;
-}
-
-/// How strongly others show the cue in the turns behind the sentence.
-double Dialogue::replies(std::size_t sentence, Cue cue, std::size_t within) const {
-    double sum = 0;
-    const auto own = turnOf_[sentence];
-    for (auto turn = own + 1; turn < turns_.size() && turn <= own + within; ++turn) {
-        if (differ(turns_[own], turns_[turn])) sum += static_cast<double>(strongest(turns_[turn], cue));
-    }
-    return sum;
-}
-
-/// The last sentence before this one with one of the cues, at most `within` turns back.
-std::optional<std::size_t> Dialogue::before(std::size_t sentence, std::initializer_list<Cue> cues,
-                                            std::size_t within) const {
-    for (auto i = sentence; i > 0 && turnOf_[i - 1] + within >= turnOf_[sentence]; --i) {
-        for (const auto cue : cues) {
-            if (cues_[i - 1].has(cue) && !cues_[i - 1].has(Cue::unfit)) return i - 1;
+        auto& turn = turns_.back();
+        turn.endSentence = i + 1;
+        for (std::size_t cue = 0; cue < cueCount; ++cue) {
+            const auto weight = cues_[i].weights[cue];
+            turn.second[cue] = std::max(turn.second[cue], std::min(turn.cues[cue], weight));
+            turn.cues[cue] = std::max(turn.cues[cue], weight);
+        }
+        const auto tokens = text.tokens(sentence);
+        turn.words += tokens.size();
+        turn.content += text.contentWords(sentence);
+        turn.questions += sentence.question ? 1 : 0;
+        turn.endsInQuestion = sentence.question;
+        turn.dated = turn.dated || dated_[i];
+        turn.named = turn.named || cues_[i].named;
+        turn.approves = turn.approves || cues_[i].approves;
+        auto& stems = stems_.emplace_back();
+        for (const auto& token : tokens) {
+            const auto stem = text.words()[token.word].stem;
+            if (stem != GermanWord::noStem && !reading_.names[token.word]) stems.push_back(stem);
+        }
+        std::sort(stems.begin(), stems.end());
+        stems.erase(std::unique(stems.begin(), stems.end()), stems.end());
+        for (const auto stem : stems) {
+            if (saidIn_[stem].empty() || saidIn_[stem].back() != turnOf_[i])
+                saidIn_[stem].push_back(turnOf_[i]);
         }
     }
-    return std::nullopt;
 }
 
-std::size_t Dialogue::content(std::size_t sentence) const { return text_.contentWords(at(sentence)); }
-
-std::uint32_t Dialogue::richest(const Turn& turn) const {
-    auto best = turn.firstSentence;
-    for (auto i = best; i < turn.endSentence; ++i) {
-        if (content(i) > content(best)) best = i;
+/// Who leads the meeting calls others by name and asks more than they do.
+void Dialogue::findChair() {
+    std::map<std::uint32_t, double> leads;
+    for (const auto& turn : turns_) {
+        if (turn.speaker == 0) continue;
+        leads[turn.speaker] += 0.3 + (turn.named ? 1 : 0) + (turn.questions > 0 ? 0.3 : 0);
     }
-    return static_cast<std::uint32_t>(best);
+    const auto most = std::max_element(leads.begin(), leads.end(),
+                                       [](const auto& a, const auto& b) { return a.second < b.second; });
+    if (most != leads.end()) chair_ = most->first;
+}
+
+bool Dialogue::differ(const Turn& one, const Turn& other) {
+    return one.speaker != other.speaker || one.speaker == 0;
+}
+
+/// The last turn of somebody else, unless it is further back than two.
+const Dialogue::Turn* Dialogue::otherBefore(std::size_t turn) const {
+    for (std::size_t back = 1; back <= 2 && back <= turn; ++back) {
+        if (differ(turns_[turn - back], turns_[turn])) return &turns_[turn - back];
+    }
+    return nullptr;
+}
+
+const Dialogue::Turn* Dialogue::otherBehind(std::size_t turn) const {
+    for (std::size_t ahead = 1; ahead <= 2 && turn + ahead < turns_.size(); ++ahead) {
+        if (differ(turns_[turn + ahead], turns_[turn])) return &turns_[turn + ahead];
+    }
+    return nullptr;
+}
+
+/// Whether one of the turns from `from` up to `to` holds the word.
+bool Dialogue::said(std::uint32_t stem, std::size_t from, std::size_t to, const Turn* byOtherThan) const {
+    const auto& places = saidIn_[stem];
+    for (auto i = std::lower_bound(places.begin(), places.end(), from); i != places.end() && *i < to; ++i) {
+        if (byOtherThan == nullptr || differ(turns_[*i], *byOtherThan)) return true;
+    }
+    return false;
+}
+
+Dialogue::Signals Dialogue::signalsOf(std::size_t sentence) const {
+    Signals signals;
+    Collector to(signals);
+    formSignals(sentence, to);
+    neighbourSignals(sentence, to);
+    replySignals(sentence, to);
+    questionSignals(sentence, to);
+    echoSignals(sentence, to);
+    return signals;
+}
+
+/// What the sentence shows by itself and as part of its segment.
+void Dialogue::formSignals(std::size_t sentence, Collector& to) const {
+    const auto& cues = cues_[sentence];
+    const auto& turn = turnOf(sentence);
+    const bool question = at(sentence).question, dated = dated_[sentence];
+    const bool chair = chair_ && turn.speaker == *chair_;
+    const auto words = reading_.text.tokens(at(sentence)).size();
+    const bool first = sentence == turn.firstSentence, last = sentence + 1 == turn.endSentence;
+
+    to.addCues(Signal::own, cues.weights);
+    if (cues.opener) to.add(static_cast<Signal>(static_cast<std::size_t>(Signal::opener) + *cues.opener), true);
+    to.add(Signal::hypothetical, cues.hypothetical);
+    to.add(Signal::negated, cues.negated);
+    to.add(Signal::asks, cues.asks);
+    to.add(Signal::past, cues.past);
+    to.add(Signal::numbered, cues.numbered);
+    to.add(Signal::dated, dated);
+    to.add(Signal::named, cues.named);
+    to.add(Signal::addressed, cues.addressed);
+    to.add(Signal::question, question);
+    to.add(Signal::content, share(content(sentence), 8));
+    to.add(Signal::brief, words <= 4);
+    to.add(Signal::first, first);
+    to.add(Signal::last, last);
+    to.add(Signal::only, first && last);
+    to.add(Signal::verbless, cues.verbless);
+    to.add(Signal::settles, cues.settles);
+    to.add(Signal::approves, cues.approves);
+    to.add(Signal::chair, chair);
+    to.add(Signal::verblessChair, cues.verbless && chair);
+    to.add(Signal::verblessNegated, cues.verbless && cues.negated);
+    to.add(Signal::settlesChair, cues.settles && chair);
+    to.add(Signal::commitDated, dated && (cues.has(Cue::commit) || cues.has(Cue::offer)));
+    to.add(Signal::commitUnfit, cues.has(Cue::commit) && cues.has(Cue::unfit));
+    to.add(Signal::decideChair, cues.has(Cue::decide) && chair);
+    to.add(Signal::decideNegated, cues.has(Cue::decide) && cues.negated);
+    to.add(Signal::decideUnfit, cues.has(Cue::decide) && cues.has(Cue::unfit));
+    to.add(Signal::deliverDated, cues.has(Cue::deliver) && dated);
+    to.add(Signal::proposeQuestion, cues.has(Cue::propose) && question);
+    to.add(Signal::requestDated, cues.has(Cue::request) && dated);
+    to.add(Signal::requestQuestion, cues.has(Cue::request) && question);
+
+    std::array<float, cueCount> rest{};
+    for (std::size_t cue = 0; cue < cueCount; ++cue) {
+        rest[cue] = cues.weights[cue] < turn.cues[cue] ? turn.cues[cue] : turn.second[cue];
+    }
+    to.addCues(Signal::rest, rest);
+    to.add(Signal::restQuestion, turn.questions > 0 && !question);
+    to.add(Signal::restEndsInQuestion, turn.endsInQuestion && !question);
+    to.add(Signal::afterBrief, !first && reading_.text.tokens(at(sentence - 1)).size() <= 3);
+    to.add(Signal::afterQuestion, !first && at(sentence - 1).question);
+    to.add(Signal::thenQuestion, !last && at(sentence + 1).question);
+    to.add(Signal::position, share(turnOf_[sentence], turns_.size()));
+    const auto central = static_cast<float>(reading_.centrality[turn.segment]);
+    to.add(Signal::central, central / (1 + central));
+}
+
+/// What others say right before and behind it.
+void Dialogue::neighbourSignals(std::size_t sentence, Collector& to) const {
+    if (const auto* turn = otherBefore(turnOf_[sentence])) {
+        to.addCues(Signal::before, turn->cues);
+        to.add(Signal::beforeQuestion, turn->endsInQuestion);
+        to.add(Signal::beforeDated, turn->dated);
+        to.add(Signal::beforeNamed, turn->named);
+        to.add(Signal::beforeBrief, turn->words <= 4);
+        to.add(Signal::beforeApproves, turn->approves);
+    }
+    if (const auto* turn = otherBehind(turnOf_[sentence])) {
+        to.addCues(Signal::behind, turn->cues);
+        to.add(Signal::behindQuestion, turn->endsInQuestion);
+        to.add(Signal::behindDated, turn->dated);
+        to.add(Signal::behindNamed, turn->named);
+        to.add(Signal::behindBrief, turn->words <= 4);
+        to.add(Signal::behindApproves, turn->approves);
+    }
+}
+
+/// Who consents in the next turns, and whether it was proposed and consented to in the last ones.
+void Dialogue::replySignals(std::size_t sentence, Collector& to) const {
+    const auto own = turnOf_[sentence];
+    std::set<std::uint32_t> agreers, approvers, agreed, approved;
+    bool proposed = false;
+    for (std::size_t i = own + 1; i < turns_.size() && i <= own + repliesWithin; ++i) {
+        const auto& turn = turns_[i];
+        if (!differ(turn, turns_[own])) continue;
+        if (turn.has(Cue::agree) || turn.has(Cue::accept)) agreers.insert(turn.speaker);
+        if (turn.approves) approvers.insert(turn.speaker);
+    }
+    for (std::size_t i = own - std::min<std::size_t>(own, proposalsWithin); i < own; ++i) {
+        const auto& turn = turns_[i];
+        if (turn.has(Cue::agree)) agreed.insert(turn.speaker);
+        if (turn.approves) approved.insert(turn.speaker);
+        proposed = proposed || turn.has(Cue::propose);
+    }
+    to.add(Signal::agreers, share(agreers.size(), 2));
+    to.add(Signal::approvers, share(approvers.size(), 2));
+    to.add(Signal::agreedBefore, share(agreed.size(), 2));
+    to.add(Signal::approvedBefore, share(approved.size(), 2));
+    to.add(Signal::proposedBefore, proposed);
+}
+
+/// Whether others know an answer.
+void Dialogue::questionSignals(std::size_t sentence, Collector& to) const {
+    const auto own = turnOf_[sentence];
+    const auto& cues = cues_[sentence];
+    const bool question = at(sentence).question;
+    std::size_t unsure = 0;
+    bool open = false;
+    float most = 0;
+    for (std::size_t i = own + 1; i < turns_.size() && i <= own + unsureWithin; ++i) {
+        unsure += turns_[i].has(Cue::unsure) ? 1 : 0;
+        open = open || turns_[i].has(Cue::open);
+        if (i <= own + repliesWithin) {
+            most = std::max({most, turns_[i].cue(Cue::unsure), turns_[i].cue(Cue::open)});
+        }
+    }
+    bool asked = false;
+    for (std::size_t i = own - std::min<std::size_t>(own, proposalsWithin); i < own; ++i) {
+        asked = asked || turns_[i].questions > 0;
+    }
+    const auto* next = own + 1 < turns_.size() ? &turns_[own + 1] : nullptr;
+    const bool answered = next != nullptr && differ(*next, turns_[own]) && next->content >= 4 &&
+                          !next->has(Cue::unsure) && !next->has(Cue::open) && !next->endsInQuestion;
+    to.add(Signal::unsureAfter, share(unsure, 3));
+    to.add(Signal::openAfter, open);
+    to.add(Signal::answered, answered);
+    to.add(Signal::unsureAfterQuestion, asked && (cues.has(Cue::unsure) || cues.has(Cue::open)));
+    to.add(Signal::unsureQuestion,
+           cues.has(Cue::unsure) && (question || (own > 0 && turns_[own - 1].questions > 0)));
+    if (!question) return;
+    to.add(Signal::questionUnsureAfter, share(unsure, 3));
+    to.add(Signal::questionUnsureNext, next != nullptr && next->has(Cue::unsure));
+    to.add(Signal::questionUnsureMost, most / plainWords);
+    to.add(Signal::questionOpenAfter, open);
+    to.add(Signal::questionContent, share(content(sentence), 8));
+    to.add(Signal::questionAnswered, answered);
+}
+
+/// Whether it takes up what was said, and is taken up.
+void Dialogue::echoSignals(std::size_t sentence, Collector& to) const {
+    const auto own = static_cast<std::size_t>(turnOf_[sentence]);
+    const auto& turn = turns_[own];
+    std::size_t echoes = 0, shared = 0, back = 0, ahead = 0;
+    for (const auto stem : stems_[sentence]) {
+        echoes += said(stem, own - std::min(own, echoesWithin), own, &turn) ? 1 : 0;
+        if (saidIn_[stem].size() < 2) continue;
+        ++shared;
+        back += said(stem, own - std::min(own, topicReach), own, nullptr) ? 1 : 0;
+        ahead += said(stem, own + 1, own + 1 + topicReach, nullptr) ? 1 : 0;
+    }
+    const bool chair = chair_ && turn.speaker == *chair_;
+    to.add(Signal::echo, echoes > 0);
+    to.add(Signal::verblessEcho, echoes > 0 && cues_[sentence].verbless);
+    to.add(Signal::chairEcho, echoes > 0 && chair);
+    if (echoes > 0) to.add(Signal::echoShare, share(echoes, stems_[sentence].size()));
+    if (shared == 0) return;
+    to.add(Signal::back, share(back, shared));
+    to.add(Signal::ahead, share(ahead, shared));
+}
+
+std::size_t Dialogue::best(std::size_t turn, Finding::Kind kind) const {
+    auto best = turns_[turn].firstSentence;
+    for (auto i = best; i < turns_[turn].endSentence; ++i) {
+        if (likelihoods_[i][place(kind)] > likelihoods_[best][place(kind)]) best = i;
+    }
+    return best;
+}
+
+double Dialogue::likelihood(std::size_t turn, Finding::Kind kind) const {
+    return likelihoods_[best(turn, kind)][place(kind)];
 }
 
 bool Dialogue::rejects(std::size_t sentence) const {
     static const std::unordered_set<std::string_view> words = {"lassen", "lass",       "weg",
                                                                "raus",   "gestrichen", "abgelehnt"};
-    const auto tokens = text_.tokens(at(sentence));
-    return std::any_of(tokens.begin(), tokens.end(),
-                       [&](const auto& token) { return words.contains(text_.text(token)); });
+    const auto tokens = reading_.text.tokens(at(sentence));
+    return cues_[sentence].negated || std::any_of(tokens.begin(), tokens.end(), [&](const auto& token) {
+               return words.contains(reading_.text.text(token));
+           });
 }
 
-/// "Gut, …", "also …": what follows is drawn from what was said.
-bool Dialogue::concludes(std::size_t sentence) const {
-    static const std::unordered_set<std::string_view> words = {"dann",  "also",  "gut",  "okay",
-                                                               "somit", "damit", "schön"};
-    const auto tokens = text_.tokens(at(sentence));
-    return words.contains(text_.text(tokens[0])) ||
-           (tokens.size() > 1 && words.contains(text_.text(tokens[1])));
-}
-
-bool Dialogue::settledSoon(std::size_t sentence) const {
-    for (auto i = sentence + 1; i < cues_.size() && turnOf_[i] <= turnOf_[sentence] + 5; ++i) {
-        if (cues_[i].has(Cue::decide) || isSettling(i)) return true;
-    }
-    return false;
-}
-
-/// Where the sentence itself says little ("Stimmt das?"), the one before it in the same breath.
-std::uint32_t Dialogue::telling(std::size_t sentence) const {
-    const bool poor = content(sentence) < 2 && text_.tokens(at(sentence)).size() < 5 &&
-                      sentence > turnOf(sentence).firstSentence;
-    return static_cast<std::uint32_t>(poor && content(sentence - 1) > content(sentence) ? sentence - 1
-                                                                                        : sentence);
-}
-
-/// Also without the mark, which speech recognition may miss: "wer zahlt das", "ich soll fragen, ob …".
-bool Dialogue::isQuestion(std::size_t sentence) const {
-    static const std::unordered_set<std::string_view> direct = {"wer", "wann", "warum", "wieso", "woher"};
-    static const std::unordered_set<std::string_view> indirect = {
-        "ob", "wer", "wann", "welche", "welcher", "welches", "warum", "woher", "wie", "wo"};
-    static const std::unordered_set<std::string_view> verbs = {
-        "ist",  "sind", "hat",    "haben",    "kann",   "können", "soll", "sollen", "muss", "müssen",
-        "gibt", "darf", "dürfen", "brauchen", "wollen", "geht",   "wird", "werden", "weiß"};
-    static const std::unordered_set<std::string_view> subjects = {"das", "die", "der", "es",
-                                                                  "wir", "ihr", "Sie", "man"};
-    if (at(sentence).question) return true;
-    const auto tokens = text_.tokens(at(sentence));
-    if (direct.contains(text_.text(tokens[0]))) return true;
-    if (tokens.size() > 3 && verbs.contains(text_.text(tokens[0])) && subjects.contains(text_.text(tokens[1])))
-        return true;
-    bool asking = cues_[sentence].has(Cue::unsure);
-    for (const auto& token : tokens) {
-        const auto& word = text_.text(token);
-        if (asking && token.startsClause && indirect.contains(word)) return true;
-        asking = asking || word == "frage" || word == "fragen" || word == "fragt" || word == "wissen";
-    }
-    return false;
-}
-
-/// "Gut, dann also Montag.": a result without a verb.
-bool Dialogue::isSettling(std::size_t sentence) const {
-    static const std::unordered_set<std::string_view> openings = {"dann", "also"};
-    static const std::unordered_set<std::string_view> verbal = {
-        "ich",    "du",      "er",     "sie",    "es",      "wir",      "ihr",    "Sie",    "man",
-        "ist",    "sind",    "war",    "hat",    "haben",   "habe",     "wird",   "werden", "kann",
-        "können", "muss",    "müssen", "soll",   "sollen",  "will",     "wollen", "geht",   "gibt",
-        "was",    "wer",     "wie",    "wo",     "warum",   "das",      "nicht",  "heißt",  "wenn",
-        "bleibt", "bleiben", "kommt",  "kommen", "braucht", "bräuchte", "müsste", "mir",    "mich"};
-    const auto tokens = text_.tokens(at(sentence));
-    if (cues_[sentence].asks || tokens.size() < 3) return false;
-    bool opened = false;
-    std::size_t looked = 0;
-    for (std::size_t i = 0; i < tokens.size() && looked < 5; ++i) {
-        const auto& word = text_.text(tokens[i]);
-        if (verbal.contains(word)) return false;
-        opened = opened || openings.contains(word);
-        if (!opened && i >= 3) return false;
-        if (opened) ++looked;
-    }
-    return opened;
-}
-
-/// How surely the speaker takes something on, by what is said and what came before.
-double Dialogue::taking(std::size_t sentence, bool due, bool asked) const {
+/// Who takes the task on: the speaker, or who says yes to being asked.
+std::optional<std::uint32_t> Dialogue::actorOf(std::size_t sentence) const {
     const auto& cues = cues_[sentence];
-    const double positive = replies(sentence, Cue::accept, 1) + replies(sentence, Cue::agree, 1);
-    const double commit = weight(sentence, Cue::commit) + when(due, 0.4) + when(asked, 0.4) +
-                          std::min(0.2, positive) - when(cues.has(Cue::decide), 0.3);
-    const double offer =
-        weight(sentence, Cue::offer) + when(due, 0.3) + when(asked, 0.3) + std::min(0.4, positive);
-    const double deliver = weight(sentence, Cue::deliver) + 0.4 + when(asked, 0.3);
-    return std::max({when(cues.has(Cue::commit), commit), when(cues.has(Cue::offer), offer),
-                     when(due && cues.has(Cue::deliver), deliver)});
+    const double taken = static_cast<double>(
+        std::max({cues[Cue::commit], cues[Cue::offer], cues[Cue::accept], cues[Cue::deliver]}));
+    const double given = static_cast<double>(std::max(cues[Cue::request], cues[Cue::assign]));
+    if (taken >= given) return taken > 0 ? std::optional(at(sentence).segment) : std::nullopt;
+    const auto own = turnOf_[sentence];
+    if (own + 1 >= turns_.size()) return std::nullopt;
+    const auto& next = turns_[own + 1];
+    const bool accepts = next.has(Cue::accept) || next.has(Cue::commit) || next.approves;
+    return accepts && differ(next, turns_[own]) ? std::optional(next.segment) : std::nullopt;
 }
 
-/// How surely the speaker gives it to somebody else.
-double Dialogue::giving(std::size_t sentence, bool due) const {
-    const auto& cues = cues_[sentence];
-    const double positive = replies(sentence, Cue::accept, 1) + replies(sentence, Cue::agree, 1);
-    const double request = weight(sentence, Cue::request) + when(due, 0.3) + std::min(0.3, positive) -
-                           replies(sentence, Cue::refuse, 1) - when(cues.has(Cue::decide), 0.5);
-    const double assign = weight(sentence, Cue::assign) + when(due, 0.2) + std::min(0.2, positive);
-    return std::max(when(cues.has(Cue::request), request), when(cues.has(Cue::assign), assign));
-}
-
-void Dialogue::findTask(std::size_t sentence, std::vector<Finding>& to) const {
-    const auto& cues = cues_[sentence];
-    const auto segment = at(sentence).segment;
-    const bool due = rules_.dueDate(at(sentence)).has_value();
-    const auto asked = before(sentence, {Cue::request, Cue::need, Cue::assign}, 2);
-    const bool byOther = asked && differ(turnOf(*asked), turnOf(sentence));
-    const double taken = taking(sentence, due, asked.has_value());
-    const double given = giving(sentence, due);
-    const double accepted = when(byOther && cues.has(Cue::accept), 1.5);
-    const bool conditional = !due && text_.text(text_.tokens(at(sentence))[0]) == "wenn";
-    const double score = std::max({taken, given, accepted}) - when(cues.has(Cue::unfit), 1.0) -
-                         when(cues.past, 0.6) - when(conditional, 0.5);
-    if (score < taskThreshold) return;
-
-    Finding task{Finding::Kind::task, static_cast<std::uint32_t>(sentence), segment, {}, score, std::nullopt};
-    auto context = segment, reply = segment;
-    const auto turn = turnOf_[sentence];
-    if (given >= std::max(taken, accepted)) {
-        if (turn + 1 < turns_.size() && differ(turns_[turn + 1], turns_[turn]) &&
-            (strongest(turns_[turn + 1], Cue::accept) > 0 || strongest(turns_[turn + 1], Cue::commit) > 0)) {
-            reply = turns_[turn + 1].segment;
-            task.actor = reply;
-        }
-    } else {
-        task.actor = segment;
-        if (byOther) {
-            context = at(*asked).segment;
-            const bool poor = taken >= accepted ? content(sentence) < 3 && content(*asked) > content(sentence)
-                                                : content(*asked) >= 2;
-            if (poor) task.sentence = static_cast<std::uint32_t>(*asked);
+Finding Dialogue::findingAt(std::size_t turn, Finding::Kind kind) const {
+    const auto sentence = best(turn, kind);
+    Finding finding{kind, static_cast<std::uint32_t>(sentence), turns_[turn].segment, {}, 0, {}};
+    finding.likelihood = likelihoods_[sentence][place(kind)];
+    finding.segments.push_back(finding.segment);
+    std::vector<std::size_t> around;
+    for (std::size_t distance = 1; distance <= supportReach; ++distance) {
+        if (turn >= distance) around.push_back(turn - distance);
+        if (turn + distance < turns_.size()) around.push_back(turn + distance);
+    }
+    std::erase_if(around, [&](auto other) { return likelihood(other, kind) < support; });
+    std::stable_sort(around.begin(), around.end(),
+                     [&](auto a, auto b) { return likelihood(a, kind) > likelihood(b, kind); });
+    for (const auto other : around) {
+        if (finding.segments.size() == mostSegments) break;
+        finding.segments.push_back(turns_[other].segment);
+        // "So machen wir's" says yes to what was said; "das lassen wir" must not stand as what it rejects.
+        const auto words = best(other, kind);
+        if (other < turn && content(finding.sentence) < 2 && content(words) > 2 && !rejects(sentence)) {
+            finding.sentence = static_cast<std::uint32_t>(words);
         }
     }
-    if (context == segment && turn > 0 && content(richest(turns_[turn])) < 2) {
-        context = turns_[turn - 1].segment;  // "Das mache ich.": what, was said before
-    }
-    task.sentence = telling(task.sentence);
-    task.segments = ascending({context, segment, reply});
-    to.push_back(std::move(task));
+    if (kind == Finding::Kind::task) finding.actor = actorOf(sentence);
+    return finding;
 }
 
-/// "So machen wir's" says yes to what was said last; "das lassen wir" must not stand as the idea it rejects.
-std::uint32_t Dialogue::meantBy(std::size_t sentence) const {
-    const bool affirms = !cues_[sentence].negated && content(sentence) == 0 && !rejects(sentence);
-    if (affirms && turnOf_[sentence] > 0) {
-        const auto meant = richest(turns_[turnOf_[sentence] - 1]);
-        if (content(meant) >= 3) return meant;
-    }
-    return static_cast<std::uint32_t>(sentence);
-}
-
-void Dialogue::findDecision(std::size_t sentence, std::vector<Finding>& to) const {
-    const auto& cues = cues_[sentence];
-    const auto segment = at(sentence).segment;
-    const double refused = replies(sentence, Cue::refuse, 1);
-    const bool objections = cues[Cue::propose] > 1;  // "dagegen hat niemand etwas?": no means yes
-    const double agreed = replies(sentence, Cue::agree, repliesWithin) + (objections ? refused : -refused);
-    if (cues.has(Cue::open)) return;
-    const auto proposed = before(sentence, {Cue::propose}, 4);
-    double score = weight(sentence, Cue::decide);
-    const bool settles = score < 1 && isSettling(sentence);
-    if (settles) score = 1.1;
-    if (score > 0) {
-        score += when(proposed.has_value(), 0.3) + when(!settles && concludes(sentence), 0.25) +
-                 std::clamp(agreed * 0.25, -0.5, 0.5);
-    } else if (cues.has(Cue::propose) && !settledSoon(sentence)) {
-        score = weight(sentence, Cue::propose) * 0.5 + std::clamp(agreed * 0.4, -1.0, 1.2);
-    } else {
-        return;
-    }
-    score -= when(cues.past, 0.8) + when(cues.hypothetical, 0.5) + when(cues.has(Cue::unfit), 1.0);
-    if (score < decisionThreshold) return;
-    const auto words = meantBy(sentence);
-    auto context = segment;
-    if (proposed && turnOf_[sentence] - turnOf_[*proposed] <= 3) {
-        context = at(*proposed).segment;
-    } else if (turnOf_[sentence] > 0 && content(richest(turnOf(sentence))) < 4) {
-        context = turns_[turnOf_[sentence] - 1].segment;
-    }
-    to.push_back({Finding::Kind::decision, words, segment, ascending({at(words).segment, context, segment}),
-                  score, std::nullopt});
-}
-
-void Dialogue::findQuestion(std::size_t sentence, std::vector<Finding>& to) const {
-    const auto& cues = cues_[sentence];
-    if (!cues.has(Cue::open) && !cues.has(Cue::unsure)) return;
-    const auto segment = at(sentence).segment;
-    const bool open = cues.has(Cue::open);
-    const auto asked = questionBefore(sentence, open ? openReach : unsureReach);
-    double score = std::max(weight(sentence, Cue::open), weight(sentence, Cue::unsure)) - when(cues.past, 0.5);
-    if (asked) score += turnOf_[sentence] - turnOf_[*asked] <= 2 ? 0.4 : 0.3;
-    score += std::min(0.4, 0.4 * (replies(sentence, Cue::unsure, 2) + replies(sentence, Cue::open, 2)));
-    if (!asked && (content(sentence) < 2 || !open)) return;
-    if (score < questionThreshold) return;
-    const auto words = telling(asked.value_or(sentence));
-    auto between = segment;
-    for (auto i = words + 1; i < sentence; ++i) {
-        if (cues_[i].has(Cue::unsure) || cues_[i].has(Cue::open)) between = at(i).segment;
-    }
-    to.push_back({Finding::Kind::openQuestion, words, segment, ascending({at(words).segment, between, segment}),
-                  score, std::nullopt});
-}
-
-/// Whether somebody else says something definite right behind it.
-bool Dialogue::answered(std::size_t question) const {
-    const auto next = turnOf_[question] + 1;
-    if (next >= turns_.size() || !differ(turns_[next], turnOf(question))) return false;
-    const auto& turn = turns_[next];
-    return strongest(turn, Cue::unsure) <= 0 && strongest(turn, Cue::open) <= 0 &&
-           !at(turn.endSentence - 1).question && content(richest(turn)) >= 2;
-}
-
-/// The question that the sentence leaves without an answer: a full one rather than the latest.
-std::optional<std::size_t> Dialogue::questionBefore(std::size_t sentence, std::size_t within) const {
-    std::optional<std::size_t> best;
-    double bestValue = 0;
-    for (auto i = sentence + 1; i > 0 && turnOf_[i - 1] + within >= turnOf_[sentence]; --i) {
-        if (!isQuestion(i - 1) || cues_[i - 1].has(Cue::request)) continue;
-        const auto words = static_cast<double>(content(telling(i - 1)));
-        const double value = std::min(words, 5.0) - 0.6 * (turnOf_[sentence] - turnOf_[i - 1]) + 4 +
-                             when(differ(turnOf(i - 1), turnOf(sentence)), 1.5) +
-                             when(!at(i - 1).question && cues_[i - 1].has(Cue::unsure), 2) -
-                             when(answered(i - 1), 3);
-        if (words >= 1 && value > bestValue) {
-            best = i - 1;
-            bestValue = value;
-        }
-    }
-    return best;
-}
-
-std::vector<Finding> Dialogue::findings() const {
+std::vector<Finding> Dialogue::findings(Finding::Kind kind) const {
     std::vector<Finding> all;
-    for (std::size_t i = 0; i < cues_.size(); ++i) {
-        findTask(i, all);
-        findDecision(i, all);
-        findQuestion(i, all);
+    for (std::size_t turn = 0; turn < turns_.size(); ++turn) {
+        if (likelihood(turn, kind) >= thresholds[place(kind)]) all.push_back(findingAt(turn, kind));
     }
     return all;
 }

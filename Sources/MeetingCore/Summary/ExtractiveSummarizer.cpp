@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <unordered_map>
 
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/Dialogue.h"
-#include "MeetingCore/Summary/SentenceRank.h"
+#include "MeetingCore/Summary/Reading.h"
 
 namespace meetingcore {
 
@@ -20,121 +19,10 @@ constexpr std::size_t mostTasks = 30;
 constexpr std::size_t mostQuestions = 15;
 constexpr std::size_t fewestMainPoints = 3;
 constexpr std::size_t mostMainPoints = 8;
-constexpr double secondsPerMainPoint = 600;
-constexpr double fullSentenceWords = 12;
-constexpr double decisionBonus = 2;
+constexpr double secondsPerMainPoint = 300;
 constexpr std::size_t maximumTextCharacters = 600;
 constexpr std::size_t mostTitleTerms = 3;
 constexpr std::size_t longestTitleTerm = 24;
-
-/// What is known of one meeting while it is read.
-struct Reading {
-    explicit Reading(const TranscriptDocument& of)
-        : document(of), text(of.segments), rules(text, namesIn(of, text)), speakers(speakersOf(of)) {}
-
-    static std::vector<std::string> namesIn(const TranscriptDocument& document, const GermanText& text);
-    static std::vector<std::uint32_t> speakersOf(const TranscriptDocument& document);
-
-    std::span<const GermanSentence> sentencesOf(std::uint32_t segment) const {
-        const auto& all = text.sentences();
-        const auto begin = std::lower_bound(all.begin(), all.end(), segment,
-                                            [](const auto& a, std::uint32_t b) { return a.segment < b; });
-        auto end = begin;
-        while (end != all.end() && end->segment == segment) ++end;
-        return {begin, end};
-    }
-
-    /// Of a finding's sentences, those beside the one that gave the text come last.
-    std::vector<GermanSentence> evidence(const Finding& finding) const {
-        std::vector<GermanSentence> list{text.sentences()[finding.sentence]};
-        for (const auto segment : finding.segments) {
-            for (const auto& sentence : sentencesOf(segment)) list.push_back(sentence);
-        }
-        return list;
-    }
-
-    std::string passage(std::uint32_t segment, std::uint32_t begin, std::uint32_t end) const {
-        return document.segments[segment].text.substr(begin, end - begin);
-    }
-
-    /// Whether the passage's quote shows anything: speech may stand behind nothing but blanks.
-    bool quotable(std::span<const std::uint32_t> cited) const {
-        std::string joined;
-        for (const auto segment : cited) joined += document.segments[segment].text + " ";
-        return !text::trimmed(text::prefix(joined, EvidenceSummary::maximumQuoteCharacters)).empty();
-    }
-
-    /// The sentence, with its neighbour in the segment where it says little: "Dann die kleine."
-    std::string tellingPassage(std::uint32_t number) const {
-        const auto& all = text.sentences();
-        auto begin = number, end = number;
-        if (text.contentWords(all[number]) < 2) {
-            if (number > 0 && all[number - 1].segment == all[number].segment) {
-                --begin;
-            } else if (number + 1 < all.size() && all[number + 1].segment == all[number].segment) {
-                ++end;
-            }
-        }
-        return passage(all[number].segment, all[begin].begin, all[end].end);
-    }
-
-    std::vector<bool> names() {
-        std::vector<bool> names(text.words().size());
-        for (const auto& sentence : text.sentences()) {
-            for (const auto& token : text.tokens(sentence)) names[token.word] = rules.isName(token);
-        }
-        return names;
-    }
-
-    const TranscriptDocument& document;
-    GermanText text;
-    CueRules rules;
-    std::vector<std::uint32_t> speakers;
-};
-
-/// The words of the label that the user gave a speaker; none for a default label.
-std::vector<std::string> givenName(const TranscriptDocument& document, const TranscriptSegment& segment) {
-    std::vector<std::string> name;
-    if (!segment.speakerID) return name;
-    const auto label = document.speakerLabel(segment);
-    if (label == TranscriptDocument::defaultSpeakerLabel(*segment.speakerID)) return name;
-    for (const auto word : text::words(label)) {
-        if (word.size() > 2) name.push_back(text::lowercased(word));
-    }
-    return name;
-}
-
-bool isTitle(std::string_view word) { return word == "frau" || word == "herr" || word == "herrn"; }
-
-/// The speakers' names and those that follow "Frau" or "Herr".
-std::vector<std::string> Reading::namesIn(const TranscriptDocument& document, const GermanText& text) {
-    std::set<std::string> names, seen;
-    for (const auto& segment : document.segments) {
-        if (!segment.speakerID || !seen.insert(*segment.speakerID).second) continue;
-        for (auto& word : givenName(document, segment)) names.insert(std::move(word));
-    }
-    for (const auto& sentence : text.sentences()) {
-        const auto tokens = text.tokens(sentence);
-        for (std::size_t i = 1; i < tokens.size(); ++i) {
-            if (isTitle(text.text(tokens[i - 1])) && text.words()[tokens[i].word].noun) {
-                names.insert(text.text(tokens[i]));
-            }
-        }
-    }
-    return {names.begin(), names.end()};
-}
-
-std::vector<std::uint32_t> Reading::speakersOf(const TranscriptDocument& document) {
-    std::map<std::pair<AudioSource, std::string>, std::uint32_t> numbers;
-    std::vector<std::uint32_t> speakers;
-    for (const auto& segment : document.segments) {
-        const auto next = static_cast<std::uint32_t>(numbers.size() + 1);
-        speakers.push_back(segment.speakerID
-                               ? numbers.try_emplace({segment.source, *segment.speakerID}, next).first->second
-                               : 0);
-    }
-    return speakers;
-}
 
 std::string sourceID(std::uint32_t segment) { return "s" + std::to_string(segment + 1); }
 
@@ -146,21 +34,30 @@ bool isObjectMarker(std::string_view word) {
     return words.contains(word);
 }
 
+/// Of a finding's sentences, those beside the one that gave the text come last.
+std::vector<GermanSentence> evidence(const Reading& reading, const Finding& finding) {
+    std::vector<GermanSentence> list{reading.text.sentences()[finding.sentence]};
+    for (const auto segment : finding.segments) {
+        for (const auto& sentence : reading.sentencesOf(segment)) list.push_back(sentence);
+    }
+    return list;
+}
+
 /// The person who is to act, if the cited segments name them: the speaker who took the task on, else who is
 /// addressed.
 std::optional<std::string> ownerOf(Reading& reading, const Finding& finding) {
     std::vector<std::string> actor;
     if (finding.actor) {
-        actor = givenName(reading.document, reading.document.segments[*finding.actor]);
+        actor = reading.givenName(*finding.actor);
         if (actor.empty()) return std::nullopt;
     }
-    for (const auto& sentence : reading.evidence(finding)) {
+    for (const auto& sentence : evidence(reading, finding)) {
         const auto tokens = reading.text.tokens(sentence);
         for (std::size_t i = 0; i < tokens.size(); ++i) {
             const auto& word = reading.text.text(tokens[i]);
             const bool meant = finding.actor ? std::find(actor.begin(), actor.end(), word) != actor.end()
-                                             : reading.rules.isName(tokens[i]);
-            const auto first = i > 0 && isTitle(reading.text.text(tokens[i - 1])) ? i - 1 : i;
+                                             : reading.names[tokens[i].word];
+            const auto first = i > 0 && isTitleOfAddress(reading.text.text(tokens[i - 1])) ? i - 1 : i;
             const bool object =
                 !finding.actor && first > 0 && isObjectMarker(reading.text.text(tokens[first - 1]));
             if (!meant || object) continue;
@@ -171,7 +68,7 @@ std::optional<std::string> ownerOf(Reading& reading, const Finding& finding) {
 }
 
 std::optional<std::string> dueDateOf(Reading& reading, const Finding& finding) {
-    for (const auto& sentence : reading.evidence(finding)) {
+    for (const auto& sentence : evidence(reading, finding)) {
         if (const auto due = reading.rules.dueDate(sentence)) {
             return reading.passage(sentence.segment, due->begin, due->end);
         }
@@ -191,89 +88,37 @@ RawBullet bulletOf(Reading& reading, const Finding& finding) {
     return bullet;
 }
 
-/// The strongest findings in the order of the conversation; of several that rest on one place only the
-/// strongest.
+/// The likeliest findings in the order of the conversation. A segment is cited once for each kind: what
+/// supports one point is no point of its own.
 std::vector<RawBullet> chosen(Reading& reading, std::vector<Finding> findings, std::size_t most) {
     std::stable_sort(findings.begin(), findings.end(),
-                     [](const auto& a, const auto& b) { return a.score > b.score; });
+                     [](const auto& a, const auto& b) { return a.likelihood > b.likelihood; });
     std::vector<Finding> kept;
-    std::set<std::uint32_t> heard, cited;
+    std::set<std::uint32_t> cited;
     for (auto& finding : findings) {
         if (kept.size() == most) break;
-        if (!reading.quotable(finding.segments)) continue;
-        const auto words = reading.text.sentences()[finding.sentence].segment;
-        // What was asked of somebody else may also be the context of a task of one's own.
-        if (finding.kind == Finding::Kind::task && words == finding.segment) {
-            std::erase_if(finding.segments,
-                          [&](auto segment) { return segment != words && heard.contains(segment); });
-        }
-        const bool sameQuestion = finding.kind == Finding::Kind::openQuestion && cited.contains(words);
-        if (sameQuestion || cited.contains(finding.segment) ||
-            std::any_of(finding.segments.begin(), finding.segments.end(),
-                        [&](auto segment) { return heard.contains(segment); })) {
+        if (cited.contains(finding.segment) ||
+            cited.contains(reading.text.sentences()[finding.sentence].segment)) {
             continue;
         }
-        heard.insert(finding.segment);
+        std::erase_if(finding.segments, [&](auto segment) { return cited.contains(segment); });
+        std::sort(finding.segments.begin(), finding.segments.end());
+        if (!reading.quotable(finding.segments)) continue;
         cited.insert(finding.segments.begin(), finding.segments.end());
         kept.push_back(std::move(finding));
     }
-    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) {
-        return std::pair(a.segments, a.sentence) < std::pair(b.segments, b.sentence);
-    });
+    std::sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.segments < b.segments; });
     std::vector<RawBullet> bullets;
     bullets.reserve(kept.size());
     for (const auto& finding : kept) bullets.push_back(bulletOf(reading, finding));
     return bullets;
 }
 
-/// The segment with the next or last one where the same person goes on; none where a quote would be empty.
-std::vector<std::uint32_t> sameBreath(const Reading& reading, std::uint32_t segment) {
-    const auto& speakers = reading.speakers;
-    std::vector<std::uint32_t> cited{segment};
-    if (speakers[segment] != 0 && segment + 1 < speakers.size() && speakers[segment + 1] == speakers[segment]) {
-        cited.push_back(segment + 1);
-    } else if (speakers[segment] != 0 && segment > 0 && speakers[segment - 1] == speakers[segment]) {
-        cited.insert(cited.begin(), segment - 1);
-    }
-    if (!reading.quotable(cited)) cited = {segment};
-    if (!reading.quotable(cited)) cited.clear();
-    return cited;
-}
-
-/// The most central sentences, each from another part of the meeting: one topic talked over at length would
-/// otherwise take all the places.
-std::vector<RawBullet> overviewOf(Reading& reading, const std::vector<Finding>& decisions) {
-    const auto& sentences = reading.text.sentences();
-    if (sentences.empty()) return {};
-    const auto& segments = reading.document.segments;
-    const double start = segments.front().startSeconds;
-    const double length = std::max(0.0, segments.back().endSeconds - start);
-    const auto parts =
-        std::min(fewestMainPoints + static_cast<std::size_t>(length / secondsPerMainPoint), mostMainPoints);
-    const auto ranks = rankSegments(reading.text, segments.size(), reading.names());
-    std::vector<bool> decided(segments.size());
-    for (const auto& decision : decisions) decided[sentences[decision.sentence].segment] = true;
-    const auto telling = [&](std::size_t i) {
-        const auto count = static_cast<double>(reading.text.tokens(sentences[i]).size());
-        return sentences[i].question ? 0
-                                     : ranks[sentences[i].segment] * std::min(1.0, count / fullSentenceWords) *
-                                           (decided[sentences[i].segment] ? decisionBonus : 1);
-    };
-    std::vector<RawBullet> bullets;
-    for (std::size_t part = 0; part < parts; ++part) {
-        const auto begin = sentences.size() * part / parts, end = sentences.size() * (part + 1) / parts;
-        std::size_t best = begin;
-        for (auto i = begin; i < end; ++i) {
-            if (telling(i) > telling(best)) best = i;
-        }
-        if (begin == end || telling(best) <= 0) continue;
-        const auto segment = sentences[best].segment;
-        const auto cited = sameBreath(reading, segment);
-        if (cited.empty()) continue;
-        bullets.push_back(bulletOf(
-            reading, {Finding::Kind::decision, static_cast<std::uint32_t>(best), segment, cited, 0, {}}));
-    }
-    return bullets;
+std::size_t mainPointsOf(const TranscriptDocument& document) {
+    const auto& segments = document.segments;
+    if (segments.empty()) return 0;
+    const double length = std::max(0.0, segments.back().endSeconds - segments.front().startSeconds);
+    return std::min(fewestMainPoints + static_cast<std::size_t>(length / secondsPerMainPoint), mostMainPoints);
 }
 
 /// Nouns of speech that name no topic.
@@ -294,23 +139,22 @@ bool isTopic(std::string_view word) {
 
 /// Up to three nouns that central segments share, the most telling first, as they are spelled in the
 /// transcript.
-std::vector<std::string> termsOf(Reading& reading) {
+std::vector<std::string> termsOf(const Reading& reading) {
     struct Term {
         double score = 0;
         std::size_t count = 0;
         std::map<std::string, std::size_t> spellings;
     };
     std::map<std::uint32_t, Term> terms;
-    const auto names = reading.names();
-    const auto ranks = rankSegments(reading.text, reading.document.segments.size(), names);
     for (const auto& sentence : reading.text.sentences()) {
         for (const auto& token : reading.text.tokens(sentence)) {
             const auto& word = reading.text.words()[token.word];
-            if (!word.noun || word.stem == GermanWord::noStem || names[token.word] || !isTopic(word.text))
+            if (!word.noun || word.stem == GermanWord::noStem || reading.names[token.word] ||
+                !isTopic(word.text))
                 continue;
             auto& term = terms[word.stem];
             const double length = std::min<double>(2.0, static_cast<double>(word.text.size()) / 8.0);
-            term.score += (0.2 + ranks[sentence.segment]) * length;
+            term.score += (0.2 + reading.centrality[sentence.segment]) * length;
             ++term.count;
             ++term.spellings[reading.passage(sentence.segment, token.begin, token.end)];
         }
@@ -346,16 +190,17 @@ MeetingSummary plain(const EvidenceSummary& summary) {
 
 }  // namespace
 
+ExtractiveSummarizer::ExtractiveSummarizer() : ExtractiveSummarizer(fittedWeights()) {}
+
 RawSummary ExtractiveSummarizer::points(const TranscriptDocument& document) const {
     Reading reading(document);
-    std::map<Finding::Kind, std::vector<Finding>> found;
-    for (auto& finding : Dialogue(reading.text, reading.rules, reading.speakers).findings()) {
-        found[finding.kind].push_back(std::move(finding));
-    }
-    return {overviewOf(reading, found[Finding::Kind::decision]),
-            chosen(reading, std::move(found[Finding::Kind::decision]), mostDecisions),
-            chosen(reading, std::move(found[Finding::Kind::task]), mostTasks),
-            chosen(reading, std::move(found[Finding::Kind::openQuestion]), mostQuestions)};
+    const Dialogue dialogue(reading, weights_);
+    const auto list = [&](Finding::Kind kind, std::size_t most) {
+        return chosen(reading, dialogue.findings(kind), most);
+    };
+    return {list(Finding::Kind::mainPoint, mainPointsOf(document)),
+            list(Finding::Kind::decision, mostDecisions), list(Finding::Kind::task, mostTasks),
+            list(Finding::Kind::openQuestion, mostQuestions)};
 }
 
 EvidenceSummary ExtractiveSummarizer::summarize(const TranscriptDocument& document) const {
@@ -363,7 +208,7 @@ EvidenceSummary ExtractiveSummarizer::summarize(const TranscriptDocument& docume
 }
 
 std::string ExtractiveSummarizer::title(const TranscriptDocument& document) const {
-    Reading reading(document);
+    const Reading reading(document);
     auto terms = termsOf(reading);
     if (terms.empty()) return "Gespräch ohne erkennbares Thema";
     if (terms.size() == 1) return "Gespräch zum Thema " + terms[0];

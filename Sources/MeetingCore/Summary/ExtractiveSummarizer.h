@@ -3,16 +3,21 @@
 #include <string>
 
 #include "MeetingCore/Summary/RawSummary.h"
+#include "MeetingCore/Summary/Signals.h"
 
 namespace meetingcore {
 
-/// Makes a summary without a language model, by choosing passages of the transcript: as overview those most
-/// central to the conversation, as decisions, tasks and open questions those whose German wording says so. It
-/// writes nothing of its own; every text is a sentence that was said.
+/// Makes a summary without a language model, by choosing passages of the transcript: those that their German
+/// wording, the replies of others and their place in the conversation make likely to hold a main point, a
+/// decision, a task or an open question. It writes nothing of its own; every text is a sentence that was said.
 ///
 /// The same transcript always gives the same result. Without state; calls may overlap.
 class ExtractiveSummarizer final : public Summarizing {
 public:
+    ExtractiveSummarizer();
+    /// With other weights than the fitted ones, which must outlive it: to measure how well fitting works.
+    explicit ExtractiveSummarizer(const WeightTable& weights) : weights_(weights) {}
+
     /// The points with their evidence, checked as any engine's are. Speakers' names, where the user gave them,
     /// help to see who is addressed; as owner a person counts only where the cited passage names them. Throws
     /// MeetingError (notConfigured) where the stemmer lacks German.
@@ -27,6 +32,9 @@ public:
 
     /// The contract's form, from segments alone: speakers have no names then. Done on return.
     std::future<MeetingSummary> summarize(std::span<const TranscriptSegment> segments) override;
+
+private:
+    const WeightTable& weights_;
 };
 
 }  // namespace meetingcore
