@@ -68,7 +68,7 @@ constexpr CuePhrases rows[] = {
      "wenn ich .. bis .. hätte|habe"},
     {Cue::assign, 1.5F, statement,
      "#name .. kümmert sich;kümmert sich .. #name;#name übernimmt;übernimmt .. #name;das macht|übernimmt "
-     "#name;das macht frau|herr;das macht der|die #name;geht an #name|frau|herrn|dich|euch|Sie;liegt .. "
+     "#name;das macht frau|herr;das macht der|die #name;geht an #name|frau|herrn|dich|euch|Sie;liegt|liegen .. "
      "bei #name|dir|euch|Ihnen;ist #name zuständig;#name ist .. zuständig|verantwortlich;verantwortlich "
      "ist #name|frau|herr;#name .. soll .. #do;soll #name .. #do;#name muss .. #do;#name #does .. #when;"
      "#name #does .. an|vor|ab|nach|rum|rein|zu|auf|aus|mit|ein $;#name und #name #do;#name wird .. #do;du "
@@ -226,7 +226,8 @@ constexpr CuePhrases rows[] = {
      "überblick"},
     // About the conversation itself, habits, and what is only said.
     {Cue::unfit, 1.0F, anywhere,
-     "ich sag* nur|nichts|mal|jetzt|es;das sag* ich;sagen|erzählen|erklären Sie uns|mir;nehm* ich .. als;^ "
+     "^ dann|jetzt|nun zu|zum|zur;leg* wir .. los;ich sag* nur|nichts|mal|jetzt|es;das sag* "
+     "ich;sagen|erzählen|erklären Sie uns|mir;nehm* ich .. als;^ "
      "bis morgen|dann|bald|später|mittwoch|freitag|montag $;mach* ich bis morgen|dann|bald $;bis mittwoch|"
      "freitag|montag dann;muss ich .. sagen;sag* ich|wir mal;ich frag* nur|mich;frag* ich mich;würde ich "
      "sagen;sag* mal;schau* mal;guck mal;hör mal;immer|meistens|normalerweise|seit;jeden tag|morgen|abend|"

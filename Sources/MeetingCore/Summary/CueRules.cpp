@@ -103,6 +103,7 @@ public:
         "müssen|soll|sollen|will|wollen|geht|gibt|heißt|bleibt|bleiben|kommt|kommen|braucht|bräuchte|"
         "müsste|würde|wäre|könnte|hätte|weiß|hatte|hatten|bin|bist|habt|seid");
     const std::int16_t settling = number("dann|also");
+    const std::int16_t towards = number("zu|zum|zur");
     const std::int16_t numeral = number(
         "#ord|eins|zwei|drei|vier|fünf|sechs|sieben|acht|neun|zehn|elf|zwölf|halb|*hundert|*tausend|"
         "*zig|0*|1*|2*|3*|4*|5*|6*|7*|8*|9*");
@@ -160,25 +161,32 @@ const Grammar& grammar() {
 CueRules::CueRules(const GermanText& text, std::span<const std::string> names)
     : text_(text),
       names_(names.begin(), names.end()),
-      elements_(text.words().size()),
+      words_(text.words().size()),
       tried_(grammar().rules.size(), 0) {}
 
-const std::vector<std::int16_t>& CueRules::elementsOf(const GermanToken& token) {
-    auto& elements = elements_[token.word];
-    if (!elements) {
-        const auto& word = text_.text(token);
-        const bool isName = std::find(names_.begin(), names_.end(), word) != names_.end();
-        elements = grammar().elementsOf(word, text_.words()[token.word].noun, isName);
-    }
-    return *elements;
+const CueRules::Word& CueRules::wordOf(const GermanToken& token) {
+    auto& word = words_[token.word];
+    if (word.known) return word;
+    const auto& spelled = text_.text(token);
+    const bool isName = std::find(names_.begin(), names_.end(), spelled) != names_.end();
+    word.known = true;
+    word.elements = grammar().elementsOf(spelled, text_.words()[token.word].noun, isName);
+    word.hypothesis = fits(token, grammar().hypothesis);
+    word.negation = fits(token, grammar().negation);
+    word.past = fits(token, grammar().past);
+    word.numeral = fits(token, grammar().numeral);
+    word.name = isName;
+    word.verb = fits(token, grammar().verb);
+    word.approval = fits(token, grammar().approval);
+    return word;
 }
 
 bool CueRules::fits(const GermanToken& token, std::int16_t element) {
-    const auto& elements = elementsOf(token);
-    return std::find(elements.begin(), elements.end(), element) != elements.end();
+    const auto& elements = wordOf(token).elements;
+    return std::binary_search(elements.begin(), elements.end(), element);
 }
 
-bool CueRules::isName(const GermanToken& token) { return fits(token, grammar().name); }
+bool CueRules::isName(const GermanToken& token) { return wordOf(token).name; }
 
 std::optional<std::size_t> CueRules::matchEnd(std::span<const std::int16_t> pattern, Tokens tokens,
                                               std::size_t at, bool first) {
@@ -245,7 +253,7 @@ Cues CueRules::match(const GermanSentence& sentence) {
     matchForm(sentence, cues);
     ++round_;
     for (const auto& token : tokens) {
-        for (const auto element : elementsOf(token)) {
+        for (const auto element : wordOf(token).elements) {
             for (const auto rule : grammar().rulesAt[static_cast<std::size_t>(element)]) {
                 if (std::exchange(tried_[rule], round_) == round_) continue;
                 const auto& [pattern, row] = grammar().rules[rule];
@@ -262,18 +270,22 @@ void CueRules::matchForm(const GermanSentence& sentence, Cues& cues) {
     const auto tokens = text_.tokens(sentence);
     bool verb = false, approval = false;
     for (const auto& token : tokens) {
-        cues.hypothetical = cues.hypothetical || fits(token, grammar().hypothesis);
-        cues.negated = cues.negated || fits(token, grammar().negation);
-        cues.past = cues.past || fits(token, grammar().past);
-        cues.numbered = cues.numbered || fits(token, grammar().numeral);
-        cues.named = cues.named || isName(token);
-        verb = verb || fits(token, grammar().verb);
-        approval = approval || fits(token, grammar().approval);
+        const auto& word = wordOf(token);
+        cues.hypothetical = cues.hypothetical || word.hypothesis;
+        cues.negated = cues.negated || word.negation;
+        cues.past = cues.past || word.past;
+        cues.numbered = cues.numbered || word.numeral;
+        cues.named = cues.named || word.name;
+        verb = verb || word.verb;
+        approval = approval || word.approval;
     }
     cues.addressed = isName(tokens.front()) || isName(tokens.back());
     cues.verbless = !verb && tokens.size() > 1;
-    cues.settles =
-        cues.verbless && (fits(tokens[0], grammar().settling) || fits(tokens[1], grammar().settling));
+    // "Dann zur Heizung." passes on to the next topic.
+    for (std::size_t i = 0; cues.verbless && i < 2; ++i) {
+        const bool passesOn = i + 1 < tokens.size() && fits(tokens[i + 1], grammar().towards);
+        cues.settles = cues.settles || (fits(tokens[i], grammar().settling) && !passesOn);
+    }
     cues.approves = (approval && tokens.size() <= longestApproval && !sentence.question && !cues.negated) ||
                     (tokens.size() <= 2 && fits(tokens[0], grammar().assent));
     const auto opener = std::find(openers.begin(), openers.end(), text_.text(tokens.front()));

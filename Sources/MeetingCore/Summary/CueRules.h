@@ -77,7 +77,15 @@ public:
 private:
     using Tokens = std::span<const GermanToken>;
 
-    const std::vector<std::int16_t>& elementsOf(const GermanToken& token);
+    /// What a word is to the phrases, worked out once.
+    struct Word {
+        bool known = false;
+        bool hypothesis = false, negation = false, past = false, numeral = false;
+        bool name = false, verb = false, approval = false;
+        std::vector<std::int16_t> elements;  ///< what of the phrases it fits, ascending
+    };
+
+    const Word& wordOf(const GermanToken& token);
     bool fits(const GermanToken& token, std::int16_t element);
     bool occurs(std::span<const std::int16_t> pattern, unsigned guards, const GermanSentence& sentence,
                 std::size_t core);
@@ -90,7 +98,7 @@ private:
 
     const GermanText& text_;
     std::vector<std::string> names_;
-    std::vector<std::optional<std::vector<std::int16_t>>> elements_;  ///< by word: what of the phrases it fits
+    std::vector<Word> words_;           ///< by word of the text
     std::vector<std::uint32_t> tried_;  ///< by phrase: the last sentence it was tried on
     std::uint32_t round_ = 0;
 };

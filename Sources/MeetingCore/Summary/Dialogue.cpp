@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <set>
 #include <string_view>
 #include <unordered_set>
 
@@ -26,6 +25,20 @@ constexpr std::size_t unsureWithin = 5;
 constexpr float plainWords = 2;  ///< the weight of the strongest cues
 
 constexpr std::size_t place(Finding::Kind kind) { return static_cast<std::size_t>(kind); }
+
+/// Some of those who spoke within a few turns.
+class People {
+public:
+    void add(std::uint32_t speaker) {
+        const auto end = speakers_.begin() + static_cast<std::ptrdiff_t>(count_);
+        if (std::find(speakers_.begin(), end, speaker) == end) speakers_[count_++] = speaker;
+    }
+    std::size_t count() const { return count_; }
+
+private:
+    std::array<std::uint32_t, std::max(repliesWithin, proposalsWithin)> speakers_{};
+    std::size_t count_ = 0;
+};
 
 float share(std::size_t part, std::size_t whole) {
     return std::min(1.0F, static_cast<float>(part) / static_cast<float>(whole));
@@ -57,20 +70,29 @@ Dialogue::Dialogue(Reading& reading, const WeightTable& weights)
     read();
     findChair();
     likelihoods_.resize(cues_.size());
-    for (std::size_t i = 0; i < cues_.size(); ++i) {
-        Likelihoods sums{};
-        for (std::size_t kind = 0; kind < sums.size(); ++kind) {
-            sums[kind] = static_cast<double>(weights.back().weights[kind]);
-        }
-        for (const auto& [signal, value] : signalsOf(i)) {
-            const auto& row = weights[static_cast<std::size_t>(signal)].weights;
-            for (std::size_t kind = 0; kind < sums.size(); ++kind) {
-                sums[kind] += static_cast<double>(row[kind] * value);
+    for (std::size_t i = 0; i < cues_.size(); ++i) judge(i, weights);
+    for (auto& turn : turns_) {
+        turn.best.fill(turn.firstSentence);
+        for (auto i = turn.firstSentence; i < turn.endSentence; ++i) {
+            for (std::size_t kind = 0; kind < turn.best.size(); ++kind) {
+                if (likelihoods_[i][kind] > likelihoods_[turn.best[kind]][kind]) turn.best[kind] = i;
             }
         }
-        for (std::size_t kind = 0; kind < sums.size(); ++kind) {
-            likelihoods_[i][kind] = 1 / (1 + std::exp(-sums[kind]));
-        }
+    }
+}
+
+void Dialogue::judge(std::size_t sentence, const WeightTable& weights) {
+    Likelihoods sums{};
+    const auto count = [&](const std::array<float, Finding::kindCount>& row, float value) {
+        for (std::size_t kind = 0; kind < sums.size(); ++kind)
+            sums[kind] += static_cast<double>(row[kind] * value);
+    };
+    count(weights.back().weights, 1);
+    for (const auto& [signal, value] : signalsOf(sentence)) {
+        count(weights[static_cast<std::size_t>(signal)].weights, value);
+    }
+    for (std::size_t kind = 0; kind < sums.size(); ++kind) {
+        likelihoods_[sentence][kind] = 1 / (1 + std::exp(-sums[kind]));
     }
 }
 
@@ -158,6 +180,7 @@ bool Dialogue::said(std::uint32_t stem, std::size_t from, std::size_t to, const 
 
 Dialogue::Signals Dialogue::signalsOf(std::size_t sentence) const {
     Signals signals;
+    signals.reserve(signalCount / 2);
     Collector to(signals);
     formSignals(sentence, to);
     neighbourSignals(sentence, to);
@@ -247,24 +270,24 @@ void Dialogue::neighbourSignals(std::size_t sentence, Collector& to) const {
 /// Who consents in the next turns, and whether it was proposed and consented to in the last ones.
 void Dialogue::replySignals(std::size_t sentence, Collector& to) const {
     const auto own = turnOf_[sentence];
-    std::set<std::uint32_t> agreers, approvers, agreed, approved;
+    People agreers, approvers, agreed, approved;
     bool proposed = false;
     for (std::size_t i = own + 1; i < turns_.size() && i <= own + repliesWithin; ++i) {
         const auto& turn = turns_[i];
         if (!differ(turn, turns_[own])) continue;
-        if (turn.has(Cue::agree) || turn.has(Cue::accept)) agreers.insert(turn.speaker);
-        if (turn.approves) approvers.insert(turn.speaker);
+        if (turn.has(Cue::agree) || turn.has(Cue::accept)) agreers.add(turn.speaker);
+        if (turn.approves) approvers.add(turn.speaker);
     }
     for (std::size_t i = own - std::min<std::size_t>(own, proposalsWithin); i < own; ++i) {
         const auto& turn = turns_[i];
-        if (turn.has(Cue::agree)) agreed.insert(turn.speaker);
-        if (turn.approves) approved.insert(turn.speaker);
+        if (turn.has(Cue::agree)) agreed.add(turn.speaker);
+        if (turn.approves) approved.add(turn.speaker);
         proposed = proposed || turn.has(Cue::propose);
     }
-    to.add(Signal::agreers, share(agreers.size(), 2));
-    to.add(Signal::approvers, share(approvers.size(), 2));
-    to.add(Signal::agreedBefore, share(agreed.size(), 2));
-    to.add(Signal::approvedBefore, share(approved.size(), 2));
+    to.add(Signal::agreers, share(agreers.count(), 2));
+    to.add(Signal::approvers, share(approvers.count(), 2));
+    to.add(Signal::agreedBefore, share(agreed.count(), 2));
+    to.add(Signal::approvedBefore, share(approved.count(), 2));
     to.add(Signal::proposedBefore, proposed);
 }
 
@@ -327,16 +350,8 @@ void Dialogue::echoSignals(std::size_t sentence, Collector& to) const {
     to.add(Signal::ahead, share(ahead, shared));
 }
 
-std::size_t Dialogue::best(std::size_t turn, Finding::Kind kind) const {
-    auto best = turns_[turn].firstSentence;
-    for (auto i = best; i < turns_[turn].endSentence; ++i) {
-        if (likelihoods_[i][place(kind)] > likelihoods_[best][place(kind)]) best = i;
-    }
-    return best;
-}
-
 double Dialogue::likelihood(std::size_t turn, Finding::Kind kind) const {
-    return likelihoods_[best(turn, kind)][place(kind)];
+    return likelihoods_[turns_[turn].best[place(kind)]][place(kind)];
 }
 
 bool Dialogue::rejects(std::size_t sentence) const {
@@ -363,7 +378,7 @@ std::optional<std::uint32_t> Dialogue::actorOf(std::size_t sentence) const {
 }
 
 Finding Dialogue::findingAt(std::size_t turn, Finding::Kind kind) const {
-    const auto sentence = best(turn, kind);
+    const auto sentence = turns_[turn].best[place(kind)];
     Finding finding{kind, static_cast<std::uint32_t>(sentence), turns_[turn].segment, {}, 0, {}};
     finding.likelihood = likelihoods_[sentence][place(kind)];
     finding.segments.push_back(finding.segment);
@@ -379,7 +394,7 @@ Finding Dialogue::findingAt(std::size_t turn, Finding::Kind kind) const {
         if (finding.segments.size() == mostSegments) break;
         finding.segments.push_back(turns_[other].segment);
         // "So machen wir's" says yes to what was said; "das lassen wir" must not stand as what it rejects.
-        const auto words = best(other, kind);
+        const auto words = turns_[other].best[place(kind)];
         if (other < turn && content(finding.sentence) < 2 && content(words) > 2 && !rejects(sentence)) {
             finding.sentence = static_cast<std::uint32_t>(words);
         }

@@ -56,6 +56,7 @@ private:
         bool dated = false;
         bool named = false;
         bool approves = false;
+        std::array<std::size_t, Finding::kindCount> best{};  ///< by Finding::Kind: its likeliest sentence
 
         float cue(Cue cue) const { return cues[static_cast<std::size_t>(cue)]; }
         bool has(Cue which) const { return cue(which) > 0; }
@@ -65,6 +66,7 @@ private:
 
     void read();
     void findChair();
+    void judge(std::size_t sentence, const WeightTable& weights);
     void formSignals(std::size_t sentence, Collector& to) const;
     void neighbourSignals(std::size_t sentence, Collector& to) const;
     void replySignals(std::size_t sentence, Collector& to) const;
@@ -78,7 +80,6 @@ private:
     const Turn* otherBehind(std::size_t turn) const;
     bool said(std::uint32_t stem, std::size_t from, std::size_t to, const Turn* byOtherThan) const;
     std::size_t content(std::size_t sentence) const { return reading_.text.contentWords(at(sentence)); }
-    std::size_t best(std::size_t turn, Finding::Kind kind) const;
     double likelihood(std::size_t turn, Finding::Kind kind) const;
     Finding findingAt(std::size_t turn, Finding::Kind kind) const;
     std::optional<std::uint32_t> actorOf(std::size_t sentence) const;
