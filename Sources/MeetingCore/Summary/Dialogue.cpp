@@ -11,7 +11,7 @@ namespace meetingcore {
 namespace {
 
 /// From which likelihood on a sentence holds a point; by Finding::Kind.
-constexpr std::array<double, Finding::kindCount> thresholds{0.25, 0.35, 0.2, 0.2};
+constexpr std::array<double, Finding::kindCount> thresholds{0.22, 0.32, 0.14, 0.2};
 /// From which likelihood on a turn beside it supports the point.
 constexpr double support = 0.08;
 constexpr std::size_t supportReach = 2;

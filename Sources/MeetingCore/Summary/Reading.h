@@ -14,6 +14,7 @@ namespace meetingcore {
 /// What is known of one meeting while it is read. Refers to the document.
 struct Reading {
     explicit Reading(const TranscriptDocument& of);
+    ~Reading() = default;
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
 
