@@ -13,6 +13,10 @@ namespace {
 
 using testing::MarkedMeeting;
 
+static_assert(static_cast<int>(MarkedMeeting::main) == static_cast<int>(Finding::Kind::mainPoint) &&
+                  static_cast<int>(MarkedMeeting::task) == static_cast<int>(Finding::Kind::task),
+              "marks and findings have their kinds in the same order");
+
 // Chosen by what meetings left out of the fit show.
 constexpr double shrinkage = 2;         ///< the larger, the nearer to 0 the weights stay
 constexpr double supportWeight = 0.3;   ///< of segments that merely support a mark: not quite without a point
