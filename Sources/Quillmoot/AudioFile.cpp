@@ -82,7 +82,7 @@ std::int16_t toSample(float value) {
 
 struct AudioFile::Decoder {
     struct CloseFile {
-        void operator()(SNDFILE* file) const { sf_close(file); }
+        void operator()(SNDFILE* open) const { sf_close(open); }
     };
     struct CloseConverter {
         void operator()(SRC_STATE* state) const { src_delete(state); }

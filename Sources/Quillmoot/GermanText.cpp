@@ -82,7 +82,7 @@ void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUI
         if (job.status == JobStatus::running && job.leaseUntil)
             seconds = std::max(seconds, std::ceil(job.leaseUntil->secondsSinceReferenceDate() - now));
     }
-    if (error.message().find("Ablauf der Sperre") == std::string::npos || seconds < 1) throw error;
+    if (error.message().find("Ablauf der Sperre") == std::string::npos || seconds < 1) throw;
     throw MeetingError::database(error.message() + " Sie endet in " +
                                  countOf(static_cast<std::size_t>(seconds), "Sekunde", "Sekunden") +
                                  ", wenn niemand sie verlängert.");

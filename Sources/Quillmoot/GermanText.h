@@ -30,7 +30,7 @@ std::string_view wordForJob(const std::string& status);
 /// The project's name; nothing without one.
 std::optional<std::string> projectName(const LibrarySnapshot& library, const MeetingEntry& meeting);
 
-/// Throws the error again; that a job is under a lease, with the time that it still has.
+/// In the handler of the error: throws it again; that a job is under a lease, with the time that it still has.
 [[noreturn]] void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting);
 
 /// How far a meeting's processing is. `document` is null where the transcript could not be read.

@@ -175,7 +175,7 @@ std::string commandPart(const CLI::App& command) {
 
 std::string manualPage(const CLI::App& program) {
     const auto& name = program.get_name();
-    auto text = ".\\\" -*- coding: utf-8 -*-\n.\\\" Made by `quillmoot manual`.\n.TH " + name + " 1 \"\" \"" +
+    auto text = ".\\\" -*- coding: utf-8 -*-\n.\\\" Made by `quillmoot manual`.\n.TH " + name + R"( 1 "" ")" +
                 name + " " QUILLMOOT_VERSION "\" Benutzerbefehle\n.nh\n.ad l\n.SH NAME\n" + name + " \\- " +
                 escaped(program.get_description()) + "\n.SH ÜBERSICHT\n" + usageLines(program) +
                 std::string(descriptionText.substr(1)) + ".SH BEFEHLE\n";

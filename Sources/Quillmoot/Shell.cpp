@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"
 #include "MeetingCore/Library/MeetingReference.h"
@@ -141,17 +142,23 @@ OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(roo
     endInterruptedRemovals(notices);
 }
 
-/// Whoever has the library open for changes knows that nobody removes audio now.
+/// Whoever has the library open for changes knows that nobody removes audio now. Where the trash has it, only
+/// the queue knows whether the removal came to its end.
 void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
-    const auto interrupted = AudioRemoval::interrupted(root_);
-    if (interrupted.empty()) return;
+    const auto& meetings = library_->snapshot().meetings;
+    const bool removed = std::ranges::any_of(
+        meetings, [&](const auto& meeting) { return AudioArchive::removed(meeting.id, root_); });
+    if (!removed && AudioRemoval::interrupted(root_).empty()) return;
     const auto recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
+    const auto knows = [&](const UUID& id) {
+        return std::ranges::find(meetings, id, &MeetingEntry::id) != meetings.end();
+    };
     const auto tell = [&](const UUID& id, const char* what) {
-        notices.line(std::string(what) + meeting(id.string()).title, Ink::yellow);
+        notices.line(what + (knows(id) ? meeting(id.string()).title : id.string()), Ink::yellow);
     };
     for (const auto& id : recovered.undone) tell(id, "Unterbrochenes Entfernen von Audio zurückgenommen: ");
     for (const auto& id : recovered.finished) {
-        enterRemoval(id);
+        if (knows(id)) enterRemoval(id);
         tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
     }
     for (const auto& problem : recovered.problems) notices.line(problem, Ink::red);

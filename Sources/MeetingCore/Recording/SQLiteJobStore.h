@@ -159,7 +159,7 @@ public:
         double createdAt;  ///< seconds since 1970
         std::string id;
 
-        auto operator<=>(const Place&) const = default;
+        auto operator<=>(const Place&) const = default;  // NOLINT(modernize-use-nullptr): misled by "< 0"
     };
 
     /// Hands the same results to `use` one by one, in no certain order and without a copy: each lies where it
