@@ -14,8 +14,6 @@ namespace meetingcore {
 namespace {
 
 using testing::agreement;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testing::MarkedMeeting;
 using testing::TestMeeting;

@@ -353,7 +353,8 @@ TEST_F(FileManagerTest, AtomicWriteThatFailsLeavesTheOldFileAndNothingElse) {
         if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
         const auto failure =
             refusal([&] { writeAtomically(files_, std::string(5000, 'x'), path("state.json")); });
-        return failure.find("kann nicht geschrieben werden: Die Datei ist zu groß") == failure.npos ? 1 : 0;
+        return failure.find("kann nicht geschrieben werden: Die Datei ist zu groß") == std::string::npos ? 1
+                                                                                                         : 0;
     });
     EXPECT_EQ(writer.wait(), 0);
     EXPECT_EQ(contentOf(path("state.json")), "old");

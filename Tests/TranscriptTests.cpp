@@ -63,8 +63,8 @@ TEST(SpeechResult, MustFitItsWindow) {
     }
     std::string text;
     for (int i = 0; i < 20'000; ++i) text += "e\u0301";
-    for (const std::size_t count : {20'000, 20'001}) {
-        const auto& expected = count == 20'000 ? valid : invalid;
+    for (const std::size_t count : {20'000U, 20'001U}) {
+        const auto& expected = count == 20'000U ? valid : invalid;
         EXPECT_EQ(failure([&](auto&, auto& first) { first.text = text; }), expected);
         EXPECT_EQ(failure([&](auto& r, auto&) { r.words.assign(count, {"w", -1e9, NAN}); }), expected);
         EXPECT_EQ(failure([&](auto& r, auto&) {

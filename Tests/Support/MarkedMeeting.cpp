@@ -75,40 +75,49 @@ void Agreement::add(const Agreement& other) {
     missed.insert(missed.end(), other.missed.begin(), other.missed.end());
 }
 
+namespace {
+
+bool cites(const EvidenceBullet& point, const MarkedMeeting::Mark& mark, const MarkedMeeting& meeting) {
+    return std::any_of(mark.places.begin(), mark.places.end(), [&](auto place) {
+        return std::find(point.sourceSegmentIDs.begin(), point.sourceSegmentIDs.end(),
+                         meeting.document.segments.at(place).id) != point.sourceSegmentIDs.end();
+    });
+}
+
+/// Compares one mark with the points of its kind, and notes in `right` which of them cite it.
+void compare(const MarkedMeeting::Mark& mark, const std::vector<EvidenceBullet>& points,
+             const MarkedMeeting& meeting, Agreement& result, std::vector<bool>& right) {
+    bool found = false, owner = false, due = false;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        if (!cites(points[i], mark, meeting)) continue;
+        found = right[i] = true;
+        owner = owner || alike(points[i].owner, mark.owner);
+        due = due || alike(points[i].dueDate, mark.due);
+    }
+    result.names += found ? static_cast<std::size_t>((mark.owner != "-") + (mark.due != "-")) : 0;
+    result.named += static_cast<std::size_t>(owner + due);
+    if (mark.optional) return;
+    ++result.marks;
+    result.found += found ? 1 : 0;
+    if (!found) result.missed.push_back(meeting.name + ": " + mark.note);
+}
+
+}  // namespace
+
 std::array<Agreement, 4> agreement(const MarkedMeeting& meeting, const EvidenceSummary& summary) {
-    const auto& segments = meeting.document.segments;
-    const auto cites = [&](const EvidenceBullet& point, const MarkedMeeting::Mark& mark) {
-        return std::any_of(mark.places.begin(), mark.places.end(), [&](auto place) {
-            return std::find(point.sourceSegmentIDs.begin(), point.sourceSegmentIDs.end(),
-                             segments.at(place).id) != point.sourceSegmentIDs.end();
-        });
-    };
     std::array<Agreement, 4> all;
     const std::array lists{&summary.decisions, &summary.tasks, &summary.openQuestions, &summary.overview};
     for (std::size_t kind = 0; kind < all.size(); ++kind) {
         auto& result = all[kind];
-        std::vector<bool> right(lists[kind]->size());
+        const auto& points = *lists[kind];
+        std::vector<bool> right(points.size());
         for (const auto& mark : meeting.marks) {
-            if (mark.kind != kind) continue;
-            bool found = false, owner = false, due = false;
-            for (std::size_t i = 0; i < right.size(); ++i) {
-                const auto& point = (*lists[kind])[i];
-                if (!cites(point, mark)) continue;
-                found = right[i] = true;
-                owner = owner || alike(point.owner, mark.owner);
-                due = due || alike(point.dueDate, mark.due);
-            }
-            result.names += found ? static_cast<std::size_t>((mark.owner != "-") + (mark.due != "-")) : 0;
-            result.named += static_cast<std::size_t>(owner + due);
-            if (mark.optional) continue;
-            ++result.marks;
-            result.found += found ? 1 : 0;
-            if (!found) result.missed.push_back(meeting.name + ": " + mark.note);
+            if (mark.kind == kind) compare(mark, points, meeting, result, right);
         }
-        result.points = right.size();
+        result.points = points.size();
         for (std::size_t i = 0; i < right.size(); ++i) {
             result.right += right[i] ? 1 : 0;
-            if (!right[i]) result.wrong.push_back(meeting.name + ": " + (*lists[kind])[i].text);
+            if (!right[i]) result.wrong.push_back(meeting.name + ": " + points[i].text);
         }
     }
     return all;
