@@ -56,9 +56,9 @@ protected:
 
     /// What bash offers for the last of the words.
     std::vector<std::string> bash(const std::string& words) const {
-        const auto script =
-            "cd '" + folder.string() + "'; source ./bash; COMP_WORDS=('" + program + "' " + words +
-            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmoot; printf '%s\\n' \"${COMPREPLY[@]}\"";
+        const auto script = "cd '" + folder.string() + "'; source ./bash; COMP_WORDS=('" + program + "' " +
+                            words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmoot; " +
+                            R"(printf '%s\n' "${COMPREPLY[@]}")";
         const auto result = testing::runProcess("/bin/bash", {"--norc", "-c", script});
         EXPECT_EQ(result.err, "") << words;
         auto lines = linesOf(result.out);

@@ -121,7 +121,7 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
 
     // A correction of what a point rests on makes this point stale, and the summary as a whole.
     const auto cited =
-        out("quillmoot summary Kundenportal --json | tr '{' '\\n' | grep -m1 -o '\"sources\":\\[\"[0-9A-F]*'");
+        out(R"(quillmoot summary Kundenportal --json | tr '{' '\n' | grep -m1 -o '"sources":\["[0-9A-F]*')");
     out("quillmoot correct Kundenportal " + cited.substr(cited.rfind('"') + 1, 8) + " 'Ganz anders.'");
     EXPECT_THAT(out("quillmoot summary Kundenportal"),
                 AllOf(HasSubstr("Zusammenfassung veraltet"),

@@ -271,7 +271,7 @@ int setField(Shell& shell, const Values& values) {
         const auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
         auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
         auto metadata = entry.metadata.value_or(MeetingMetadata{}).resolving(fields);
-        const auto value = text::trimmed(values.text.value_or(""));
+        const auto value = values.text ? text::trimmed(*values.text) : std::string_view();
         const auto removed = std::erase_if(metadata.fields, [&](const MeetingFieldValue& field) {
             return sameName(field.name, values.name) && !isDefined(field, fields);
         });
