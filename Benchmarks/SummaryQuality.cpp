@@ -12,9 +12,9 @@
 #include "Support/MarkedMeeting.h"
 #include "WeightFit.h"
 
+namespace meetingcore {
 namespace {
 
-using namespace meetingcore;
 using testing::Agreement;
 using testing::MarkedMeeting;
 using Totals = std::array<Agreement, 4>;
@@ -79,10 +79,7 @@ void printRows(const WeightTable& table) {
     }
 }
 
-}  // namespace
-
-int main(int argumentCount, char** arguments) {
-    const std::span<char*> given(arguments, static_cast<std::size_t>(argumentCount));
+int run(std::span<char*> given) {
     const auto has = [&](std::string_view option) {
         return std::find(given.begin(), given.end(), option) != given.end();
     };
@@ -96,4 +93,11 @@ int main(int argumentCount, char** arguments) {
     if (has("--developed")) return 0;
     report("Meetings held out", measured(load(MarkedMeeting::heldOut)), has("--detail-held-out"));
     return 0;
+}
+
+}  // namespace
+}  // namespace meetingcore
+
+int main(int argumentCount, char** arguments) {
+    return meetingcore::run({arguments, static_cast<std::size_t>(argumentCount)});
 }

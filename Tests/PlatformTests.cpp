@@ -368,7 +368,7 @@ TEST_F(FileManagerTest, ReadsPiecesOfRegularFilesOnly) {
     writeFile(path("file"), "0123456789");
     EXPECT_EQ(files_.read(path("file"), 0, 100), "0123456789");
     EXPECT_EQ(files_.read(path("file"), 3, 4), "3456");
-    for (const std::uint64_t offset : {10, 99}) EXPECT_EQ(files_.read(path("file"), offset, 4), "");
+    for (const std::uint64_t offset : {10U, 99U}) EXPECT_EQ(files_.read(path("file"), offset, 4), "");
     ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
     for (const auto& name : {"pipe", "."})
         EXPECT_THAT(refusal([&] { files_.read(path(name), 0, 10); }),
