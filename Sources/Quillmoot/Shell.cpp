@@ -149,7 +149,13 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     const bool removed = std::ranges::any_of(
         meetings, [&](const auto& meeting) { return AudioArchive::removed(meeting.id, root_); });
     if (!removed && AudioRemoval::interrupted(root_).empty()) return;
-    const auto recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
+    if (!pathExists(root_ / "quillmoot.sqlite")) return;  // lost, and not to be covered up by an empty one
+    AudioRemoval::Recovered recovered;
+    try {
+        recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
+    } catch (const MeetingError& error) {  // what was asked for may do without
+        notices.line(error.message(), Ink::red);
+    }
     const auto knows = [&](const UUID& id) {
         return std::ranges::find(meetings, id, &MeetingEntry::id) != meetings.end();
     };
