@@ -214,17 +214,65 @@ TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
     EXPECT_THAT(run("ulimit -f 8; " + worker), StartsWith("failed: "));
 }
 
-TEST_F(Worker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
+/// The worker with strace between it and the system.
+class WatchedWorker : public Worker {
+protected:
+    void SetUp() override {
+        if (testing::runProcess("/bin/sh", {"-c", "strace -f true"}).status != 0)
+            GTEST_SKIP() << "strace cannot watch processes here";
+    }
+    /// Runs the worker in the library's folder, after `before`; strace writes to the file `trace`.
+    std::string watched(const std::string& options, const std::string& before = "") const {
+        // The search for leaks cannot work where another program watches.
+        return run("cd " + root.string() + "; " + before + "ASAN_OPTIONS=detect_leaks=0 strace -f -o trace " +
+                   options + worker);
+    }
+    std::string traced() const { return contentOf(root / "trace"); }
+};
+
+TEST_F(WatchedWorker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
     // Whatever lies there is opened only if it is looked for, and then fails to load with a trace of its name.
     for (const auto* name : {"cuda", "blas", "cpu", "evil"})
         writeFile(root / (std::string("libggml-") + name + ".so"), "kein Code");
-    if (testing::runProcess("/bin/sh", {"-c", "strace -f true"}).status != 0)
-        GTEST_SKIP() << "strace cannot watch processes here";
-    const std::string noLeakCheck =
-        "ASAN_OPTIONS=detect_leaks=0 ";  // it cannot work where another program watches
-    EXPECT_EQ(run("cd " + root.string() + "; " + noLeakCheck + "strace -f -e trace=openat -o trace " + worker),
-              done);
-    EXPECT_THAT(contentOf(root / "trace"), ::testing::Not(HasSubstr("libggml-")));
+    EXPECT_EQ(watched("-e trace=openat "), done);
+    EXPECT_THAT(traced(), ::testing::Not(HasSubstr("libggml-")));
+}
+
+TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
+    int kept = 0;
+    for (const std::string call : {"write", "pwrite64", "fsync", "fdatasync", "mkdir", "rename"}) {
+        for (int number = 1;; ++number) {
+            writeFile(summary, "alt");
+            fs::remove_all(meeting.folder() / "summary-parts");
+            const auto outcome = watched("-e trace=" + call + " -e inject=" + call +
+                                         ":error=ENOSPC:when=" + std::to_string(number) + " ");
+            const auto where = call + " " + std::to_string(number) + ": " + outcome;
+            if (traced().find("(INJECTED)") == std::string::npos) break;
+            if (contentOf(summary) == "alt") {
+                EXPECT_THAT(outcome, HasSubstr("failed: ")) << where;
+                ++kept;
+            } else {
+                EXPECT_TRUE(TranscriptStorage::readOptional<SummaryArtifact>(summary)) << where;
+            }
+            for (const auto& file : fs::recursive_directory_iterator(meeting.folder()))
+                EXPECT_NE(file.path().extension(), ".tmp") << where;
+        }
+        EXPECT_THAT(run(worker), ::testing::AnyOf(done, allCached)) << "after " << call;
+    }
+    EXPECT_GE(kept, 6);
+}
+
+TEST_F(WatchedWorker, UsesNoModelThatWasExchangedBetweenItsCheckAndItsLoading) {
+    writeFile(summary, "alt");
+    // Two seconds pass before the second opening of the file, which follows the closing after the check.
+    const auto exchange = "until grep -q close trace; do sleep 0.02; done; cp '" + model.string() +
+                          "' gleich && mv gleich '" + model.string() + "'";
+    EXPECT_EQ(watched("-P '" + model.string() +
+                          "' -e trace=openat,close -e inject=openat:delay_enter=2000000:when=2 ",
+                      ": >trace; (" + exchange + ") & "),
+              "loadingSummary, failed: Die Modelldatei Qwen3-4B-Q4_K_M.gguf wurde während der Prüfung "
+              "ausgetauscht. Bitte erneut starten.");
+    EXPECT_EQ(contentOf(summary), "alt");
 }
 
 TEST_F(Worker, NeedsNoStandardStreams) {
