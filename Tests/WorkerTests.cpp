@@ -1,3 +1,4 @@
+#include <set>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -213,6 +214,26 @@ TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
     EXPECT_THAT(reported(child.wait()), StartsWith("loadingSummary, summarizing, failed: Eine Datei wurde "));
     EXPECT_THAT(run("ulimit -f 8; " + worker), StartsWith("failed: "));
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they end a process that gets no memory
+TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
+    std::set<std::string> messages;
+    for (int kibibytes = 40'000;; kibibytes += 2'000) {
+        ASSERT_LT(kibibytes, 2'000'000);
+        const auto limit = "ulimit -v " + std::to_string(kibibytes) + "; " + worker;
+        const auto result = testing::runProcess("/bin/sh", {"-c", limit}, environment);
+        if (result.status == 0) break;
+        if (result.status == 127) continue;  // not even its libraries could be loaded
+        EXPECT_EQ(result.status, 1) << limit << '\n' << result.out << result.err;
+        const auto lastLine = result.out.substr(result.out.rfind('\n', result.out.size() - 2) + 1);
+        messages.insert(json::decode<std::map<std::string, std::string>>(lastLine, lastLine)["message"]);
+    }
+    EXPECT_THAT(messages, ::testing::IsSupersetOf({"Qwen-Modell konnte nicht geladen werden.",
+                                                   "LLM-Kontext konnte nicht erstellt werden."}));
+    EXPECT_THAT(messages, ::testing::Not(::testing::Contains("")));
+    EXPECT_THAT(run(worker), allCached);
+}
+#endif
 
 /// The worker with strace between it and the system.
 class WatchedWorker : public Worker {
