@@ -6,10 +6,9 @@
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "Support/FileContent.h"
-#include "Support/Process.h"
+#include "Support/QuillmootShell.h"
 #include "Support/SampleMeeting.h"
 #include "Support/StandInModel.h"
-#include "Support/TemporaryFolder.h"
 
 namespace meetingcore {
 namespace {
@@ -23,8 +22,6 @@ using ::testing::Not;
 using ::testing::StartsWith;
 using testing::writeFile;
 
-const fs::path sampleFolder = fs::path(MEETING_SAMPLES_FOLDER) / "kundenportal";
-
 /// The keys of a JSON object, or of the first one in a list, in their order.
 std::string keysOf(const std::string& text) {
     simdjson::dom::parser parser;
@@ -36,53 +33,7 @@ std::string keysOf(const std::string& text) {
     return keys;
 }
 
-/// A person at a shell, with the sample's files in the current folder and everything of the user's elsewhere.
-class Quillmoot : public ::testing::Test {
-protected:
-    Quillmoot() {
-        fs::copy(sampleFolder / "files", here());
-        fs::create_directory(home.path() / "bin");
-        fs::create_symlink(MEETING_quillmoot_PATH, home.path() / "bin/quillmoot");
-    }
-    fs::path here() const { return home.path() / "hier"; }
-    fs::path root() const { return home.path() / "data/Quillstead"; }
-
-    /// Runs a shell's command line.
-    testing::ProcessResult sh(const std::string& command) const {
-        return testing::runProcess("/bin/sh", {"-c", "cd '" + here().string() + "' && " + command},
-                                   environment);
-    }
-    /// What a command that succeeds writes.
-    std::string out(const std::string& command) const {
-        const auto result = sh(command);
-        EXPECT_EQ(result.status, 0) << command << '\n' << result.err;
-        return result.out;
-    }
-    /// What a command that ends with this status says.
-    std::string err(const std::string& command, int status = 1) const {
-        const auto result = sh(command);
-        EXPECT_EQ(result.status, status) << command << '\n' << result.out;
-        return result.err;
-    }
-    void importSample() const {
-        out("quillmoot import --title Kundenportal --microphone microphone.ogg --meeting meeting.mp3 "
-            "--start '2026-09-14T08:00:00Z'");
-    }
-    void importTexts() const {
-        out("quillmoot transcript import Kundenportal --source microphone microphone.vtt && "
-            "quillmoot transcript import Kundenportal --source meeting meeting.vtt && "
-            "quillmoot speakers import Kundenportal speakers.rttm");
-    }
-
-    const testing::TemporaryFolder home;
-    testing::ChildProcess::Environment environment{{"HOME", home.path()},
-                                                   {"XDG_DATA_HOME", home.path() / "data"},
-                                                   {"XDG_CONFIG_HOME", home.path() / "config"},
-                                                   {"PATH", (home.path() / "bin").string() + ":/usr/bin:/bin"},
-                                                   {"MEETING_MODELS", "/fehlt"},
-                                                   {"TERM", "xterm"},
-                                                   {"TZ", "Europe/Berlin"}};
-};
+using Quillmoot = testing::QuillmootShell;
 
 TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     importSample();

@@ -441,7 +441,9 @@ void addListCommands(CLI::App& app, Shell& shell) {
     auto& searched =
         addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings",
                    [&shell, values] { return search(shell, values->words, values->json); });
-    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")->required();
+    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")
+        ->required()
+        ->allow_extra_args(false);  // or a word in brackets would be taken for a list
     withJSON(searched);
 
     auto& queued = addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",

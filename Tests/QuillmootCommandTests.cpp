@@ -1,0 +1,160 @@
+#include <set>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <simdjson.h>
+
+#include "Support/FileContent.h"
+#include "Support/QuillmootShell.h"
+
+namespace meetingcore {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+/// What a call may count on.
+enum class Needs { nothing, library, model };
+
+/// A call that succeeds on the sample; MEETING stands for the meeting.
+struct Call {
+    std::string line;
+    Needs needs = Needs::library;
+    bool reads = false;  ///< changes nothing, and has a form for programs
+};
+
+// clang-format off
+const std::vector<Call> calls{
+    {"list", Needs::library, true}, {"show MEETING", Needs::library, true}, {"search Wartung", Needs::library, true},
+    {"transcript MEETING", Needs::library, true}, {"speakers MEETING", Needs::library, true}, {"jobs MEETING", Needs::library, true},
+    {"project", Needs::library, true}, {"fields", Needs::library, true}, {"participants MEETING", Needs::library, true},
+    {"instructions MEETING", Needs::library, true}, {"summary MEETING", Needs::library, true}, {"audio MEETING --json"},
+    {"retention", Needs::nothing, true}, {"data-folder", Needs::nothing, true}, {"models", Needs::nothing, true}, {"doctor", Needs::nothing, true},
+    {"completion bash", Needs::nothing}, {"note MEETING"}, {"export MEETING --format text"}, {"export MEETING --format json"},
+    {"import --microphone meeting.mp3"}, {"transcript import MEETING --source meeting meeting.vtt"}, {"speakers import MEETING speakers.rttm"},
+    {"speakers none MEETING"}, {"transcribe MEETING --engine true"}, {"correct MEETING 1 Text"}, {"speaker MEETING 'Jana Keller' Jana"},
+    {"summarize MEETING --engine extractive"}, {"title MEETING --engine extractive"}, {"summarize MEETING", Needs::model}, {"title MEETING", Needs::model},
+    {"jobs MEETING retry"}, {"jobs MEETING restart --yes"}, {"rename MEETING Neu"}, {"pin MEETING"}, {"pin MEETING --off"}, {"note MEETING Text"},
+    {"participants MEETING --add Jana"}, {"project add A"}, {"project rename A B"}, {"project remove A"}, {"project assign MEETING A"},
+    {"fields add A"}, {"fields rename A B"}, {"fields remove A"}, {"fields set MEETING A Wert"}, {"instructions MEETING --reset"},
+    {"retention 30"}, {"remove-audio MEETING"},
+};
+// clang-format on
+
+std::string callFor(const Call& call, const std::string& meeting) {
+    auto line = "quillmoot " + call.line;
+    if (const auto at = line.find("MEETING"); at != std::string::npos) line.replace(at, 7, meeting);
+    return line;
+}
+
+class Commands : public testing::QuillmootShell {
+protected:
+    Commands() {
+        importSample();
+        importTexts();
+        out("quillmoot summarize Kundenportal --engine extractive && quillmoot project add Portal && "
+            "quillmoot fields add Kunde && quillmoot participants Kundenportal --add 'Meral Aydın'");
+    }
+};
+
+TEST_F(Commands, AreAllInThisTable) {
+    std::set<std::string> called, listed;
+    for (const auto& call : calls) called.insert(call.line.substr(0, call.line.find(' ')));
+    std::istringstream help(out("quillmoot --help"));
+    std::string line;
+    while (std::getline(help, line) && line != "Befehle:") {
+    }
+    while (std::getline(help, line) && line.starts_with("  "))
+        listed.insert(line.substr(2, line.find(' ', 2) - 2));
+    EXPECT_EQ(called, listed);
+}
+
+TEST_F(Commands, RefuseWhatTheyDoNotKnowAndChangeNothing) {
+    const auto library = testing::contentOf(root() / "library.json");
+    for (const auto& call : calls) {
+        EXPECT_THAT(err(callFor(call, "Kundenportal") + " --gibtesnicht", 2),
+                    StartsWith("Unerwartetes Argument: --gibtesnicht\nHilfe: quillmoot"));
+        if (call.line.find("MEETING") == std::string::npos) continue;
+        EXPECT_EQ(err(callFor(call, "Unbekannt")), "Kein Meeting passt zu „Unbekannt“.\n") << call.line;
+    }
+    EXPECT_EQ(testing::contentOf(root() / "library.json"), library);
+}
+
+TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
+    const auto expectRefused = [&](const std::string& options, const std::string& message) {
+        for (const auto& call : calls) {
+            if (call.needs == Needs::nothing) continue;
+            const auto result = sh(callFor(call, "Kundenportal") + options);
+            EXPECT_EQ(result.status, 1) << call.line;
+            EXPECT_EQ(result.out, "") << call.line;
+            EXPECT_THAT(result.err, HasSubstr(message)) << call.line;
+        }
+    };
+    testing::writeFile(root() / "library.json", "{");
+    expectRefused("", "„library.json“ ist kein gültiges JSON.");
+    EXPECT_EQ(testing::contentOf(root() / "library.json"), "{");
+    // What reads makes no folder where none is.
+    for (const auto& call : calls) {
+        if (!call.reads) continue;
+        const auto result = sh(callFor(call, "Kundenportal") + " --root fehlt");
+        const bool works = call.line == "data-folder" || call.line == "models";
+        EXPECT_EQ(result.status, works ? 0 : 1) << call.line << result.err;
+    }
+    EXPECT_FALSE(fs::exists(here() / "fehlt"));
+    out("quillmoot data-folder weg && rm -r weg");
+    expectRefused("", "Der gewählte Datenordner ist nicht erreichbar.");
+}
+
+TEST_F(Commands, WriteForProgramsForPipesAndForNarrowTerminals) {
+    for (const auto& call : calls) {
+        if (!call.reads) continue;
+        const auto command = callFor(call, "Kundenportal");
+        const auto plain = out(command);
+        EXPECT_THAT(plain, AllOf(Not(HasSubstr("\x1b")), ::testing::EndsWith("\n"))) << call.line;
+        simdjson::dom::parser parser;
+        EXPECT_EQ(parser.parse(out(command + " --json")).error(), simdjson::SUCCESS) << call.line;
+        EXPECT_EQ(sh(command + " | true").err, "") << call.line << " into a closed pipe";
+        EXPECT_THAT(err(command + " >/dev/full"), HasSubstr("Die Ausgabe konnte nicht geschrieben werden."))
+            << call.line;
+        if (call.needs == Needs::nothing || call.line.starts_with("show")) continue;  // paths are not cut
+        std::istringstream lines(
+            out("script -qec \"stty cols 40; NO_COLOR=1 " + command + "\" /dev/null </dev/null"));
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_THAT(line, Not(HasSubstr("\x1b"))) << call.line;
+            const auto characters =
+                std::ranges::count_if(line, [](char c) { return (c & 0xC0) != 0x80 && c != '\r'; });
+            EXPECT_LE(characters, 40) << call.line << ": " << line;
+        }
+    }
+}
+
+TEST_F(Commands, DoWhatTheySay) {
+    // clang-format off
+    const std::vector<std::tuple<std::string, std::string, std::string>> steps{
+        {"pin Kundenportal", "list", "★ Kundenportal"}, {"pin Kundenportal --off", "list", "  Kundenportal"},
+        {"project assign Kundenportal portal", "list --project Portal", "Kundenportal · Portal"}, {"project rename portal Kunden", "project", "1 Meeting"},
+        {"project remove Kunden", "list", "  Kundenportal\n"}, {"fields set Kundenportal Kunde Wettermann", "show Kundenportal", "Kunde           Wettermann"},
+        {"fields rename kunde Auftraggeber", "show Kundenportal", "Auftraggeber    Wettermann"}, {"fields remove Auftraggeber", "fields --json", "[]\n"},
+        {"instructions Kundenportal --base Kurz --hint Preise", "instructions Kundenportal --json", R"({"basePrompt":"Kurz","meetingPrompt":"Preise"})"},
+        {"instructions Kundenportal --reset", "instructions Kundenportal --json", R"("meetingPrompt":"")"},
+        {"note Kundenportal 'Erste Runde'", "note Kundenportal", "Erste Runde\n"}, {"note Kundenportal ''", "show Kundenportal --json", R"("notes":"")"},
+        {"title Kundenportal --engine extractive", "list", "Kundenportal"}, {"retention 400", "retention", "400 Tage"},
+        {"retention --apply", "show Kundenportal --json", R"("audioRemoved":false)"}, {"models --quick", "models --quick --json", R"("state":"missing")"},
+    };
+    // clang-format on
+    for (const auto& [command, check, expected] : steps) {
+        out("quillmoot " + command);
+        EXPECT_THAT(out("quillmoot " + check), HasSubstr(expected)) << command;
+    }
+    for (const std::string command : {"summarize", "title"})
+        EXPECT_THAT(err("quillmoot " + command + " Kundenportal --engine model"),
+                    HasSubstr("Qwen3-4B-Q4_K_M.gguf"));
+    for (const std::string word : {"'[ja]'", "'[Wartung,Preis]'"})
+        EXPECT_EQ(out("quillmoot search --json " + word), "[]\n") << "brackets and commas are not split";
+}
+
+}  // namespace
+}  // namespace meetingcore
