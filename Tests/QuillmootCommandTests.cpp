@@ -96,6 +96,11 @@ TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
     testing::writeFile(root() / "library.json", "{");
     expectRefused("", "„library.json“ ist kein gültiges JSON.");
     EXPECT_EQ(testing::contentOf(root() / "library.json"), "{");
+    fs::remove(root() / "library.json");
+    testing::writeFile(root() / "quillmoot.sqlite",
+                       "keine Datenbank, aber länger als deren Kopf " + std::string(200, 'x'));
+    EXPECT_THAT(sh("quillmoot doctor").out,
+                HasSubstr("„quillmoot.sqlite“ ist beschädigt; es hilft nur eine Sicherung."));
     // What reads makes no folder where none is.
     for (const auto& call : calls) {
         if (!call.reads) continue;

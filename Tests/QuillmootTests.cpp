@@ -135,6 +135,7 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
     const std::vector<std::pair<std::string, std::string>> failing{
         {"show Budget", "Kein Meeting passt zu „Budget“."}, {"--root /fehlt list", "Es gibt keinen Datenordner unter /fehlt."},
         {"import --microphone fehlt.wav", "„fehlt.wav“ gibt es nicht."},
+        {"import --microphone microphone.ogg --title 'a\ab'", "Der Titel darf keine Steuerzeichen enthalten."},
         {"import --microphone meeting.vtt", "„meeting.vtt“ ist keine lesbare Audiodatei: das Format ist unbekannt"},
         {"import --microphone microphone.ogg --meeting meeting.mp3", "Diese Aufnahme ist schon in der Bibliothek: „Kundenportal“"},
         {"transcript import Kundenportal --source meeting speakers.rttm", "speakers.rttm"},
@@ -313,6 +314,11 @@ TEST_F(Quillmoot, KeepsWhatAPersonGave) {
                 StartsWith("Mikrofon: 1 Sprecher wie bisher."));
     EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Von Hand"));
     EXPECT_THAT(err("quillmoot speakers none Kundenportal"), HasSubstr("hat schon Sprecher."));
+    // A recognition of speakers that was cut off.
+    out("sed -i 's/\"finished\":true/\"finished\":false/' ../data/*/Meetings/*/diarization.json");
+    EXPECT_THAT(err("quillmoot speakers import Kundenportal speakers.rttm"), HasSubstr("läuft noch."));
+    out("quillmoot speakers import Kundenportal speakers.rttm --replace");
+    EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Verarbeitung    transkribiert"));
 
     out("quillmoot fields add Kunde && quillmoot fields set Kundenportal Kunde Alt && "
         "quillmoot fields remove Kunde && quillmoot fields add kunde");

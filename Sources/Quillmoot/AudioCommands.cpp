@@ -117,8 +117,8 @@ std::vector<Input> inputsOf(const Values& values) {
 /// All of the recording but the project, which the library has to know.
 RecordingImport::Recording recordingOf(const Values& values, const std::vector<Input>& inputs) {
     RecordingImport::Recording recording;
-    recording.title = text::trimmed(values.title);
-    if (recording.title.empty()) throw UsageError("Der Titel darf nicht leer sein.");
+    if (text::trimmed(values.title).empty()) throw UsageError("Der Titel darf nicht leer sein.");
+    recording.title = checkedName(values.title, "Der Titel");
     recording.createdAt = lastChange(values.microphone.empty() ? values.application : values.microphone);
     if (values.start) {
         recording.createdAt = parseTime(*values.start);

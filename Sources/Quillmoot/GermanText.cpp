@@ -6,6 +6,9 @@
 #include <map>
 
 #include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Platform/Text.h"
+#include "Terminal.h"
 
 namespace meetingcore::quillmoot {
 
@@ -32,6 +35,14 @@ std::string lengthOf(double seconds) {
 }
 
 std::string shortID(const UUID& id) { return id.string().substr(0, 8); }
+
+std::string checkedName(const std::string& typed, const char* what) {
+    const auto name = text::trimmed(typed);
+    if (name.empty()) throw MeetingError::invalidData(std::string(what) + " darf nicht leer sein.");
+    if (printable(name) != name)
+        throw MeetingError::invalidData(std::string(what) + " darf keine Steuerzeichen enthalten.");
+    return std::string(name);
+}
 
 std::string_view trackName(AudioSource source) {
     return source == AudioSource::microphone ? "Mikrofon" : "Meeting-Ton";

@@ -21,6 +21,9 @@ std::string lengthOf(double seconds);
 /// The first eight digits of an identifier, which a person can type.
 std::string shortID(const UUID& id);
 
+/// The trimmed name; throws MeetingError where nothing is left, or what a terminal would act on.
+std::string checkedName(const std::string& typed, const char* what);
+
 std::string_view trackName(AudioSource source);
 
 /// One of our state words in German.

@@ -64,15 +64,6 @@ auto named(List& list, const std::string& name, const std::string& what) {
     return found;
 }
 
-/// The trimmed name; throws where nothing is left, or what a terminal would act on.
-std::string nameOf(const std::string& typed, const char* what) {
-    const auto name = text::trimmed(typed);
-    if (name.empty()) throw MeetingError::invalidData(std::string(what) + " darf nicht leer sein.");
-    if (printable(name) != name)
-        throw MeetingError::invalidData(std::string(what) + " darf keine Steuerzeichen enthalten.");
-    return std::string(name);
-}
-
 /// Throws where a project other than `self` has this name.
 void requireFree(const std::vector<MeetingProject>& projects, const std::string& name,
                  const std::optional<UUID>& self = {}) {
@@ -82,7 +73,7 @@ void requireFree(const std::vector<MeetingProject>& projects, const std::string&
 }
 
 int rename(Shell& shell, const Values& values) {
-    const auto title = nameOf(values.name, "Der Titel");
+    const auto title = checkedName(values.name, "Der Titel");
     auto open = shell.openLibrary();
     open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) {
         entry.title = title;
@@ -136,7 +127,7 @@ int listProjects(Shell& shell, const Values& values) {
 }
 
 int addProject(Shell& shell, const Values& values) {
-    const auto name = nameOf(values.name, "Der Name");
+    const auto name = checkedName(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         requireFree(library.projects, name);
         library.projects.push_back({UUID::random(), name});
@@ -147,7 +138,7 @@ int addProject(Shell& shell, const Values& values) {
 int renameProject(Shell& shell, const Values& values) {
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         const auto project = named(library.projects, values.name, "Ein Projekt");
-        const auto name = nameOf(values.newName, "Der Name");
+        const auto name = checkedName(values.newName, "Der Name");
         requireFree(library.projects, name, project->id);
         project->name = name;
     });
@@ -181,7 +172,7 @@ int assignProject(Shell& shell, const Values& values) {
 
 /// Adds a name unless it is there; throws where the metadata would cut it or leave it out.
 void addParticipant(MeetingMetadata& metadata, const std::string& typed) {
-    const auto name = nameOf(typed, "Ein Name");
+    const auto name = checkedName(typed, "Ein Name");
     if (text::exceeds(name, MeetingMetadata::maximumParticipantCharacters))
         throw MeetingError::invalidData("Ein Name darf höchstens 100 Zeichen haben.");
     const auto known = [&](const std::string& other) { return sameName(other, name); };
@@ -246,7 +237,7 @@ bool isDefined(const MeetingFieldValue& value, const std::vector<MeetingFieldDef
 
 /// Adds a field. What meetings still say in a removed one of this name belongs to the new one.
 int addField(Shell& shell, const Values& values) {
-    const auto name = nameOf(values.name, "Der Name");
+    const auto name = checkedName(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
         const auto id = UUID::random();
@@ -346,7 +337,7 @@ void addFieldCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>
         ->required();
     auto& renamed = addCommand(fields, shell, "rename", "Benennt ein Feld um", [&shell, values] {
         return changeFields(shell, [&](auto& list) {
-            named(list, values->name, "Ein Feld")->name = nameOf(values->newName, "Der Name");
+            named(list, values->name, "Ein Feld")->name = checkedName(values->newName, "Der Name");
         });
     });
     renamed.add_option("NAME", values->name, "Der bisherige Name")->required();

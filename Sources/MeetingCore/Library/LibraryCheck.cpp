@@ -121,10 +121,20 @@ private:
                                         : ". Bitte die Datei zurückholen; --repair legt eine neue an."));
             if (!options_.repair) return;
         }
-        database_ = std::make_unique<SQLiteJobStore>(file);
-        const auto problems = database_->integrityProblems();
-        for (const auto& problem : problems) add(Severity::error, topic, problem);
-        if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
+        // What SQLite itself says is in English, and helps whoever is asked for help.
+        const auto addDamage = [&](const std::string& problem) {
+            add(Severity::error, topic,
+                "„quillmoot.sqlite“ ist beschädigt; es hilft nur eine Sicherung. (" + problem + ")");
+        };
+        try {
+            database_ = std::make_unique<SQLiteJobStore>(file);
+            const auto problems = database_->integrityProblems();
+            for (const auto& problem : problems) addDamage(problem);
+            if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
+        } catch (const MeetingError& error) {
+            if (error.kind() != MeetingError::Kind::database) throw;
+            addDamage(error.message());
+        }
     }
 
     /// After the removals, which end jobs.

@@ -168,20 +168,24 @@ void renewNames(TranscriptEdits& edits, const std::optional<DiarizationResult>& 
     edits.speakerGeneration = diarization.generation;
 }
 
-/// What is to be replaced; a file that cannot be read is, as if there were none.
+void refuseUnfinished(const std::optional<DiarizationResult>& diarization) {
+    if (diarization && !diarization->finished)
+        throw MeetingError::invalidData(
+            "Die Sprechererkennung dieses Meetings läuft noch. Wurde sie abgebrochen: ersetzen (--replace).");
+}
+
+/// What is to be replaced; a file that cannot be read, or of a recognition that did not finish, is, as if there
+/// were none.
 std::optional<DiarizationResult> present(const UUID& session, const std::filesystem::path& root,
                                          Existing existing, FileManager& files) {
     try {
-        return TranscriptStorage::loadDiarization(session, root, files);
+        auto diarization = TranscriptStorage::loadDiarization(session, root, files);
+        if (existing == Existing::refuse) refuseUnfinished(diarization);
+        return diarization && diarization->finished ? diarization : std::nullopt;
     } catch (const MeetingError&) {
         if (existing == Existing::refuse) throw;
         return std::nullopt;
     }
-}
-
-void refuseUnfinished(const std::optional<DiarizationResult>& diarization) {
-    if (diarization && !diarization->finished)
-        throw MeetingError::invalidData("Die Sprechererkennung dieses Meetings läuft noch.");
 }
 
 std::vector<Track> read(const SpeakerTurnFile& file, std::span<const Selection> selections, const UUID& session,
@@ -216,7 +220,6 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
                          SQLiteJobStore& database, Existing existing, FileManager& files) {
     auto tracks = read(file, selections, session, root, database, files);
     const auto replaced = present(session, root, existing, files);
-    refuseUnfinished(replaced);
     std::vector<Report> reports;
     for (auto& track : tracks) {
         const auto before = turnsOn(track.source, replaced);
