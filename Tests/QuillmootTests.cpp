@@ -228,6 +228,12 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
     EXPECT_THAT(out("quillmoot audio Kurz && quillmoot list"),
                 HasSubstr("09:00  14:59  Transkript 0 von 15  Kurz"));
 
+    fs::remove(folder / "session.json");
+    EXPECT_THAT(out("quillmoot doctor || true"), HasSubstr("„session.json“ fehlt"));
+    fs::remove_all(chunk(3));
+    out(command + "'2026-03-14 10:00' && quillmoot audio Kurz");
+    EXPECT_TRUE(fs::exists(folder / "session.json"));
+
     // Two recordings that differ in the middle alone are two.
     out("head -c 4000000 lang.wav >eins.wav && cp eins.wav zwei.wav && "
         "printf Ton | dd of=zwei.wav bs=1 seek=2000000 conv=notrunc");
@@ -236,6 +242,10 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
                     HasSubstr("bricht ab"));
     }
     EXPECT_EQ(MeetingLibrary::read(root() / "library.json").meetings.size(), 3U);
+    // Some writers count the header of a WAV file in.
+    out("python3 -c \"f=open('eins.wav','r+b'); f.seek(4); f.write((3999996).to_bytes(4,'little')); "
+        "f.seek(40); f.write((3999956).to_bytes(4,'little'))\"");
+    EXPECT_EQ(sh("quillmoot import --title Ganz --meeting eins.wav").err, "");
 }
 
 TEST_F(Quillmoot, KeepsToDataFoldersThatAreMeant) {
@@ -246,6 +256,13 @@ TEST_F(Quillmoot, KeepsToDataFoldersThatAreMeant) {
     out("mkdir alt && cp ../hier/leer/library.json alt && quillmoot data-folder alt && quillmoot project");
     EXPECT_THAT(out("quillmoot data-folder neu --root alt"), HasSubstr("/neu\n"));
     EXPECT_THAT(err("quillmoot data-folder ."), HasSubstr("Bitte einen leeren Ordner"));
+    EXPECT_THAT(err("quillmoot data-folder ''", 2), HasSubstr("PFAD darf nicht leer sein."));
+    out("mkdir -p fremd/.wichtig.tmp && touch fremd/brief.txt fremd/.wichtig.tmp/x");
+    for (const auto* const option : {"", " --repair"}) {
+        EXPECT_THAT(err("quillmoot --root fremd doctor" + std::string(option)),
+                    HasSubstr("ist kein Datenordner."));
+    }
+    EXPECT_EQ(out("ls -A fremd; ls fremd/.wichtig.tmp"), ".wichtig.tmp\nbrief.txt\nx\n");
     fs::remove_all(here() / "neu");
     for (const auto* const command : {"list", "project add B", "import --microphone microphone.ogg"}) {
         EXPECT_THAT(err("quillmoot " + std::string(command)),
@@ -259,6 +276,7 @@ TEST_F(Quillmoot, KeepsToDataFoldersThatAreMeant) {
                     "quillmoot list --root neu && chmod u+w neu"),
                 HasSubstr("Transkript 0 von 7"));
     out("rm neu/quillmoot.sqlite");
+    EXPECT_THAT(err("quillmoot data-folder neu"), HasSubstr("Bitte die Datei zurückholen"));
     EXPECT_THAT(sh("quillmoot doctor --root neu; quillmoot list --root neu; quillmoot doctor --root neu").out,
                 Not(HasSubstr("keine Aufträge")));
     EXPECT_THAT(sh("quillmoot doctor --repair --root neu; quillmoot doctor --root neu").out,
@@ -379,14 +397,14 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     EXPECT_THAT(err("flock '" + (root() / "application.lock").string() + "' quillmoot pin Kundenportal"),
                 Not(IsEmpty()));
     out("flock '" + (root() / "application.lock").string() + "' quillmoot list");
-    writeFile(root() / ".library.json.123.tmp", "Rest");
+    writeFile(root() / ".library.json.3B241101-E2BB-4255-8CAF-4136C566A962.tmp", "Rest");
     out("cd '" + (root() / "Meetings").string() +
         "'/* && mkdir .Transkription.X.partial && touch .Transkription.X.partial/audio.wav");
     EXPECT_THAT(out("quillmoot doctor"),
                 HasSubstr("2 Reste unterbrochener Schreibvorgänge (--repair räumt auf)."));
     EXPECT_THAT(out("quillmoot doctor --repair"),
                 HasSubstr("2 Reste unterbrochener Schreibvorgänge entfernt."));
-    EXPECT_FALSE(fs::exists(root() / ".library.json.123.tmp"));
+    EXPECT_FALSE(fs::exists(root() / ".library.json.3B241101-E2BB-4255-8CAF-4136C566A962.tmp"));
     // A removal that was cut off while it gathered the audio is taken back by the next command that changes
     // things.
     out("cd '" + (root() / "Meetings").string() +

@@ -160,6 +160,8 @@ double AudioFile::seconds() const {
 }
 
 bool AudioFile::isCutOff() const {
+    // Some count the eight bytes before what the size is of, and a padding byte is often left out.
+    constexpr std::uint64_t uncertainBytes = 8;
     constexpr sf_count_t estimateSeconds = 3;  // the headers of some sound files promise a little too much
     const auto& decoder = *decoder_;
     const auto missing =
@@ -168,7 +170,7 @@ bool AudioFile::isCutOff() const {
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
     std::error_code unknown;
     const auto size = std::filesystem::file_size(file_, unknown);
-    const bool isShort = !unknown && announcedBytes_ > size + 1;  // a padding byte is often left out
+    const bool isShort = !unknown && announcedBytes_ > size + uncertainBytes;
     return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed || isShort;
 }
 

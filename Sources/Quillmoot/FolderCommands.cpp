@@ -61,11 +61,9 @@ bool isFolder(const fs::path& path) {
 }
 
 int dataFolder(Shell& shell, const Values& values) {
+    if (values.path && values.path->empty()) throw UsageError("PFAD darf nicht leer sein.");
     const auto root = values.path ? fs::absolute(*values.path).lexically_normal() : shell.root();
-    if (values.path) {
-        if (values.path->empty()) throw UsageError("PFAD darf nicht leer sein.");
-        Shell::chooseFolder(root);
-    }
+    if (values.path) Shell::chooseFolder(root);
     const FolderRow row{root.string(), isFolder(root), root == DataDirectoryPreference::defaultRoot()};
     if (values.json) {
         shell.writeJSON(row);
@@ -118,10 +116,11 @@ int doctor(Shell& shell, const Values& values) {
     // A broken library is what is to be found out, so it is not opened; only the locks matter here.
     std::optional<WorkerLock> application;
     std::optional<WorkerLock> inference;
+    if (values.repair || ::access(root.c_str(), R_OK | X_OK) == 0)
+        DataFolder{root};  // leaves others' folders be
     if (values.repair) {
-        if (!isFolder(root)) DataFolder{root};  // says what is missing
-        application.emplace(root, WorkerLock::Purpose::application);
-        inference.emplace(root, WorkerLock::Purpose::inference);
+        takeLock(application, root, WorkerLock::Purpose::application);
+        takeLock(inference, root, WorkerLock::Purpose::inference);
         options.repair = moveToSystemTrash;
     }
     options.models = modelFolder(values.models, root);

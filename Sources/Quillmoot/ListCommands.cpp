@@ -371,8 +371,9 @@ JobRow rowOf(const JobState& job) {
 void openJobs(const UUID& meeting, const std::string& action, bool confirmed, DataFolder& folder) {
     if (AudioArchive::removed(meeting, folder.root()))
         throw MeetingError::invalidData("Das Audio dieses Meetings wurde bewusst entfernt.");
-    if (action == "retry") return folder.jobs().retrySession(meeting);
-    const auto finished = folder.jobs().jobStats(meeting)["completed"];
+    auto& jobs = pathExists(folder.root() / "quillmoot.sqlite") ? folder.queue() : folder.jobs();
+    if (action == "retry") return jobs.retrySession(meeting);
+    const auto finished = jobs.jobStats(meeting)["completed"];
     if (finished > 0 && !confirmed) {
         throw MeetingError::invalidData(
             "Das legt " +
@@ -380,7 +381,7 @@ void openJobs(const UUID& meeting, const std::string& action, bool confirmed, Da
             " beiseite, damit alles neu transkribiert wird; bis dahin fehlt der Text. Mit --yes geschieht es.");
     }
     try {
-        folder.jobs().restartSession(meeting);
+        jobs.restartSession(meeting);
     } catch (const MeetingError& error) {
         rethrowWithLease(error, folder.jobs(), meeting);
     }

@@ -91,6 +91,17 @@ void complete(const fs::path& root) {
     if (!pathExists(root / "quillmoot.sqlite")) openJobs(root);
 }
 
+/// A database that is missing beside meetings is lost, which is not to be covered up.
+void refuseLostDatabase(const fs::path& root) {
+    const auto library = root / "library.json";
+    if (pathExists(root / "quillmoot.sqlite") || !pathExists(library)) return;
+    if (MeetingLibrary::read(library).meetings.empty()) return;
+    throw MeetingError::storage(
+        "In " + root.string() +
+        " fehlt „quillmoot.sqlite“ mit den Transkripten. Bitte die Datei zurückholen; „quillmoot doctor "
+        "--repair“ mit diesem Ordner als --root legt eine neue an.");
+}
+
 }  // namespace
 
 DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
@@ -135,9 +146,9 @@ OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(roo
     createDirectories(FileManager::system(), root_);
     requireAccess(root_, R_OK | W_OK | X_OK);
     requireOurs(root_);
-    takeLock();
+    takeLock(lock_, root_, WorkerLock::Purpose::application);
     library_.emplace(root_);
-    // A database that is missing beside meetings is lost, which is not to be covered up.
+    // Without meetings the database is not missed.
     if (library_->snapshot().meetings.empty()) complete(root_);
     endInterruptedRemovals(notices);
 }
@@ -179,13 +190,12 @@ void OpenLibrary::enterRemoval(const UUID& meeting) {
                                 TranscriptStorage::sessionDirectory(root_, meeting));
 }
 
-/// Another command holds the lock for moments, the recorder for hours.
-void OpenLibrary::takeLock() {
+void takeLock(std::optional<WorkerLock>& lock, const fs::path& root, WorkerLock::Purpose purpose) {
     constexpr auto pause = std::chrono::milliseconds(50);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (!lock_) {
+    while (!lock) {
         try {
-            lock_.emplace(root_, WorkerLock::Purpose::application);
+            lock.emplace(root, purpose);
         } catch (const MeetingError&) {
             if (std::chrono::steady_clock::now() > end) throw;
             std::this_thread::sleep_for(pause);
@@ -237,7 +247,10 @@ void Shell::chooseFolder(const fs::path& folder) {
     const bool used =
         std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
                             [&](const char* name) { return pathExists(folder / name); });
-    if (used && holdsOnlyOurs(folder)) complete(folder);
+    if (used && holdsOnlyOurs(folder)) {
+        refuseLostDatabase(folder);
+        complete(folder);
+    }
     auto defaults = UserDefaults::standard();
     DataDirectoryPreference::select(folder, defaults);
 }

@@ -25,6 +25,10 @@ class UsageError : public std::runtime_error {
     using runtime_error::runtime_error;
 };
 
+/// Takes the lock as soon as it is free, within two seconds: another command holds it for moments, the recorder
+/// for hours. Throws MeetingError (storage) after that.
+void takeLock(std::optional<WorkerLock>& lock, const std::filesystem::path& root, WorkerLock::Purpose purpose);
+
 /// A data folder opened for reading. Its parts are read when they are first asked for.
 class DataFolder {
 public:
@@ -79,7 +83,6 @@ public:
     void enterRemoval(const UUID& meeting);
 
 private:
-    void takeLock();
     void endInterruptedRemovals(Terminal& notices);
 
     std::filesystem::path root_;

@@ -28,13 +28,22 @@ std::string countOf(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-/// What writeAtomically leaves behind when it is cut off.
-bool isInterruptedWrite(const std::string& name) { return name.starts_with('.') && name.ends_with(".tmp"); }
+/// What writeAtomically leaves behind when it is cut off: a file named after another, with an identifier.
+bool isInterruptedWrite(const fs::directory_entry& entry) {
+    constexpr std::string_view ending = ".tmp";
+    constexpr std::size_t identifier = 36;
+    const auto name = entry.path().filename().string();
+    if (!name.starts_with('.') || !name.ends_with(ending) || name.size() < identifier + ending.size() + 2)
+        return false;
+    const auto id = std::string_view(name).substr(name.size() - ending.size() - identifier, identifier);
+    return UUID::parse(id) && fs::is_regular_file(entry.symlink_status());
+}
 
 /// The audio that a recogniser was given.
-bool isRecognition(const fs::path& folder) {
-    const auto name = folder.filename().string();
-    return name.starts_with(".Transkription.") && name.ends_with(".partial");
+bool isRecognition(const fs::directory_entry& entry) {
+    const auto name = entry.path().filename().string();
+    return name.starts_with(".Transkription.") && name.ends_with(".partial") &&
+           fs::is_directory(entry.symlink_status());
 }
 
 class Check {
@@ -126,6 +135,9 @@ private:
             add(Severity::error, topic,
                 "„quillmoot.sqlite“ ist beschädigt; es hilft nur eine Sicherung. (" + problem + ")");
         };
+        const auto isDamage = [](const std::string& message) {
+            return message == "file is not a database" || message == "database disk image is malformed";
+        };
         try {
             database_ = std::make_unique<SQLiteJobStore>(file);
             const auto problems = database_->integrityProblems();
@@ -133,7 +145,11 @@ private:
             if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
         } catch (const MeetingError& error) {
             if (error.kind() != MeetingError::Kind::database) throw;
-            addDamage(error.message());
+            if (isDamage(error.message())) return addDamage(error.message());
+            add(Severity::error, topic,
+                "„quillmoot.sqlite“ kann nicht geprüft werden. Vielleicht arbeitet ein anderes Programm damit, "
+                "oder die Rechte oder der Platz auf dem Datenträger reichen nicht. (" +
+                    error.message() + ")");
         }
     }
 
@@ -184,7 +200,7 @@ private:
         add(Severity::fine, topic,
             countOf(report.chunks.size(), "Audioabschnitt", "Audioabschnitte") + " sind vollständig.");
         for (const auto& folder : report.incompleteDirectories) {
-            if (isRecognition(folder)) continue;
+            if (isRecognition(fs::directory_entry(folder))) continue;
             add(Severity::note, topic,
                 "Unvollständiger Audioabschnitt, von einem Absturz übrig: " +
                     folder.lexically_relative(meetings).string());
@@ -293,9 +309,8 @@ private:
         std::vector<fs::path> leftovers;
         const auto collect = [&](const fs::path& folder, bool recognising) {
             for (const auto& entry : fs::directory_iterator(folder)) {
-                const auto& path = entry.path();
-                if (isInterruptedWrite(path.filename().string()) || (!recognising && isRecognition(path)))
-                    leftovers.push_back(path);
+                if (isInterruptedWrite(entry) || (!recognising && isRecognition(entry)))
+                    leftovers.push_back(entry.path());
             }
         };
         collect(root_, false);

@@ -122,15 +122,16 @@ public:
                 DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress,
                 FileManager& files)
         : track_(track),
-          accumulator_(*PCMChunkAccumulator::make(
-              recording.session, track.source, secondsPerChunk, [&](const AudioChunk& chunk, auto samples) {
-                  const auto stored = identified(chunk);
-                  if (std::ranges::find(known, stored.id, &AudioChunk::id) == known.end())
-                      setAsideDamaged(store.chunkDirectory(stored), files);
-                  store.commit(stored, samples);
-                  database.registerChunk(stored);
-                  goOn_ = progress(track_.source, stored.endSeconds());
-              })) {}
+          accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
+                                                  [&, known](const AudioChunk& chunk, auto samples) {
+                                                      const auto stored = identified(chunk);
+                                                      if (std::ranges::find(known, stored.id,
+                                                                            &AudioChunk::id) == known.end())
+                                                          setAsideDamaged(store.chunkDirectory(stored), files);
+                                                      store.commit(stored, samples);
+                                                      database.registerChunk(stored);
+                                                      goOn_ = progress(track_.source, stored.endSeconds());
+                                                  })) {}
 
     Outcome run() {
         std::array<std::int16_t, bufferSamples> buffer{};
@@ -200,6 +201,9 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     requireSound(recording, root);
     DurableChunkStore store(root / "Meetings", files);
     const auto folder = store.sessionDirectory(recording.session);
+    // Without its manifest the store would know none of a meeting's chunks.
+    if (files.status(folder) && !files.status(folder / manifestFile))
+        TranscriptStorage::save(manifest(recording), folder / manifestFile, files);
     const auto known = store.recover(recording.session).chunks;
     const bool restores = hasLostChunks(recording, library.snapshot(), known);
     const bool resumed = begin(recording, store, library, files);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include <unicode/bytestream.h>
@@ -162,18 +163,29 @@ void forEachWord(std::string_view text, const Word& word) {
     if (offset > start) word(text.substr(start));
 }
 
-/// Whether a character ends at the offset.
-bool isBoundary(std::string_view text, std::size_t offset) {
-    if (offset == 0 || offset == text.size()) return true;
-    const auto next = scalarAt(text, offset).value;
-    if (standsAlone(scalarBefore(text, offset).value) && standsAlone(next)) return next != '\n';
-    const auto ends = characterEnds(text);
-    return std::binary_search(ends.begin(), ends.end(), offset);
-}
+/// Tells where the characters of a text end.
+class Boundaries {
+public:
+    explicit Boundaries(std::string_view text) : text_(text) {}
+
+    bool at(std::size_t offset) {
+        if (offset == 0 || offset == text_.size()) return true;
+        const auto before = scalarBefore(text_, offset).value;
+        const auto next = scalarAt(text_, offset).value;
+        if (standsAlone(before) && standsAlone(next)) return before != '\r' || next != '\n';
+        if (!ends_) ends_ = characterEnds(text_);
+        return std::binary_search(ends_->begin(), ends_->end(), offset);
+    }
+
+private:
+    std::string_view text_;
+    std::optional<std::vector<std::size_t>> ends_;  // only where single scalars do not tell
+};
 
 bool containsAsEncoded(std::string_view text, std::string_view part) {
+    Boundaries boundaries(text);
     for (auto at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) {
-        if (isBoundary(text, at) && isBoundary(text, at + part.size())) return true;
+        if (boundaries.at(at) && boundaries.at(at + part.size())) return true;
     }
     return false;
 }

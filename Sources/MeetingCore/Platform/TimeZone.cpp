@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -38,6 +39,8 @@ bool isZone(const std::u16string& identifier) {
 
 /// Asked anew each time, unlike ICU's default zone, which stays as it was when the process first used it.
 std::u16string currentZone() {
+    // POSIX: the zone of an empty name is UTC.
+    if (const char* const set = std::getenv("TZ"); set != nullptr && *set == '\0') return u"Etc/UTC";
     UChar identifier[128];
     UErrorCode status = U_ZERO_ERROR;
     const auto length =
