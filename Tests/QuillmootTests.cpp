@@ -92,6 +92,7 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
         EXPECT_THAT(sh("quillmoot remove-audio Kundenportal").err, HasSubstr("„.Audio-entfernen-"));
         EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Audio           entfernt"));
         EXPECT_THAT(err("quillmoot audio Kundenportal"), HasSubstr("hat kein Audio"));
+        EXPECT_THAT(err("quillmoot remove-audio Kundenportal"), HasSubstr("wurde schon entfernt."));
         EXPECT_THAT(err("quillmoot jobs Kundenportal restart --yes"), HasSubstr("bewusst entfernt."));
         out("quillmoot title Kundenportal --engine extractive");
     }
@@ -144,12 +145,14 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"list --project nix", "Ein Projekt „nix“ gibt es nicht."}, {"rename Kundenportal 'a\ab'", "darf keine Steuerzeichen"},
         {"participants Kundenportal --add ' '", "Ein Name darf nicht leer sein."},
         {"participants Kundenportal --add \"$(printf %101s x | tr ' ' y)\"", "höchstens 100 Zeichen"},
-        {"note Kundenportal - < /dev/zero", "länger als 1 MiB"},
+        {"note Kundenportal - < /dev/zero", "länger als 1 MiB"}, {"note Kundenportal - < .", "konnte nicht gelesen werden."},
+        {"transcript import Kundenportal --source meeting utf16.vtt", "utf16.vtt ist UTF-16."},
         {"--root /fehlt project add A", "Es gibt keinen Datenordner unter /fehlt."},
         {"import --root . --microphone microphone.ogg", "ist kein Datenordner."}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
         {"rename Kundenportal ' '", "Der Titel darf nicht leer sein."}, {"export Kundenportal --format srt", "Transkription"},
     };
     // clang-format on
+    out("printf '\\377\\376W' >utf16.vtt");
     for (const auto& [call, message] : wrong) {
         EXPECT_THAT(err("quillmoot " + call, 2), AllOf(HasSubstr(message), HasSubstr("--help"))) << call;
     }
@@ -228,11 +231,13 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
     EXPECT_THAT(out("quillmoot audio Kurz && quillmoot list"),
                 HasSubstr("09:00  14:59  Transkript 0 von 15  Kurz"));
 
-    fs::remove(folder / "session.json");
-    EXPECT_THAT(out("quillmoot doctor || true"), HasSubstr("„session.json“ fehlt"));
-    fs::remove_all(chunk(3));
-    out(command + "'2026-03-14 10:00' && quillmoot audio Kurz");
-    EXPECT_TRUE(fs::exists(folder / "session.json"));
+    for (const auto* const manifest : {"", "kaputt"}) {
+        fs::remove(folder / "session.json");
+        if (*manifest != '\0') writeFile(folder / "session.json", manifest);
+        EXPECT_THAT(out("quillmoot doctor || true"), HasSubstr("„session.json“"));
+        fs::remove_all(chunk(3));
+        out(command + "'2026-03-14 10:00' && quillmoot audio Kurz");
+    }
 
     // Two recordings that differ in the middle alone are two.
     out("head -c 4000000 lang.wav >eins.wav && cp eins.wav zwei.wav && "
@@ -387,6 +392,15 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
         EXPECT_THAT(out(command), HasSubstr("rot \x1b[31m")) << "a file gets what was said";
     }
 
+    out("ln -s ziel.txt verweis && quillmoot export Kundenportal --format text -o verweis && chmod 664 "
+        "ziel.txt && "
+        "quillmoot export Kundenportal --format text -o verweis");
+    EXPECT_EQ(out("test -L verweis && stat -c %a ziel.txt"), "664\n");
+    EXPECT_THAT(sh("quillmoot note Kundenportal 2>&- >&- <&-; quillmoot show Unbekannt 2>&-; cat '" +
+                   (root() / "application.lock").string() + "'")
+                    .out,
+                IsEmpty());
+
     EXPECT_EQ(sh("quillmoot transcript Kundenportal | head -n 1; quillmoot list | true").err, "")
         << "a closed pipe";
     EXPECT_THAT(err("quillmoot list >/dev/full"), HasSubstr("Die Ausgabe konnte nicht geschrieben werden."));
@@ -423,7 +437,7 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
         "quillmoot export Kundenportal --format text -o rohr && test -p rohr");
     EXPECT_THAT(sh("quillmoot import --title Kurz --microphone kurz.ogg").err, HasSubstr("bricht ab"));
     writeFile(root() / "library.json", "{");
-    EXPECT_THAT(err("quillmoot list"), HasSubstr("„library.json“"));
+    EXPECT_THAT(err("quillmoot list"), AllOf(HasSubstr("„library.json“"), HasSubstr("Sicherung")));
     const auto findings = sh("quillmoot doctor");
     EXPECT_EQ(findings.status, 1);
     EXPECT_THAT(findings.out, AllOf(HasSubstr("FEHLER   Bibliothek: „library.json“"),

@@ -13,6 +13,10 @@ install(FILES ${PROJECT_BINARY_DIR}/MeetingCoreConfig.cmake ${PROJECT_BINARY_DIR
         DESTINATION ${_package_dir} COMPONENT Development)
 install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package_dir} COMPONENT Development)
 
+# What `quillmoot transcribe` tells to read.
+install(FILES ${PROJECT_SOURCE_DIR}/Docs/Transcription.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
+        COMPONENT Runtime)
+
 # The notice that llama.cpp asks for goes where its code goes.
 if(EXISTS "${_llama_source}/LICENSE")
     install(FILES ${_llama_source}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot

@@ -106,7 +106,10 @@ struct Input {
 std::vector<Input> inputsOf(const Values& values) {
     std::vector<Input> inputs;
     const auto add = [&](AudioSource source, const std::string& path) {
-        if (!path.empty()) inputs.push_back({source, std::make_unique<AudioFile>(path)});
+        if (path.empty()) return;
+        inputs.push_back({source, std::make_unique<AudioFile>(path)});
+        if (inputs.back().file->seconds() > RecordingImport::maximumSeconds)
+            throw MeetingError::invalidData(quotedName(path) + " ist länger als 24 Stunden.");
     };
     add(AudioSource::microphone, values.microphone);
     add(AudioSource::meeting, values.application);
@@ -247,6 +250,8 @@ std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
 int removeAudio(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
     const auto id = open.meeting(values.meeting).id;
+    if (AudioArchive::removed(id, open.root()))
+        throw MeetingError::invalidData("Das Audio dieses Meetings wurde schon entfernt.");
     const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(id).chunks;
     if (!values.yes && !AudioRetentionPolicy::fullyProcessed(id, open.root(), open.jobs(), chunks)) {
         throw MeetingError::invalidData(

@@ -134,13 +134,21 @@ AudioFile::AudioFile(std::filesystem::path file)
         throw MeetingError::storage(quotedName(file_) + " ist keine gewöhnliche Datei.");
     }
     announcedBytes_ = announcedBytes(file_);
-    decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
-    if (decoder.file == nullptr) throw unreadable(file_, openingFailure());
+    const auto open = [&] {
+        decoder.info = {};
+        decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
+        if (decoder.file == nullptr) throw unreadable(file_, openingFailure());
+    };
+    open();
     const auto& info = decoder.info;
-    if (info.frames <= 0) throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
     if (info.channels < 1 || info.channels > mostChannels || info.samplerate < 1) {
         throw unreadable(file_, "ungültige Kanalzahl oder Abtastrate.");
     }
+    // What the header promises may not be there.
+    std::vector<float> frame(static_cast<std::size_t>(info.channels));
+    if (info.frames <= 0 || sf_readf_float(decoder.file.get(), frame.data(), 1) != 1)
+        throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
+    open();  // at the beginning again, also where that cannot be sought
     if (decoder.isExact()) return;
     decoder.frames.resize(static_cast<std::size_t>(blockFrames * info.channels));
     if (info.samplerate == audio::sampleRate) return;

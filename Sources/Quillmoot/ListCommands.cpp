@@ -147,7 +147,8 @@ MeetingRow rowOf(DataFolder& folder, const MeetingEntry& meeting, std::map<std::
 }
 
 /// The work on a meeting in a few words.
-std::string progressOf(const MeetingRow& row) {
+/// How far the transcript and what is made of it are.
+std::string queueProgressOf(const MeetingRow& row) {
     const auto count = [&](const char* status) {
         const auto found = row.jobs.find(status);
         return found == row.jobs.end() ? std::int64_t{0} : found->second;
@@ -162,8 +163,13 @@ std::string progressOf(const MeetingRow& row) {
         return countOf(static_cast<std::size_t>(count("failed")), "Fehler", "Fehler");
     if (row.hasSummary)
         return "mit Zusammenfassung";  // whether it is still current, only the transcript could tell
-    if (count("completed") > 0) return "transkribiert";
-    return row.state == "interrupted" ? "unterbrochen" : "ohne Transkript";
+    return count("completed") > 0 ? "transkribiert" : "ohne Transkript";
+}
+
+std::string progressOf(const MeetingRow& row) {
+    const auto processing = queueProgressOf(row);
+    if (row.state != "interrupted") return processing;
+    return processing == "ohne Transkript" ? "unterbrochen" : processing + ", unterbrochen";
 }
 
 int list(Shell& shell, const std::string& project, bool asJSON) {
@@ -442,9 +448,7 @@ void addListCommands(CLI::App& app, Shell& shell) {
     auto& searched =
         addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings",
                    [&shell, values] { return search(shell, values->words, values->json); });
-    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")
-        ->required()
-        ->allow_extra_args(false);  // or a word in brackets would be taken for a list
+    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")->required();
     withJSON(searched);
 
     auto& queued = addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",

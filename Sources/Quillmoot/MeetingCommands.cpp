@@ -50,6 +50,7 @@ std::string textOf(const std::string& argument) {
     if (argument != "-") return argument;
     std::string text(limit + 1, '\0');
     std::cin.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (std::cin.bad()) throw MeetingError::storage("Die Standardeingabe konnte nicht gelesen werden.");
     text.resize(static_cast<std::size_t>(std::cin.gcount()));
     if (text.size() > limit)
         throw MeetingError::invalidData("Der Text auf der Standardeingabe ist länger als 1 MiB.");

@@ -10,6 +10,7 @@
 
 #include "CommandDescription.h"
 #include "HelpFormatter.h"
+#include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"
 
@@ -111,18 +112,57 @@ std::string germanMessage(const CLI::App& app, const CLI::ParseError& error) {
     return "Der Aufruf ist nicht zu verstehen.";
 }
 
+/// SQLite says in English, and in no sentence, what is wrong with a file.
+std::string inGerman(const std::string& message) {
+    const auto is = [&](std::string_view text) { return message == text; };
+    if (is("file is not a database") || is("database disk image is malformed")) {
+        return "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
+               "Datenordner; es hilft nur eine Sicherung.";
+    }
+    if (is("attempt to write a readonly database") || is("unable to open database file")) {
+        return "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners prüfen.";
+    }
+    if (is("database or disk is full") || is("disk I/O error")) {
+        return "„quillmoot.sqlite“ kann nicht gelesen oder geschrieben werden. Bitte prüfen, ob auf dem "
+               "Datenträger noch Platz ist.";
+    }
+    if (is("database is locked")) {
+        return "Ein anderes Programm arbeitet gerade mit „quillmoot.sqlite“. Bitte gleich noch einmal "
+               "versuchen.";
+    }
+    return message;
+}
+
 /// What a person can do about what the core says, which knows no commands; empty where that says it itself.
 std::string nextStep(const std::string& message) {
     const auto tells = [&](std::string_view part) { return message.find(part) != std::string::npos; };
-    if (tells("„diarization.json“") || tells("Ungültige Sprecherzeitmarken") ||
+    // A file that must not be read may be sound; nobody is told to replace it.
+    const bool isBroken = tells("ist kein gültiges JSON") || tells("ist unvollständig") ||
+                          tells("enthält einen unzulässigen Wert");
+    if ((isBroken && tells("„diarization.json“")) || tells("Ungültige Sprecherzeitmarken") ||
         tells("Falsche Diarisierungssitzung"))
         return "„quillmoot speakers import MEETING DATEI --replace“ ersetzt die Sprecherzuordnung.";
-    if (tells("„transcript-edits.json“")) {
+    if (isBroken && tells("„transcript-edits.json“")) {
         return "Wird die Datei aus dem Ordner des Meetings entfernt, gilt das Erkannte, ohne Korrekturen und "
                "Namen.";
     }
+    if (isBroken && tells("„summary.json“"))
+        return "„quillmoot summarize MEETING“ erstellt die Zusammenfassung neu.";
+    if (isBroken && tells("„library.json“")) {
+        return "Bitte eine Sicherung der Datei zurückholen. Ohne die Datei stellt „quillmoot doctor --repair“ "
+               "die "
+               "Liste der Meetings aus den Aufnahmen wieder her, ohne Projekte, Felder und Notizen.";
+    }
     if (tells("Sprecherzuordnung muss zuerst abgeschlossen sein"))
         return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
+    if (tells("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein") ||
+        tells("Noch kein Transkript")) {
+        return "Es kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; „quillmoot jobs“ "
+               "zeigt, was "
+               "fehlt.";
+    }
+    if (tells("Datenordner ist nicht erreichbar")) return "„quillmoot data-folder PFAD“ wählt einen anderen.";
+    if (tells("Sperrdatei nicht verfügbar")) return "Bitte die Rechte des Datenordners prüfen.";
     return {};
 }
 
@@ -152,9 +192,9 @@ int parseAndRun(CLI::App& app, Shell& shell, std::span<char*> arguments) {
     } catch (const UsageError& error) {
         return wrongly(app, shell, error.what());
     } catch (const MeetingError& error) {
-        // What SQLite itself says is in English, and no sentence.
-        const bool english = error.kind() == MeetingError::Kind::database && !error.message().ends_with('.');
-        return fail(shell, (english ? "Datenbank: " : "") + error.message());
+        const auto message = inGerman(error.message());
+        const bool isEnglish = error.kind() == MeetingError::Kind::database && !message.ends_with('.');
+        return fail(shell, (isEnglish ? "Datenbank: " : "") + message);
     } catch (const std::bad_alloc&) {
         return fail(shell, "Der Arbeitsspeicher reicht nicht aus.");
     } catch (const std::exception& error) {
@@ -172,7 +212,8 @@ int written(Shell& shell, int status) {
 
 }  // namespace
 
-void explain(Terminal& out, const std::string& message) {
+void explain(Terminal& out, const std::string& said) {
+    const auto message = inGerman(said);
     std::istringstream lines(message);
     for (std::string line; std::getline(lines, line);) out.line(line, Ink::red);
     if (const auto step = nextStep(message); !step.empty()) out.line(step);
@@ -211,7 +252,10 @@ void describe(CLI::App& app, Shell& shell) {
 
 int run(std::span<char*> arguments) {
     std::ios::sync_with_stdio(false);
+    occupyStandardDescriptors();
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    // A write beyond the limit then fails with an error that has a message.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     Shell shell;
     CLI::App app;
     describe(app, shell);

@@ -61,28 +61,8 @@ void requireOurs(const fs::path& root) {
                                       "Quillmoot-Datenordner wählen.");
 }
 
-/// SQLite says in English what is wrong with a file.
-template <class Opening>
-auto opened(const Opening& opening) {
-    try {
-        return opening();
-    } catch (const MeetingError& error) {
-        const auto is = [&](std::string_view message) { return error.message() == message; };
-        if (is("file is not a database") || is("database disk image is malformed")) {
-            throw MeetingError::storage(
-                "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
-                "Datenordner; es hilft nur eine Sicherung.");
-        }
-        if (is("attempt to write a readonly database") || is("unable to open database file")) {
-            throw MeetingError::storage(
-                "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners prüfen.");
-        }
-        throw;
-    }
-}
-
 std::unique_ptr<SQLiteJobStore> openJobs(const fs::path& root) {
-    return opened([&] { return std::make_unique<SQLiteJobStore>(root / "quillmoot.sqlite"); });
+    return std::make_unique<SQLiteJobStore>(root / "quillmoot.sqlite");
 }
 
 /// Makes what a chosen folder is known by.
@@ -124,8 +104,7 @@ const LibrarySnapshot& DataFolder::library() {
 }
 
 SQLiteJobStore& DataFolder::jobs() {
-    if (jobs_ == nullptr)
-        jobs_ = opened([&] { return SQLiteJobStore::forReading(root_ / "quillmoot.sqlite"); });
+    if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / "quillmoot.sqlite");
     return *jobs_;
 }
 

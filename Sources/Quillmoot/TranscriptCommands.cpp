@@ -363,10 +363,20 @@ std::string rendered(const Values& values, const ExportedMeeting& meeting) {
                            : SubtitleExport::subRip(*meeting.transcript);
 }
 
+/// Where a chain of symbolic links leads, also to a file that does not exist yet.
+fs::path followed(fs::path target) {
+    constexpr int mostLinks = 40;
+    for (int i = 0; i < mostLinks && fs::is_symlink(fs::symlink_status(target)); ++i)
+        target = target.parent_path() / fs::read_symlink(target);  // an absolute one replaces the folder
+    return target;
+}
+
 /// Replaces a file as a whole. What is no file, a device or a pipe, is written to and never replaced.
-void writeTo(fs::path target, const std::string& text) {
+void writeTo(const fs::path& named, const std::string& text) {
+    const auto target = followed(named);
     std::error_code unknown;
     const auto kind = fs::status(target, unknown).type();
+    const auto before = fs::status(target, unknown).permissions();
     if (kind == fs::file_type::directory) throw MeetingError::storage(quotedName(target) + " ist ein Ordner.");
     if (kind != fs::file_type::not_found && kind != fs::file_type::regular) {
         std::ofstream stream(target, std::ios::binary);
@@ -378,8 +388,8 @@ void writeTo(fs::path target, const std::string& text) {
     if (!fs::is_directory(target.parent_path(), unknown)) {
         throw MeetingError::storage("Den Ordner " + target.parent_path().string() + " gibt es nicht.");
     }
-    if (fs::is_symlink(target, unknown)) target = fs::weakly_canonical(target);  // the file that it leads to
     writeAtomically(FileManager::system(), text, target);
+    if (kind == fs::file_type::regular) fs::permissions(target, before, unknown);
 }
 
 int exportMeeting(Shell& shell, const Values& values) {

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <new>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "MeetingCore/Summary/SummaryRun.h"
@@ -69,14 +68,6 @@ void run(std::span<const std::string> arguments, const ModelCatalog& catalog) {
     } else {
         SummaryTask(task).run();
     }
-}
-
-/// Opens /dev/null under a standard descriptor that the starter closed. Otherwise the next file opened, the
-/// database say, would get that number, and progress lines would be written into it.
-void occupyStandardDescriptors() {
-    int descriptor = STDIN_FILENO;
-    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDWR);
-    if (descriptor >= 0) ::close(descriptor);
 }
 
 int fail(const std::string& message) {

@@ -106,7 +106,9 @@ private:
             add(Severity::note, "Bibliothek", "Es gibt noch keine Bibliothek.");
             return;
         }
+        isLibraryBroken_ = true;
         library_ = MeetingLibrary::read(file);
+        isLibraryBroken_ = false;
         AudioRetentionPolicy::load(root_);
         add(Severity::fine, "Bibliothek",
             countOf(library_.meetings.size(), "Meeting", "Meetings") + ", " +
@@ -139,7 +141,8 @@ private:
             return message == "file is not a database" || message == "database disk image is malformed";
         };
         try {
-            database_ = std::make_unique<SQLiteJobStore>(file);
+            database_ =
+                options_.repair ? std::make_unique<SQLiteJobStore>(file) : SQLiteJobStore::forReading(file);
             const auto problems = database_->integrityProblems();
             for (const auto& problem : problems) addDamage(problem);
             if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
@@ -206,7 +209,8 @@ private:
                     folder.lexically_relative(meetings).string());
         }
         for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
-        if (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application))
+        if (!isLibraryBroken_ &&
+            (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)))
             bringInLine(meetings, report.chunks);
         checkComplete(report.chunks);
         checkScheduled(report.chunks);
@@ -243,8 +247,15 @@ private:
         std::unordered_map<UUID, std::int64_t> found;
         for (const auto& chunk : chunks) ++found[chunk.sessionID];
         for (const auto& meeting : library_.meetings) {
+            if (AudioArchive::removed(meeting.id, root_)) continue;
+            if (meeting.state == "interrupted") {
+                add(Severity::note, "Aufnahmen",
+                    "„" + meeting.title + "“ wurde unterbrochen (einen Import setzt derselbe Aufruf fort).");
+            }
             const auto missing = meeting.chunkCount - found[meeting.id];
-            if (missing <= 0 || AudioArchive::removed(meeting.id, root_)) continue;
+            // Without its manifest none of a meeting's audio is recognised, which is told of with the meeting.
+            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            if (missing <= 0 || !pathExists(folder / "session.json")) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
                     countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt",
@@ -356,6 +367,7 @@ private:
     Date now_;
     std::vector<Finding> findings_;
     LibrarySnapshot library_;
+    bool isLibraryBroken_ = false;
     std::unique_ptr<SQLiteJobStore> database_;
 };
 

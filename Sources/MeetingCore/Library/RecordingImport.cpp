@@ -18,7 +18,7 @@ namespace {
 
 constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
-constexpr std::int64_t maximumTrackSamples = std::int64_t{24} * 3600 * audio::sampleRate;
+constexpr std::int64_t maximumTrackSamples = std::int64_t{maximumSeconds} * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
 constexpr const char* clockFile = "recording-clock.json";
 constexpr const char* manifestFile = "session.json";
@@ -71,9 +71,7 @@ bool begin(const Recording& recording, DurableChunkStore& store, MeetingLibrary&
     const auto session = manifest(recording);
     const auto folder = store.sessionDirectory(recording.session);
     const bool resumed = pathExists(folder);
-    if (resumed) {
-        TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files);  // throws where broken
-    } else {
+    if (!resumed) {
         store.createSession(session);
         if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
     }
@@ -107,6 +105,16 @@ void adopt(const Recording& recording, const std::filesystem::path& folder, Meet
         if (recording.title != defaultMeetingTitle) entry.title = recording.title;
         if (!entry.projectID) entry.projectID = recording.project;
     });
+}
+
+/// Without its manifest the store would know none of a meeting's chunks.
+void restoreManifest(const Recording& recording, const std::filesystem::path& folder, FileManager& files) {
+    try {
+        if (TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files)) return;
+    } catch (const MeetingError& error) {
+        if (error.kind() != MeetingError::Kind::invalidData) throw;
+    }
+    TranscriptStorage::save(manifest(recording), folder / manifestFile, files);
 }
 
 /// What recovery refuses makes room for the whole chunk, and is kept as an unfinished one.
@@ -201,9 +209,7 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     requireSound(recording, root);
     DurableChunkStore store(root / "Meetings", files);
     const auto folder = store.sessionDirectory(recording.session);
-    // Without its manifest the store would know none of a meeting's chunks.
-    if (files.status(folder) && !files.status(folder / manifestFile))
-        TranscriptStorage::save(manifest(recording), folder / manifestFile, files);
+    if (files.status(folder)) restoreManifest(recording, folder, files);
     const auto known = store.recover(recording.session).chunks;
     const bool restores = hasLostChunks(recording, library.snapshot(), known);
     const bool resumed = begin(recording, store, library, files);

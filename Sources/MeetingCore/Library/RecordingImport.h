@@ -32,6 +32,8 @@ public:
 /// depend on the length.
 namespace RecordingImport {
 
+inline constexpr std::int64_t maximumSeconds = 86'400;  ///< of a track
+
 /// One track and where its samples come from.
 struct Track {
     AudioSource source = AudioSource::microphone;

@@ -174,7 +174,7 @@ void refuseUnfinished(const std::optional<DiarizationResult>& diarization) {
             "Die Sprechererkennung dieses Meetings läuft noch. Wurde sie abgebrochen: ersetzen (--replace).");
 }
 
-/// What is to be replaced; a file that cannot be read, or of a recognition that did not finish, is, as if there
+/// What is to be replaced; a file that is broken, or of a recognition that did not finish, is, as if there
 /// were none.
 std::optional<DiarizationResult> present(const UUID& session, const std::filesystem::path& root,
                                          Existing existing, FileManager& files) {
@@ -182,8 +182,8 @@ std::optional<DiarizationResult> present(const UUID& session, const std::filesys
         auto diarization = TranscriptStorage::loadDiarization(session, root, files);
         if (existing == Existing::refuse) refuseUnfinished(diarization);
         return diarization && diarization->finished ? diarization : std::nullopt;
-    } catch (const MeetingError&) {
-        if (existing == Existing::refuse) throw;
+    } catch (const MeetingError& error) {
+        if (existing == Existing::refuse || error.kind() != MeetingError::Kind::invalidData) throw;
         return std::nullopt;
     }
 }

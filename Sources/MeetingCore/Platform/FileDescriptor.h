@@ -46,4 +46,12 @@ private:
     int descriptor_ = -1;
 };
 
+/// Opens /dev/null under every standard descriptor that whoever started the program closed. Otherwise the next
+/// file opened, the database say, would get that number, and messages would be written into it.
+inline void occupyStandardDescriptors() {
+    int descriptor = STDIN_FILENO;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDWR);
+    if (descriptor >= 0) ::close(descriptor);
+}
+
 }  // namespace meetingcore

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 
 #include <unicode/bytestream.h>
@@ -173,13 +172,13 @@ public:
         const auto before = scalarBefore(text_, offset).value;
         const auto next = scalarAt(text_, offset).value;
         if (standsAlone(before) && standsAlone(next)) return before != '\r' || next != '\n';
-        if (!ends_) ends_ = characterEnds(text_);
-        return std::binary_search(ends_->begin(), ends_->end(), offset);
+        if (ends_.empty()) ends_ = characterEnds(text_);
+        return std::binary_search(ends_.begin(), ends_.end(), offset);
     }
 
 private:
     std::string_view text_;
-    std::optional<std::vector<std::size_t>> ends_;  // only where single scalars do not tell
+    std::vector<std::size_t> ends_;  // found only where single scalars do not tell
 };
 
 bool containsAsEncoded(std::string_view text, std::string_view part) {

@@ -117,12 +117,17 @@ std::unique_ptr<SQLiteJobStore> SQLiteJobStore::forReading(const std::filesystem
         db->execute(schema);
         return std::unique_ptr<SQLiteJobStore>(new SQLiteJobStore(std::move(db)));
     }
-    if (::access(file.c_str(), W_OK) == 0 && ::access(file.parent_path().c_str(), W_OK) == 0)
-        return std::make_unique<SQLiteJobStore>(file);
     // Without a journal all of it is in the file. Otherwise SQLite would have to write to read.
     std::error_code none;
-    const auto journal = std::filesystem::file_size(file.string() + "-wal", none);
-    if (!none && journal > 0) {
+    const auto journalSize = std::filesystem::file_size(file.string() + "-wal", none);
+    const bool hasJournal = !none && journalSize > 0;
+    if (::access(file.c_str(), W_OK) == 0 && ::access(file.parent_path().c_str(), W_OK) == 0) {
+        try {
+            return std::make_unique<SQLiteJobStore>(file);
+        } catch (const MeetingError& error) {  // a full disk, say
+            if (hasJournal || error.message() == "database is locked") throw;
+        }
+    } else if (hasJournal) {
         throw MeetingError::storage(quotedName(file) +
                                     " ist schreibgeschützt und nicht abgeschlossen. Bitte den Ordner "
                                     "beschreibbar machen oder das Programm beenden, das ihn benutzt.");

@@ -45,7 +45,11 @@ CaptionFile CaptionFile::parse(std::string_view bytes, std::string name, std::st
 }
 
 CaptionFile CaptionFile::read(const std::filesystem::path& file, FileManager& files) {
-    return parse(readImportedFile(file, files), text::repaired(file.filename().string()));
+    const auto bytes = readImportedFile(file, files);
+    const auto name = text::repaired(file.filename().string());
+    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
+        throw MeetingError::invalidData(name + " ist UTF-16. Bitte als UTF-8 speichern.");
+    return parse(bytes, name);
 }
 
 std::string readImportedFile(const std::filesystem::path& file, FileManager& files) {
