@@ -215,7 +215,7 @@ TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
     EXPECT_THAT(run("ulimit -f 8; " + worker), StartsWith("failed: "));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they end a process that gets no memory
+#ifndef MEETING_SANITIZED  // a sanitizer ends a process that gets no memory
 TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
     std::set<std::string> messages;
     for (int kibibytes = 40'000;; kibibytes += 2'000) {
@@ -261,7 +261,11 @@ TEST_F(WatchedWorker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
 
 TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
     int kept = 0;
-    for (const std::string call : {"write", "pwrite64", "fsync", "fdatasync", "mkdir", "rename"}) {
+    std::vector<std::string> calls{"pwrite64", "fsync", "fdatasync", "mkdir", "rename"};
+#ifndef MEETING_SANITIZED
+    calls.emplace_back("write");  // a sanitizer writes to pipes of its own, and waits for ever where that fails
+#endif
+    for (const auto& call : calls) {
         for (int number = 1;; ++number) {
             writeFile(summary, "alt");
             fs::remove_all(meeting.folder() / "summary-parts");

@@ -23,6 +23,10 @@ function(meeting_add_tests name)
     target_compile_definitions(${name} PRIVATE
         MEETING_QWEN2_VOCABULARY="${MEETING_QWEN2_VOCABULARY}"
         MEETING_SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/Samples")
+    if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=(address|thread)")
+        # Its own memory and its own writes must not fail.
+        target_compile_definitions(${name} PRIVATE MEETING_SANITIZED)
+    endif()
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/Tests)
     target_link_libraries(${name} PRIVATE
         ${arg_LIBRARIES} MeetingCore::MeetingCore simdjson::simdjson MeetingWarnings GTest::gmock GTest::gtest_main)
