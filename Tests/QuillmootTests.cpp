@@ -227,6 +227,11 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
     fs::resize_file(chunk(14) / "audio.wav", 1000);
     EXPECT_THAT(err("quillmoot audio Kurz"),
                 AllOf(HasSubstr("Meeting-Ton: 03:00–04:00 fehlt"), HasSubstr("2 Audioabschnitte fehlen")));
+    // Also where another recording was interrupted, and the library is brought in line with what there is.
+    out("cp ../data/*/library.json davor && sed -i s/completed/recording/ ../data/*/library.json");
+    for (int run = 0; run < 2; ++run)
+        EXPECT_THAT(err("quillmoot doctor --repair >&2"), HasSubstr("2 Audioabschnitte fehlen"));
+    out("cp davor ../data/*/library.json");
     EXPECT_THAT(sh(command + "'2026-03-14 10:00'").err, HasSubstr("Titel und Projekt bleiben"));
     EXPECT_THAT(out("quillmoot audio Kurz && quillmoot list"),
                 HasSubstr("09:00  14:59  Transkript 0 von 15  Kurz"));

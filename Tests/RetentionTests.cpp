@@ -172,7 +172,12 @@ TEST_F(RecordedMeetingTest, IsRecoveredAfterAndBesideOthers) {
     const auto begun = UUID::random();
     const auto other = TranscriptStorage::sessionDirectory(root.path(), begun);
     for (const auto& name : {staging, "a.chunk"s}) fs::create_directories(other / name);
+    // A link of that name leads to what is not ours to move.
+    const auto linked = TranscriptStorage::sessionDirectory(root.path(), UUID::random());
+    for (const auto& made : {root.path() / "Fremd" / "a.chunk", linked}) fs::create_directories(made);
+    fs::create_directory_symlink(root.path() / "Fremd", linked / staging);
     const auto recovered = recover();
+    EXPECT_TRUE(fs::exists(root.path() / "Fremd" / "a.chunk"));
     EXPECT_THAT(recovered.undone, ElementsAre(begun));
     EXPECT_THAT(FileManager::system().list(other), ElementsAre("a.chunk"));
     EXPECT_THAT(recovered.problems, ElementsAre(session.string() + ": Der Papierkorb ist voll."));

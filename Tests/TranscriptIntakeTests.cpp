@@ -278,6 +278,27 @@ TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
     EXPECT_NE(load().segments[1].id, corrected);  // a correction of the old text must not hit the new one
 }
 
+TEST_F(IntakeTest, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
+    const auto other = testing::testSession();
+    DurableChunkStore store(root.path() / "Meetings");
+    store.createSession(other);
+    std::vector<AudioChunk> track;
+    for (int i = 0; i < 6; ++i) {
+        track.push_back(testing::testChunk(other.id, i, 20.0 * i, std::int64_t{20} * 16'000, meeting));
+        store.commit(track.back(), testing::samplesOf(track.back()));
+    }
+    const auto file = captions({caption(1, 2, "eins"), caption(30, 31, "zwei"), caption(90, 91, "drei")});
+    for (const auto finished : {2U, 0U}) {
+        const auto report = TranscriptIntake::take(other.id, meeting, file, root.path(), database,
+                                                   TranscriptIntake::Existing::refuse, atNoon);
+        EXPECT_EQ(report.windows, 2U);
+        EXPECT_EQ(report.finished, finished);
+        EXPECT_EQ(database.jobs(other.id).size(), 2U);
+        EXPECT_EQ(TranscriptStorage::load(other.id, root.path(), database).segments.size(), 3U);
+        std::filesystem::remove_all(store.chunkDirectory(track[1]));
+    }
+}
+
 TEST_F(IntakeTest, CompletesTheTrackWhereverItWasStopped) {
     const auto file = captions({caption(1, 2, "eins"), caption(61, 62, "zwei"), caption(111, 112, "drei")});
     bool stopped = true;

@@ -270,18 +270,24 @@ int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
     const auto chunks = DurableChunkStore(open.root() / "Meetings").recover().chunks;
     const auto meetings = open.library().snapshot().meetings;
     std::vector<MeetingTitleRow> removed;
+    int status = done;
     for (const auto& meeting : meetings) {
-        const auto ended = meeting.createdAt.advanced(meeting.duration);
-        if (!policy.isDue(meeting, ended, Date::now()) ||
-            !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
-            continue;
+        try {
+            const auto ended = meeting.createdAt.advanced(meeting.duration);
+            if (!policy.isDue(meeting, ended, Date::now()) ||
+                !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
+                continue;
+            }
+            moveToTrash(meeting.id, open);
+            removed.push_back({meeting.id.string(), meeting.title});
+            if (!asJSON) shell.out().line("Audio entfernt: " + meeting.title);
+        } catch (const MeetingError& error) {  // one meeting's trouble does not keep the others' audio
+            shell.err().line(meeting.title + ": " + error.message(), Ink::red);
+            status = failed;
         }
-        moveToTrash(meeting.id, open);
-        removed.push_back({meeting.id.string(), meeting.title});
-        if (!asJSON) shell.out().line("Audio entfernt: " + meeting.title);
     }
     if (asJSON) shell.writeJSON(removed);
-    return done;
+    return status;
 }
 
 AudioRetentionPolicy policyOf(const std::string& days) {

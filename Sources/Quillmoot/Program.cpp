@@ -254,6 +254,7 @@ int run(std::span<char*> arguments) {
     std::ios::sync_with_stdio(false);
     occupyStandardDescriptors();
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGCHLD, SIG_DFL));  // or nobody learns how a started program ended
     // A write beyond the limit then fails with an error that has a message.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     Shell shell;

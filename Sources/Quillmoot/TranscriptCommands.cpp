@@ -282,10 +282,10 @@ int speakers(Shell& shell, const Values& values) {
 /// Makes the jobs that are missing: an import that was cut off has chunks, but no jobs yet.
 void planWindows(const UUID& meeting, DataFolder& folder) {
     const auto chunks = DurableChunkStore(folder.root() / "Meetings").recover(meeting).chunks;
-    if (chunks.empty() && folder.jobs().jobs(meeting).empty()) {
+    const auto coverage = WorkScheduler::coverage(meeting, chunks, folder.jobs());
+    if (chunks.empty() && coverage.windows.empty())
         throw MeetingError::invalidData("Das Meeting hat kein Audio.");
-    }
-    WorkScheduler::enqueue(chunks, folder.queue(), true);
+    WorkScheduler::enqueue(coverage.unplanned, folder.queue(), true);
 }
 
 int transcribe(Shell& shell, const Values& values) {

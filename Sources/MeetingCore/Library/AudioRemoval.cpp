@@ -25,7 +25,15 @@ bool isAudio(const std::string& name) {
     return extension == ".chunk" || extension == ".partial" || name == "Audio";
 }
 
-bool isStaging(const std::string& name) { return name.starts_with(stagingPrefix); }
+bool isFolder(const fs::path& path, FileManager& files) {
+    const auto status = files.status(path);
+    return status && status->kind == FileStatus::Kind::directory;
+}
+
+/// A link of such a name leads to files that are not ours to move.
+bool isStaging(const fs::path& path, FileManager& files) {
+    return path.filename().string().starts_with(stagingPrefix) && isFolder(path, files);
+}
 
 /// One removal in a meeting's folder.
 class Removal {
@@ -111,7 +119,7 @@ void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval:
     const bool gathered = marked && std::none_of(names.begin(), names.end(), isAudio);
     bool staged = false;
     for (const auto& name : names) {
-        if (!isStaging(name)) continue;
+        if (!isStaging(meeting / name, files)) continue;
         staged = true;
         Removal removal(meeting, name, files);
         if (!gathered) {
@@ -160,9 +168,17 @@ std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
     if (!pathExists(meetings)) return found;
     for (const auto& name : files.list(meetings)) {
         const auto id = UUID::parse(name);
-        if (!id || !fs::is_directory(fs::symlink_status(meetings / name))) continue;
-        const auto names = files.list(meetings / name);
-        if (std::any_of(names.begin(), names.end(), isStaging)) found.push_back(*id);
+        if (!id) continue;
+        try {
+            if (!isFolder(meetings / name, files)) continue;
+            const auto names = files.list(meetings / name);
+            if (std::any_of(names.begin(), names.end(), [&](const std::string& inner) {
+                    return isStaging(meetings / name / inner, files);
+                }))
+                found.push_back(*id);
+        } catch (const MeetingError&) {  // the recovery will say what is wrong with it
+            found.push_back(*id);
+        }
     }
     return found;
 }
@@ -182,6 +198,7 @@ Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& t
             return true;
         };
         try {
+            if (!isFolder(meetings / name, files)) continue;
             recoverMeeting(*id, meetings / name, trash, files, retire, recovered);
         } catch (const std::exception& error) {  // the trash may throw what it likes
             recovered.problems.push_back(name + ": " + error.what());

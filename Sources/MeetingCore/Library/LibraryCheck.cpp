@@ -10,6 +10,7 @@
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Library/RecordingImport.h"
+#include "MeetingCore/Library/SpeechConfiguration.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -145,6 +146,7 @@ private:
                 options_.repair ? std::make_unique<SQLiteJobStore>(file) : SQLiteJobStore::forReading(file);
             const auto problems = database_->integrityProblems();
             for (const auto& problem : problems) addDamage(problem);
+            if (!problems.empty()) database_.reset();  // nothing is changed in it, and nothing believed
             if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
         } catch (const MeetingError& error) {
             if (error.kind() != MeetingError::Kind::database) throw;
@@ -201,7 +203,7 @@ private:
         if (!pathExists(meetings)) return;
         const auto report = DurableChunkStore(meetings).recover();
         add(Severity::fine, topic,
-            countOf(report.chunks.size(), "Audioabschnitt", "Audioabschnitte") + " sind vollständig.");
+            countOf(report.chunks.size(), "Audioabschnitt ist", "Audioabschnitte sind") + " vollständig.");
         for (const auto& folder : report.incompleteDirectories) {
             if (isRecognition(fs::directory_entry(folder))) continue;
             add(Severity::note, topic,
@@ -209,10 +211,12 @@ private:
                     folder.lexically_relative(meetings).string());
         }
         for (const auto& problem : report.problems) add(Severity::warning, topic, problem);
-        if (!isLibraryBroken_ &&
-            (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)))
-            bringInLine(meetings, report.chunks);
-        checkComplete(report.chunks);
+        checkComplete(report.chunks);  // before the library forgets how many chunks there were
+        guarded(topic, [&] {
+            if (!isLibraryBroken_ &&
+                (options_.repair || !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)))
+                bringInLine(meetings, report.chunks);
+        });
         checkScheduled(report.chunks);
     }
 
@@ -246,13 +250,16 @@ private:
     void checkComplete(std::span<const AudioChunk> chunks) {
         std::unordered_map<UUID, std::int64_t> found;
         for (const auto& chunk : chunks) ++found[chunk.sessionID];
+        // The library may have been brought in line with what is left; what was registered stays.
+        std::unordered_map<UUID, std::int64_t> registered;
+        if (database_ != nullptr) registered = database_->registeredChunksBySession();
         for (const auto& meeting : library_.meetings) {
             if (AudioArchive::removed(meeting.id, root_)) continue;
             if (meeting.state == "interrupted") {
                 add(Severity::note, "Aufnahmen",
                     "„" + meeting.title + "“ wurde unterbrochen (einen Import setzt derselbe Aufruf fort).");
             }
-            const auto missing = meeting.chunkCount - found[meeting.id];
+            const auto missing = std::max(meeting.chunkCount, registered[meeting.id]) - found[meeting.id];
             // Without its manifest none of a meeting's audio is recognised, which is told of with the meeting.
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
             if (missing <= 0 || !pathExists(folder / "session.json")) continue;
@@ -267,9 +274,10 @@ private:
     /// A meeting with a job is one whose windows were planned; the rest of a track may wait for more audio.
     void checkScheduled(std::span<const AudioChunk> chunks) {
         if (database_ == nullptr) return;
+        const auto jobs = database_->jobStatsBySession();
         for (const auto& meeting : library_.meetings) {
             const auto has = [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; };
-            if (meeting.state != "completed" || !database_->jobStats(meeting.id).empty()) continue;
+            if (meeting.state != "completed" || jobs.contains(meeting.id)) continue;
             if (AudioArchive::removed(meeting.id, root_)) {
                 add(Severity::error, "Aufträge",
                     "„" + meeting.title + "“ hat weder Audio noch Aufträge: Sein Transkript ist verloren.");
@@ -283,8 +291,10 @@ private:
             }
             std::vector<AudioChunk> own;
             std::ranges::copy_if(chunks, std::back_inserter(own), has);
-            WorkScheduler::enqueue(own, *database_, true);
-            add(Severity::repaired, "Aufträge", what + "; sie sind neu eingereiht.");
+            guarded("Aufträge", [&] {
+                WorkScheduler::enqueue(own, *database_, true);
+                add(Severity::repaired, "Aufträge", what + "; sie sind neu eingereiht.");
+            });
         }
     }
 
@@ -302,6 +312,7 @@ private:
                     throw MeetingError::storage("Das Sitzungsmanifest fehlt.");
                 }
                 RecordingImport::storedClock(meeting.id, root_);
+                SpeechConfiguration::forSession(meeting.id, root_);
                 TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / "events.json");
                 TranscriptStorage::readOptional<SummaryInstructions>(folder / "summary-request.json");
                 TranscriptStorage::readOptional<SummaryArtifact>(folder / "summary.json");
@@ -318,20 +329,30 @@ private:
 
     void checkLeftovers() {
         std::vector<fs::path> leftovers;
-        const auto collect = [&](const fs::path& folder, bool recognising) {
-            for (const auto& entry : fs::directory_iterator(folder)) {
-                if (isInterruptedWrite(entry) || (!recognising && isRecognition(entry)))
-                    leftovers.push_back(entry.path());
-            }
+        std::vector<std::pair<UUID, fs::path>> recognitions;
+        const auto collect = [&](const fs::path& folder, const UUID& meeting) {
+            guarded("Reste", [&] {
+                for (const auto& name : FileManager::system().list(folder)) {
+                    const fs::directory_entry entry(folder / name);
+                    if (isInterruptedWrite(entry)) leftovers.push_back(entry.path());
+                    if (isRecognition(entry)) recognitions.emplace_back(meeting, entry.path());
+                }
+            });
         };
-        collect(root_, false);
+        collect(root_, {});
         for (const auto& meeting : library_.meetings) {
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
-            // Recognition goes on without a lock, but under a lease.
-            const bool recognising = database_ == nullptr || database_->jobStats(meeting.id)["running"] > 0;
             for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
-                if (fs::is_directory(fs::symlink_status(inner))) collect(inner, recognising);
+                std::error_code unknown;
+                if (fs::is_directory(fs::symlink_status(inner, unknown))) collect(inner, meeting.id);
             }
+        }
+        // Recognition goes on without a lock, but under a lease, which it has before its folder. So it is asked
+        // for after the folders were seen.
+        auto jobs = recognitions.empty() || database_ == nullptr ? decltype(database_->jobStatsBySession()){}
+                                                                 : database_->jobStatsBySession();
+        for (auto& [meeting, path] : recognitions) {
+            if (database_ != nullptr && jobs[meeting]["running"] == 0) leftovers.push_back(std::move(path));
         }
         if (leftovers.empty()) return;
         const auto what = countOf(leftovers.size(), "Rest eines unterbrochenen Schreibvorgangs",
@@ -340,8 +361,15 @@ private:
             add(Severity::note, "Reste", what + " (--repair räumt auf).");
             return;
         }
-        for (const auto& file : leftovers) fs::remove_all(file);
-        add(Severity::repaired, "Reste", what + " entfernt.");
+        std::size_t kept = 0;
+        for (const auto& file : leftovers) {
+            std::error_code failed;
+            fs::remove_all(file, failed);
+            if (!failed) continue;
+            ++kept;
+            add(Severity::error, "Reste", quotedName(file) + ": " + systemErrorText(failed.value()));
+        }
+        if (kept == 0) add(Severity::repaired, "Reste", what + " entfernt.");
     }
 
     void checkModels(const fs::path& folder) {

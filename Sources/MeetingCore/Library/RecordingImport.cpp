@@ -56,11 +56,13 @@ void requireSound(const Recording& recording, const std::filesystem::path& root)
 }
 
 /// Whether the meeting is complete but for chunks that it has lost; throws where it lacks nothing.
-bool hasLostChunks(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks) {
+bool hasLostChunks(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks,
+                   SQLiteJobStore& database) {
     const auto known = entryOf(library, recording.session);
     if (known == library.meetings.end() || known->state != "completed") return false;
-    if (static_cast<std::int64_t>(chunks.size()) < known->chunkCount || !AudioArchive::gaps(chunks).empty())
-        return true;
+    // The library may have been brought in line with what is left; what was registered stays.
+    const auto expected = std::max(known->chunkCount, database.registeredChunksBySession()[recording.session]);
+    if (static_cast<std::int64_t>(chunks.size()) < expected || !AudioArchive::gaps(chunks).empty()) return true;
     throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
                                     known->id.string() + ").");
 }
@@ -211,7 +213,7 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     const auto folder = store.sessionDirectory(recording.session);
     if (files.status(folder)) restoreManifest(recording, folder, files);
     const auto known = store.recover(recording.session).chunks;
-    const bool restores = hasLostChunks(recording, library.snapshot(), known);
+    const bool restores = hasLostChunks(recording, library.snapshot(), known, database);
     const bool resumed = begin(recording, store, library, files);
     MeetingLibrary::appendEvent(
         {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -171,6 +172,16 @@ std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, con
     throw MeetingError::database("Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.");
 }
 
+/// What is to be replaced may be broken.
+bool isSame(const SpeechResult& result, const std::string& stored, Existing existing) {
+    try {
+        return json::decode<SpeechResult>(stored, "Das Ergebnis eines Transkriptionsauftrags") == result;
+    } catch (const MeetingError&) {
+        if (existing == Existing::refuse) throw;
+        return false;
+    }
+}
+
 /// The results that are not stored yet, with the state of their jobs.
 std::vector<std::pair<const SpeechResult*, JobStatus>> unfinished(std::span<const SpeechResult> results,
                                                                   const UUID& session, SQLiteJobStore& database,
@@ -183,8 +194,7 @@ std::vector<std::pair<const SpeechResult*, JobStatus>> unfinished(std::span<cons
         if (status == JobStatus::running) refuseBusyJob();
         if (status == JobStatus::completed) {
             const auto stored = database.result(result.windowID).value_or("");
-            if (json::decode<SpeechResult>(stored, "Das Ergebnis eines Transkriptionsauftrags") == result)
-                continue;
+            if (isSame(result, stored, existing)) continue;
             if (existing == Existing::refuse) {
                 throw MeetingError::invalidData("Diese Tonspur ist schon transkribiert.");
             }
@@ -218,9 +228,13 @@ std::vector<SpeechResult> assign(const CaptionFile& file, std::span<const Transc
 Report take(const UUID& session, AudioSource source, const CaptionFile& file, const std::filesystem::path& root,
             SQLiteJobStore& database, Existing existing, const std::function<Date()>& clock,
             FileManager& files) {
-    const auto chunks = trackChunks(session, source, root, files);
-    const auto results = assign(file, WorkScheduler::windows(chunks, /*flushTail=*/true));
-    WorkScheduler::enqueue(chunks, database, /*flushTail=*/true);
+    auto coverage = WorkScheduler::coverage(session, trackChunks(session, source, root, files), database);
+    std::erase_if(coverage.windows, [&](const auto& window) { return window.source != source; });
+    std::ranges::move(WorkScheduler::windows(coverage.unplanned, /*flushTail=*/true),
+                      std::back_inserter(coverage.windows));
+    std::ranges::stable_sort(coverage.windows, {}, &TranscriptionWindow::startSeconds);
+    const auto results = assign(file, coverage.windows);
+    WorkScheduler::enqueue(coverage.unplanned, database, /*flushTail=*/true);
     database.recoverExpired(clock());
     const auto open = unfinished(results, session, database, existing);
     for (const auto& [result, status] : open) finish(*result, status, database, clock);

@@ -1,8 +1,12 @@
 #include "MeetingCore/Library/WorkScheduler.h"
 
+#include <algorithm>
 #include <iterator>
 #include <map>
+#include <unordered_set>
 #include <utility>
+
+#include "MeetingCore/Platform/MeetingError.h"
 
 namespace meetingcore::WorkScheduler {
 
@@ -24,6 +28,25 @@ std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, boo
         std::move(planned.begin(), planned.end(), std::back_inserter(all));
     });
     return all;
+}
+
+Coverage coverage(const UUID& session, std::span<const AudioChunk> chunks, SQLiteJobStore& database) {
+    Coverage coverage;
+    std::unordered_set<UUID> planned;
+    for (const auto& job : database.jobs(session)) {
+        if (job.kind != "transcribe") continue;
+        try {
+            auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
+            for (const auto& chunk : window.chunks) planned.insert(chunk.id);
+            if (!window.chunks.empty()) coverage.windows.push_back(std::move(window));
+        } catch (const MeetingError&) {
+            // A damaged job covers nothing.
+        }
+    }
+    std::ranges::stable_sort(coverage.windows, {}, &TranscriptionWindow::startSeconds);
+    std::ranges::copy_if(chunks, std::back_inserter(coverage.unplanned),
+                         [&](const AudioChunk& chunk) { return !planned.contains(chunk.id); });
+    return coverage;
 }
 
 void enqueue(std::span<const AudioChunk> chunks, SQLiteJobStore& database, bool flushTail) {

@@ -17,6 +17,16 @@ inline constexpr double windowSeconds = 60;
 /// The windows of all tracks among the chunks, track by track. Throws as WindowPlanner does.
 std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, bool flushTail);
 
+/// What the jobs of a session cover.
+struct Coverage {
+    std::vector<TranscriptionWindow> windows;  ///< of the jobs, by start; their audio may be lost by now
+    std::vector<AudioChunk> unplanned;         ///< the chunks that no job has
+};
+
+/// Where a chunk is lost, a plan of those that are left would cut other windows than the jobs have, and what
+/// they cover would be transcribed twice. Only the unplanned chunks are to be enqueued.
+Coverage coverage(const UUID& session, std::span<const AudioChunk> chunks, SQLiteJobStore& database);
+
 /// Adds a "transcribe" job for each window of the chunks, which may belong to several sessions. The job's id
 /// and payload follow from the chunks alone, so that calling again over the same chunks changes nothing. The
 /// rest of a track that is shorter than a window waits for more audio unless `flushTail`.

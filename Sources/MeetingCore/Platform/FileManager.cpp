@@ -122,6 +122,7 @@ public:
     std::unique_ptr<FileWriter> createFile(const fs::path& path) override {
         auto descriptor = FileDescriptor::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, fileMode);
         if (!descriptor || ::fchmod(descriptor.get(), fileMode) != 0) {
+            if (descriptor) ::unlink(path.c_str());
             throw MeetingError::storage("Datei konnte nicht angelegt werden: " +
                                         text::repaired(path.filename().string()));
         }

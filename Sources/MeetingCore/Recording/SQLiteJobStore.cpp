@@ -451,4 +451,15 @@ std::int64_t SQLiteJobStore::registeredChunkCount() {
     return row.step() ? row.integer(0) : 0;
 }
 
+std::unordered_map<UUID, std::int64_t> SQLiteJobStore::registeredChunksBySession() {
+    const std::scoped_lock guard(lock_);
+    auto row =
+        open().prepare("SELECT json_extract(payload,'$.sessionID'), COUNT(*) FROM chunks GROUP BY 1", {});
+    std::unordered_map<UUID, std::int64_t> counts;
+    while (row.step()) {
+        if (const auto session = UUID::parse(row.view(0))) counts[*session] = row.integer(1);
+    }
+    return counts;
+}
+
 }  // namespace meetingcore

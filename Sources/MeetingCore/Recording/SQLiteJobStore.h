@@ -179,6 +179,9 @@ public:
     std::int64_t jobCount();
     std::int64_t registeredChunkCount();
 
+    /// How many chunks were registered for each session that has some.
+    std::unordered_map<UUID, std::int64_t> registeredChunksBySession();
+
     /// Closes the database early; every later operation fails.
     void close();
 

@@ -110,7 +110,8 @@ bool isVTTTag(std::string_view body) {
 
 bool isSubRipTag(std::string_view body) {
     if (body.starts_with('/')) body.remove_prefix(1);
-    const auto name = text::lowercased(body.substr(0, body.find_first_of(" \t")));
+    constexpr std::string_view longest = "font";
+    const auto name = text::lowercased(body.substr(0, std::min(body.find_first_of(" \t"), longest.size() + 1)));
     return name == "i" || name == "b" || name == "u" || name == "s" || name == "font";
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <unordered_set>
 #include <utility>
 
 #include "MeetingCore/Platform/MeetingError.h"
@@ -131,9 +132,9 @@ SpeakerTurnFile SpeakerTurnFile::read(const std::filesystem::path& file, FileMan
 
 std::vector<std::string> SpeakerTurnFile::recordings() const {
     std::vector<std::string> names;
+    std::unordered_set<std::string_view> known;
     for (const auto& turn : turns) {
-        if (std::find(names.begin(), names.end(), turn.recording) == names.end())
-            names.push_back(turn.recording);
+        if (known.insert(turn.recording).second) names.push_back(turn.recording);
     }
     return names;
 }
