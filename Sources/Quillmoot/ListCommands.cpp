@@ -167,7 +167,7 @@ std::string queueProgressOf(const MeetingRow& row) {
 }
 
 std::string progressOf(const MeetingRow& row) {
-    const auto processing = queueProgressOf(row);
+    auto processing = queueProgressOf(row);
     if (row.state != "interrupted") return processing;
     return processing == "ohne Transkript" ? "unterbrochen" : processing + ", unterbrochen";
 }

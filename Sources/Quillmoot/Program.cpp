@@ -212,11 +212,11 @@ int written(Shell& shell, int status) {
 
 }  // namespace
 
-void explain(Terminal& out, const std::string& said) {
-    const auto message = inGerman(said);
-    std::istringstream lines(message);
+void explain(Terminal& out, const std::string& message) {
+    const auto text = inGerman(message);
+    std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) out.line(line, Ink::red);
-    if (const auto step = nextStep(message); !step.empty()) out.line(step);
+    if (const auto step = nextStep(text); !step.empty()) out.line(step);
 }
 
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,

@@ -327,49 +327,54 @@ private:
         }
     }
 
-    void checkLeftovers() {
-        std::vector<fs::path> leftovers;
+    /// What writes and recognitions that were cut off left behind.
+    std::vector<fs::path> leftovers() {
+        std::vector<fs::path> found;
         std::vector<std::pair<UUID, fs::path>> recognitions;
         const auto collect = [&](const fs::path& folder, const UUID& meeting) {
-            guarded("Reste", [&] {
-                for (const auto& name : FileManager::system().list(folder)) {
-                    const fs::directory_entry entry(folder / name);
-                    if (isInterruptedWrite(entry)) leftovers.push_back(entry.path());
-                    if (isRecognition(entry)) recognitions.emplace_back(meeting, entry.path());
-                }
-            });
+            for (const auto& name : FileManager::system().list(folder)) {
+                const fs::directory_entry entry(folder / name);
+                if (isInterruptedWrite(entry)) found.push_back(entry.path());
+                if (isRecognition(entry)) recognitions.emplace_back(meeting, entry.path());
+            }
         };
-        collect(root_, {});
+        guarded("Reste", [&] { collect(root_, {}); });
         for (const auto& meeting : library_.meetings) {
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
             for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
                 std::error_code unknown;
-                if (fs::is_directory(fs::symlink_status(inner, unknown))) collect(inner, meeting.id);
+                if (fs::is_directory(fs::symlink_status(inner, unknown)))
+                    guarded("Reste", [&] { collect(inner, meeting.id); });
             }
         }
+        if (recognitions.empty() || database_ == nullptr) return found;
         // Recognition goes on without a lock, but under a lease, which it has before its folder. So it is asked
         // for after the folders were seen.
-        auto jobs = recognitions.empty() || database_ == nullptr ? decltype(database_->jobStatsBySession()){}
-                                                                 : database_->jobStatsBySession();
+        auto jobs = database_->jobStatsBySession();
         for (auto& [meeting, path] : recognitions) {
-            if (database_ != nullptr && jobs[meeting]["running"] == 0) leftovers.push_back(std::move(path));
+            if (jobs[meeting]["running"] == 0) found.push_back(std::move(path));
         }
-        if (leftovers.empty()) return;
-        const auto what = countOf(leftovers.size(), "Rest eines unterbrochenen Schreibvorgangs",
+        return found;
+    }
+
+    void checkLeftovers() {
+        const auto found = leftovers();
+        if (found.empty()) return;
+        const auto what = countOf(found.size(), "Rest eines unterbrochenen Schreibvorgangs",
                                   "Reste unterbrochener Schreibvorgänge");
         if (!options_.repair) {
             add(Severity::note, "Reste", what + " (--repair räumt auf).");
             return;
         }
-        std::size_t kept = 0;
-        for (const auto& file : leftovers) {
+        bool complete = true;
+        for (const auto& path : found) {
             std::error_code failed;
-            fs::remove_all(file, failed);
+            fs::remove_all(path, failed);
             if (!failed) continue;
-            ++kept;
-            add(Severity::error, "Reste", quotedName(file) + ": " + systemErrorText(failed.value()));
+            complete = false;
+            add(Severity::error, "Reste", quotedName(path) + ": " + systemErrorText(failed.value()));
         }
-        if (kept == 0) add(Severity::repaired, "Reste", what + " entfernt.");
+        if (complete) add(Severity::repaired, "Reste", what + " entfernt.");
     }
 
     void checkModels(const fs::path& folder) {
