@@ -343,7 +343,7 @@ TEST_F(Quillmoot, KeepsWhatAPersonGave) {
     EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Von Hand"));
     EXPECT_THAT(err("quillmoot speakers none Kundenportal"), HasSubstr("hat schon Sprecher."));
     // A recognition of speakers that was cut off.
-    out("sed -i 's/\"finished\":true/\"finished\":false/' ../data/*/Meetings/*/diarization.json");
+    out(R"(sed -i 's/"finished":true/"finished":false/' ../data/*/Meetings/*/diarization.json)");
     EXPECT_THAT(err("quillmoot speakers import Kundenportal speakers.rttm"), HasSubstr("läuft noch."));
     out("quillmoot speakers import Kundenportal speakers.rttm --replace");
     EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Verarbeitung    transkribiert"));

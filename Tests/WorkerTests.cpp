@@ -269,9 +269,10 @@ TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
         for (int number = 1;; ++number) {
             writeFile(summary, "alt");
             fs::remove_all(meeting.folder() / "summary-parts");
-            const auto outcome = watched("-e trace=" + call + " -e inject=" + call +
-                                         ":error=ENOSPC:when=" + std::to_string(number) + " ");
-            const auto where = call + " " + std::to_string(number) + ": " + outcome;
+            std::ostringstream options;
+            options << "-e trace=" << call << " -e inject=" << call << ":error=ENOSPC:when=" << number << ' ';
+            const auto outcome = watched(options.str());
+            const auto where = options.str().append(outcome);
             if (traced().find("(INJECTED)") == std::string::npos) break;
             if (contentOf(summary) == "alt") {
                 EXPECT_THAT(outcome, HasSubstr("failed: ")) << where;
