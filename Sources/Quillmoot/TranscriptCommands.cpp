@@ -482,7 +482,9 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
     recognised.add_option("--timeout", values->timeout, "Sekunden, die ein Abschnitt dauern darf")
         ->type_name("SEKUNDEN")
         ->check(inRange(1, 86'400));
-    recognised.footer("Was das Programm liest und schreibt, steht in Docs/Transcription.md.");
+    recognised.footer(
+        "Was das Programm liest und schreibt, steht in Transcription.md (installiert: "
+        "/usr/share/doc/quillmoot/Transcription.md).");
 
     auto& corrected = withMeeting(add("correct", "Berichtigt den Text eines Segments", correct));
     corrected.add_option("SEGMENT", values->segment, "Nummer aus „transcript --numbers“ oder Kennung")
