@@ -140,7 +140,7 @@ TEST_F(Commands, DoWhatTheySay) {
     // clang-format off
     const std::vector<std::tuple<std::string, std::string, std::string>> steps{
         {"pin Kundenportal", "list", "★ Kundenportal"}, {"pin Kundenportal --off", "list", "  Kundenportal"},
-        {"project assign Kundenportal portal", "list --project Portal", "Kundenportal · Portal"}, {"project rename portal Kunden", "project", "1 Meeting"},
+        {"project assign Kundenportal portal", "list --project ' PORTAL '", "Kundenportal · Portal"}, {"project rename portal Kunden", "project", "1 Meeting"},
         {"project remove Kunden", "list", "  Kundenportal\n"}, {"fields set Kundenportal Kunde Wettermann", "show Kundenportal", "Kunde           Wettermann"},
         {"fields rename kunde Auftraggeber", "show Kundenportal", "Auftraggeber    Wettermann"}, {"fields remove Auftraggeber", "fields --json", "[]\n"},
         {"instructions Kundenportal --base Kurz --hint Preise", "instructions Kundenportal --json", R"({"basePrompt":"Kurz","meetingPrompt":"Preise"})"},

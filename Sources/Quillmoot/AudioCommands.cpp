@@ -140,12 +140,7 @@ RecordingImport::Recording recordingOf(const Values& values, const std::vector<I
 }
 
 UUID projectNamed(const std::string& name, const LibrarySnapshot& library) {
-    const auto found = std::ranges::find_if(library.projects, [&](const auto& project) {
-        return text::folded(project.name) == text::folded(name);
-    });
-    if (found == library.projects.end())
-        throw MeetingError::invalidData("Ein Projekt „" + name + "“ gibt es nicht.");
-    return found->id;
+    return named(library.projects, name, "Ein Projekt")->id;
 }
 
 RecordingImport::Outcome runImport(const RecordingImport::Recording& recording, OpenLibrary& open,

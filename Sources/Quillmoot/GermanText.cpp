@@ -6,7 +6,7 @@
 #include <map>
 
 #include "MeetingCore/Library/AudioArchive.h"
-#include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
 #include "Terminal.h"
 
@@ -77,6 +77,10 @@ std::string_view wordForJob(const std::string& status) {
     if (status == "running") return "in Arbeit";
     if (status == "completed") return "fertig";
     return status == "failed" ? std::string_view("fehlgeschlagen") : std::string_view(status);
+}
+
+bool sameName(std::string_view a, std::string_view b) {
+    return text::folded(text::trimmed(a)) == text::folded(text::trimmed(b));
 }
 
 std::optional<std::string> projectName(const LibrarySnapshot& library, const MeetingEntry& meeting) {

@@ -174,18 +174,12 @@ std::string progressOf(const MeetingRow& row) {
 
 int list(Shell& shell, const std::string& project, bool asJSON) {
     auto folder = shell.folder();
-    const auto isMeant = [&](const MeetingProject& known) {
-        return text::folded(known.name) == text::folded(project);
-    };
-    if (!project.empty() && std::ranges::none_of(folder.library().projects, isMeant))
-        throw MeetingError::invalidData("Ein Projekt „" + project + "“ gibt es nicht.");
+    std::optional<UUID> only;
+    if (!project.empty()) only = named(folder.library().projects, project, "Ein Projekt")->id;
     std::vector<MeetingRow> rows;
     auto counts = folder.jobs().jobStatsBySession();
     for (const auto& meeting : folder.library().meetings) {
-        if (!project.empty() &&
-            text::folded(projectName(folder.library(), meeting).value_or("")) != text::folded(project)) {
-            continue;
-        }
+        if (only && meeting.projectID != only) continue;
         rows.push_back(rowOf(folder, meeting, std::move(counts[meeting.id])));
     }
     std::ranges::stable_sort(rows, std::ranges::greater(), &MeetingRow::pinned);

@@ -2,7 +2,6 @@
 #include <iostream>
 
 #include "GermanText.h"
-#include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
 #include "Program.h"
@@ -40,10 +39,6 @@ struct Values {
     bool json = false;
 };
 
-bool sameName(std::string_view a, std::string_view b) {
-    return text::folded(text::trimmed(a)) == text::folded(text::trimmed(b));
-}
-
 /// The argument itself, or for "-" what comes on standard input.
 std::string textOf(const std::string& argument) {
     constexpr std::size_t limit = 1'048'576;
@@ -55,14 +50,6 @@ std::string textOf(const std::string& argument) {
     if (text.size() > limit)
         throw MeetingError::invalidData("Der Text auf der Standardeingabe ist länger als 1 MiB.");
     return text;
-}
-
-/// The element of a list with this name; throws where there is none.
-template <class List>
-auto named(List& list, const std::string& name, const std::string& what) {
-    const auto found = std::ranges::find_if(list, [&](const auto& item) { return sameName(item.name, name); });
-    if (found == list.end()) throw MeetingError::invalidData(what + " „" + name + "“ gibt es nicht.");
-    return found;
 }
 
 /// Throws where a project other than `self` has this name.
