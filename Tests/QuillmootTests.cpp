@@ -413,9 +413,13 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
 
 TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     importSample();
-    EXPECT_THAT(err("flock '" + (root() / "application.lock").string() + "' quillmoot pin Kundenportal"),
-                Not(IsEmpty()));
-    out("flock '" + (root() / "application.lock").string() + "' quillmoot list");
+    const auto asApplication = "flock '" + (root() / "application.lock").string() + "' quillmoot ";
+    EXPECT_THAT(err(asApplication + "pin Kundenportal"), Not(IsEmpty()));
+    const auto library = (root() / "library.json").string();
+    out("sed -i.fertig s/completed/recording/ '" + library + "'");
+    EXPECT_THAT(out(asApplication + "show Kundenportal"), HasSubstr("wird aufgenommen"));
+    EXPECT_THAT(out(asApplication + "list && mv '" + library + ".fertig' '" + library + "'"),
+                HasSubstr("Aufnahme läuft"));
     writeFile(root() / ".library.json.3B241101-E2BB-4255-8CAF-4136C566A962.tmp", "Rest");
     out("cd '" + (root() / "Meetings").string() +
         "'/* && mkdir .Transkription.X.partial && touch .Transkription.X.partial/audio.wav");

@@ -108,6 +108,7 @@ TranscriptProcessingState processingOf(const MeetingEntry& meeting, const std::f
     TranscriptProcessing processing;
     processing.loaded = true;
     processing.loadFailed = document == nullptr;
+    processing.recording = meeting.isBeingRecorded();
     processing.meetingState = meeting.state;
     processing.stats = jobs.jobStats(meeting.id);
     processing.hasText = document != nullptr && !document->segments.empty();
