@@ -17,11 +17,22 @@ install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package
 install(FILES ${PROJECT_SOURCE_DIR}/Docs/Transcription.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
         COMPONENT Runtime)
 
-# The notice that llama.cpp asks for goes where its code goes.
-if(EXISTS "${_llama_source}/LICENSE")
-    install(FILES ${_llama_source}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
-            RENAME LICENSE.llama.cpp COMPONENT Runtime)
-endif()
+# The terms, and the notices that llama.cpp and CLI11 ask for where their code goes. An installed llama.cpp may have
+# been built in the cache folder, where its sources still lie.
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot COMPONENT Runtime)
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmeetingcore-dev
+        COMPONENT Development)
+function(_install_notice name)
+    foreach(notice ${ARGN})
+        if(EXISTS ${notice})
+            install(FILES ${notice} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot RENAME LICENSE.${name}
+                    COMPONENT Runtime)
+            return()
+        endif()
+    endforeach()
+endfunction()
+_install_notice(llama.cpp ${_llama_source}/LICENSE ${MEETING_LLAMA_CACHE_DIR}/src/LICENSE)
+_install_notice(CLI11 /usr/share/doc/libcli11-dev/copyright)
 
 if(NOT PROJECT_IS_TOP_LEVEL)
     return()

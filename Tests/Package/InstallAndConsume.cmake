@@ -23,7 +23,8 @@ if(NOT programs STREQUAL "SummaryWorker;quillmoot")
     message(FATAL_ERROR "Installed programs: ${programs}")
 endif()
 foreach(file bash-completion/completions/quillmoot zsh/site-functions/_quillmoot
-             fish/vendor_completions.d/quillmoot.fish man/man1/quillmoot.1 man/man1/SummaryWorker.1)
+             fish/vendor_completions.d/quillmoot.fish man/man1/quillmoot.1 man/man1/SummaryWorker.1
+             doc/quillmoot/copyright doc/libmeetingcore-dev/copyright)
     file(SIZE ${prefix}/share/${file} size)
     if(size LESS 1000)
         message(FATAL_ERROR "${file} has ${size} bytes")
