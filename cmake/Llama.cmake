@@ -133,9 +133,13 @@ function(_llama_build source)
     endif()
     set(off APP TOOLS EXAMPLES TESTS SERVER COMMON)
     list(TRANSFORM off REPLACE "(.+)" "-DLLAMA_BUILD_\\1=OFF")
+    # Failed assertions name files; those of the machine that built a package are nobody's business. Folders that were
+    # built without this need no new build.
+    set(flags "-ffile-prefix-map=${source}/=")
     cmake_host_system_information(RESULT cores QUERY NUMBER_OF_LOGICAL_CORES)
     _llama_run("Configuring llama.cpp" ${CMAKE_COMMAND} -S ${source} -B ${build} -G ${CMAKE_GENERATOR}
                -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=${_llama_prefix} -DCMAKE_INSTALL_LIBDIR=lib
+               -DCMAKE_C_FLAGS_INIT=${flags} -DCMAKE_CXX_FLAGS_INIT=${flags}
                -DBUILD_SHARED_LIBS=OFF -DGGML_CCACHE=OFF -DGGML_NATIVE=${MEETING_LLAMA_NATIVE} ${off})
     _llama_run("Building llama.cpp" ${CMAKE_COMMAND} --build ${build} --parallel ${cores} --target install)
     file(WRITE ${stamp} ${wanted})

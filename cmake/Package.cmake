@@ -40,7 +40,7 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_NAME quillmoot)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Meetings from audio files to summaries with evidence")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each description's first line is its package's own
 set(CPACK_PACKAGE_CONTACT "MeetingCore developers <meetingcore@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -53,7 +53,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME quillmoot)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "quillmoot takes recorded meetings in, gives them transcript and speakers, has \
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Meetings from audio files to summaries with evidence
+quillmoot takes recorded meetings in, gives them transcript and speakers, has \
 SummaryWorker summarise them with a language model on this machine, and gives them out as text, pages and subtitles. \
 Needs a processor with AVX2; the model is not included.
 .
@@ -64,5 +65,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libglib2.0-dev, libicu-dev, libsimdjson-dev, libsqlite3-dev, libssl-dev, libstemmer-dev, \
 pkg-config, uuid-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "The static library MeetingCore, its headers and its CMake package.")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Processing core of a meeting recorder, for development
+The static library MeetingCore, its headers and its CMake package.")
 include(CPack)

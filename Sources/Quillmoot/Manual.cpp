@@ -66,6 +66,11 @@ und je Meeting ein Ordner unter
 .TP
 .I \(ti/.config/Quillstead/preferences.json
 Welcher Datenordner gewählt wurde.
+.TP
+.I /usr/share/doc/quillmoot/Transcription.md
+Was ein Programm liest und schreibt, das
+.B quillmoot transcribe
+aufruft.
 .SH RÜCKGABEWERT
 .TP
 .B 0
