@@ -19,7 +19,8 @@ struct AudioRetentionPolicy {
     static AudioRetentionPolicy load(const std::filesystem::path& root,
                                      FileManager& files = FileManager::system());
 
-    /// Writes the policy, once found valid, atomically. Durable on return.
+    /// Writes the policy, once found valid, atomically. Durable on return. The caller holds the application
+    /// lock.
     void save(const std::filesystem::path& root, FileManager& files = FileManager::system()) const;
 
     /// The same policy, or MeetingError (invalidData) where the days are out of range.

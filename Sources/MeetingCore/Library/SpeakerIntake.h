@@ -35,7 +35,7 @@ struct Selection {
 enum class Existing { refuse, replace };
 
 /// Replaces the turns of the selected tracks, each named once, in "diarization.json" and keeps those of the
-/// other. `root` is the data folder.
+/// other. `root` is the data folder, whose application lock the caller holds.
 ///
 /// Speakers are numbered from 1 in the order in which they first speak, "mic:1" on the microphone track. Turns
 /// of one speaker that overlap or touch become one; turns of several speakers may overlap and make what is said
@@ -50,7 +50,7 @@ enum class Existing { refuse, replace };
 ///
 /// Throws MeetingError (invalidData), and changes nothing, where the file has no turn for a track, a turn
 /// begins more than 1 s behind the end of the recording, a name is none that TranscriptEditing would take, the
-/// track has other speakers that are not to be replaced, or a diarization is still under way.
+/// track has other speakers that are not to be replaced, or a diarization is unfinished and not to be replaced.
 std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
                          std::span<const Selection> selections, const std::filesystem::path& root,
                          SQLiteJobStore& database, Existing existing = Existing::refuse,
@@ -58,12 +58,13 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
 
 /// Lets a transcript whose speakers nobody will tell apart count as complete: writes a finished diarization
 /// without turns where one is missing. Does nothing for a meeting with a speech result of version 2, whose
-/// diarization is still to come.
+/// diarization is still to come. The caller holds the application lock.
 void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
             FileManager& files = FileManager::system());
 
 /// The same as the user's own word, also where speech results of version 2 announced speakers on both tracks.
-/// Throws MeetingError (invalidData) where the meeting has speakers or a diarization is still under way.
+/// The caller holds the application lock. Throws MeetingError (invalidData) where the meeting has speakers or a
+/// diarization is still under way.
 void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
                  FileManager& files = FileManager::system());
 
