@@ -146,7 +146,6 @@ MeetingRow rowOf(DataFolder& folder, const MeetingEntry& meeting, std::map<std::
             .hasSummary = pathExists(folder.folderOf(meeting.id) / "summary.json")};
 }
 
-/// The work on a meeting in a few words.
 /// How far the transcript and what is made of it are.
 std::string queueProgressOf(const MeetingRow& row) {
     const auto count = [&](const char* status) {
@@ -166,6 +165,7 @@ std::string queueProgressOf(const MeetingRow& row) {
     return count("completed") > 0 ? "transkribiert" : "ohne Transkript";
 }
 
+/// The work on a meeting in a few words.
 std::string progressOf(const MeetingRow& row) {
     auto processing = queueProgressOf(row);
     if (row.state != "interrupted") return processing;

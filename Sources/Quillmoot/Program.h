@@ -27,8 +27,8 @@ void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor,
 void addToolCommands(CLI::App& app, Shell& shell);     ///< completion, and what only programs call
 void addListCommands(CLI::App& app, Shell& shell);     ///< list, show, search, jobs
 void addAudioCommands(CLI::App& app, Shell& shell);    ///< import, audio, remove-audio, retention
-void addMeetingCommands(CLI::App& app, Shell& shell);  ///< rename, pin, note, project, participants, fields, …
+void addMeetingCommands(CLI::App& app, Shell& shell);  ///< rename, pin, note, project, fields, instructions, …
 void addTranscriptCommands(CLI::App& app, Shell& shell);  ///< transcript, speakers, correct, speaker, export, …
-void addSummaryCommands(CLI::App& app, Shell& shell);     ///< summarize, title, summary, instructions
+void addSummaryCommands(CLI::App& app, Shell& shell);     ///< summarize, title, summary
 
 }  // namespace meetingcore::quillmoot

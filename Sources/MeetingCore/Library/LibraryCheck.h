@@ -34,9 +34,9 @@ struct Options {
     std::optional<std::filesystem::path> models;  ///< the model folder to check; not checked where absent
 
     /// Puts right what can be: takes back expired leases, brings interrupted audio removals to an end with this
-    /// trash, brings the library in line with the recordings, plans missing jobs, and removes what interrupted
-    /// writes left. The caller then holds the application lock and the
-    /// inference lock, so that nobody is writing.
+    /// trash, brings the library in line with the recordings, makes a lost database, plans missing jobs, and
+    /// removes what interrupted writes left. The caller then holds the application lock and the inference lock,
+    /// so that nobody is writing.
     std::optional<AudioRemoval::Trash> repair;
 };
 

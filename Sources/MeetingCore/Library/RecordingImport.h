@@ -59,11 +59,11 @@ using Progress = std::function<bool(AudioSource track, double seconds)>;
 enum class Outcome { finished, stopped };
 
 /// Imports all tracks, or stops where `progress` says so, which leaves an interrupted meeting that the next
-/// call completes: it takes over another start, title and project only where the user has changed neither since
-/// the first call, and after an error none of them. The caller holds the application lock. Throws MeetingError:
-/// invalidData where the recording is in the library already, unless chunks of it are missing or damaged, which
-/// are then restored or its audio was removed on purpose, where a track holds no samples or more than 24 hours,
-/// and whatever the stores throw.
+/// call completes: it always takes over another start on the clock, title and project only where the user has
+/// not changed the first call's title, the project only where there is none yet, and after an error none of
+/// them. The caller holds the application lock. Throws MeetingError: invalidData where the recording is in the
+/// library already, unless chunks of it are missing or damaged, which are then restored, where its audio was
+/// removed on purpose, where a track holds no samples or more than 24 hours, and whatever the stores throw.
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
             SQLiteJobStore& database, const Progress& progress, FileManager& files = FileManager::system());
 

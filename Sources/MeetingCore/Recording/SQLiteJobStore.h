@@ -69,7 +69,8 @@ struct JobLease {
 /// Every operation is synchronous and atomic; when it returns, its effect is on stable storage (WAL journal,
 /// synchronous=FULL). One lock serialises the operations of an object, immediate transactions and a busy
 /// timeout of 5 s those of several processes on one file. Failures are MeetingError: `invalidData` for bad
-/// arguments, else `database`, with SQLite's own message where the store has none. Times come from the caller.
+/// arguments, `storage` where the file system keeps a store from being opened, else `database`, with SQLite's
+/// own message where the store has none. Times come from the caller.
 class SQLiteJobStore {
 public:
     /// The message of the error in which finish, renew, fail and release end when the lease has expired or is

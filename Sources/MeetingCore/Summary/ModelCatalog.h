@@ -71,8 +71,8 @@ public:
     bool present(std::string_view id, const std::filesystem::path& directory) const;
 
     /// Checks size and SHA-256, in this order, reading 4 MiB at a time. Throws MeetingError: notConfigured for
-    /// a file that is missing or incomplete and for an unknown identifier, invalidData for one with another
-    /// content.
+    /// a file that is missing or incomplete and for an unknown identifier, storage for one
+    /// that cannot be read, invalidData for one with another content.
     VerifiedModel verify(std::string_view id, const std::filesystem::path& directory) const;
 
     /// SHA-256 as 64 lower-case hexadecimal digits.
