@@ -3,7 +3,6 @@
 // run.
 
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <random>
 

@@ -1,7 +1,6 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
 #include <random>
 
 #include <benchmark/benchmark.h>

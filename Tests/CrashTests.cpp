@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cerrno>
 #include <iostream>
 
 #include "MeetingCore/Library/AudioArchive.h"

@@ -1,4 +1,3 @@
-#include <fstream>
 #include <random>
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
 #include "AudioFile.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <vector>
 
 #include <samplerate.h>
 #include <sndfile.h>

@@ -1,6 +1,5 @@
 #include "Completion.h"
 
-#include <algorithm>
 #include <functional>
 
 #include "CommandDescription.h"

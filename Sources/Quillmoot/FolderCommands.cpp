@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdlib>
 
 #include "GermanText.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"

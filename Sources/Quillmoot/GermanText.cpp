@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <map>
 
 #include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Presentation/RecordingClock.h"
 #include "Terminal.h"
 
 namespace meetingcore::quillmoot {

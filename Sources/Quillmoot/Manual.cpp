@@ -1,7 +1,5 @@
 #include "Manual.h"
 
-#include <algorithm>
-
 #include "CommandDescription.h"
 
 namespace meetingcore::quillmoot {

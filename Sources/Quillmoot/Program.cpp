@@ -12,7 +12,6 @@
 #include "HelpFormatter.h"
 #include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/MeetingError.h"
-#include "MeetingCore/Platform/Text.h"
 
 namespace meetingcore::quillmoot {
 

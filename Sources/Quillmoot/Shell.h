@@ -11,7 +11,6 @@
 
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Platform/StopRequest.h"
-#include "MeetingCore/Presentation/RecordingClock.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"

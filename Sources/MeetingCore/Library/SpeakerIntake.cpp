@@ -1,7 +1,6 @@
 #include "MeetingCore/Library/SpeakerIntake.h"
 
 #include <algorithm>
-#include <limits>
 #include <map>
 #include <tuple>
 #include <utility>

@@ -1,5 +1,7 @@
 #include "MeetingCore/Platform/JSONReader.h"
 
+#include <charconv>
+
 namespace meetingcore::json {
 
 namespace reading {

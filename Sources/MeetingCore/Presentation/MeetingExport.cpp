@@ -1,6 +1,5 @@
 #include "MeetingCore/Presentation/MeetingExport.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "MeetingCore/Platform/Text.h"

@@ -1,6 +1,5 @@
 #include "MeetingCore/Summary/RawSummary.h"
 
-#include <algorithm>
 #include <set>
 
 #include "MeetingCore/Platform/JSONReader.h"

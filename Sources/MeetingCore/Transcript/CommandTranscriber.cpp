@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "MeetingCore/Platform/JSONReader.h"
-#include "MeetingCore/Platform/NumberText.h"
 #include "MeetingCore/Platform/Subprocess.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/JoinedAudio.h"
