@@ -18,20 +18,23 @@ install(FILES ${PROJECT_SOURCE_DIR}/Docs/Transcription.md DESTINATION ${CMAKE_IN
         COMPONENT Runtime)
 
 # The terms, and the notices that llama.cpp and CLI11 ask for where their code goes. An installed llama.cpp may have
-# been built in the cache folder, where its sources still lie.
+# been built in a cache folder, where its sources still lie.
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot COMPONENT Runtime)
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmeetingcore-dev
         COMPONENT Development)
-function(_install_notice name)
-    foreach(notice ${ARGN})
-        if(EXISTS ${notice})
-            install(FILES ${notice} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot RENAME LICENSE.${name}
-                    COMPONENT Runtime)
-            return()
-        endif()
-    endforeach()
+function(_install_notice name notice)
+    if(EXISTS ${notice})
+        install(FILES ${notice} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot RENAME LICENSE.${name}
+                COMPONENT Runtime)
+    endif()
 endfunction()
-_install_notice(llama.cpp ${_llama_source}/LICENSE ${MEETING_LLAMA_CACHE_DIR}/src/LICENSE)
+set(_llama_folders ${_llama_source} ${MEETING_LLAMA_CACHE_DIR}/src ${llama_DIR}/../../../../src)
+foreach(_folder ${_llama_folders})
+    if(EXISTS ${_folder}/include/llama.h)
+        _install_notice(llama.cpp ${_folder}/LICENSE)
+        break()
+    endif()
+endforeach()
 _install_notice(CLI11 /usr/share/doc/libcli11-dev/copyright)
 
 if(NOT PROJECT_IS_TOP_LEVEL)
