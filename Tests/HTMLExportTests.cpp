@@ -119,7 +119,7 @@ void expectInBrowser(const std::string& page, const std::string& scenario, const
     const testing::TemporaryFolder folder;
     testing::writeFile(folder.path() / "page.html", page);
     testing::writeFile(folder.path() / "data.json", data);
-    const auto readers = std::filesystem::path(__FILE__).parent_path() / "Readers";
+    const auto readers = std::filesystem::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests" / "Readers";
     const auto result = testing::runProcess("/usr/bin/env",
                                             {"python3", readers / "drive_page.py", folder.path() / "page.html",
                                              readers / scenario, folder.path() / "data.json"},

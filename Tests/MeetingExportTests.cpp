@@ -23,7 +23,7 @@ using Content = MeetingExport::Content;
 // Dates without a recording clock show in the machine's zone.
 const int machineZone = ::setenv("TZ", "Europe/Berlin", 1);
 
-const std::filesystem::path testsFolder = std::filesystem::path(__FILE__).parent_path();
+const auto testsFolder = std::filesystem::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests";
 
 /// Compares both forms with the files in the folder Golden; MEETING_RENEW_GOLDEN in the environment writes them
 /// instead.
