@@ -299,13 +299,12 @@ namespace meetingcore::json {
 /// isValid for many texts, in a parser that they share.
 bool isValid(std::string_view text, reading::Parser& parser);
 
-/// decode for many texts, in a parser that they share.
+/// decode for many texts, in a parser that they share, into a record that is empty but for the memory that its
+/// collections have from the text before.
 template <class T>
-T decode(std::string_view text, const std::string& what, reading::Parser& parser) {
+void decode(std::string_view text, const std::string& what, reading::Parser& parser, T& into) {
     try {
-        T result{};
-        parser.parse(text, [&](reading::ondemand::value& value) { reading::read(value, result); });
-        return result;
+        parser.parse(text, [&](reading::ondemand::value& value) { reading::read(value, into); });
     } catch (const reading::Failure& failure) {
         reading::report(failure, what);
     }
@@ -314,7 +313,9 @@ T decode(std::string_view text, const std::string& what, reading::Parser& parser
 template <class T>
 T decode(std::string_view text, const std::string& what) {
     reading::Parser parser;
-    return decode<T>(text, what, parser);
+    T result{};
+    decode(text, what, parser, result);
+    return result;
 }
 
 }  // namespace meetingcore::json

@@ -69,19 +69,18 @@ void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments<P
 /// hands to its argument, text by text with the result's place among the others.
 template <class Place, class ForEachResult>
 void loadResults(TranscriptDocument& document, const ForEachResult& forEachResult) {
-    // Memory not written to costs nothing but addresses, segments that move with every growth cost time.
-    constexpr std::size_t growth = 8;
     json::reading::Parser parser;
     auto& segments = document.rawSegments;
     FirstSegments<Place> results;
+    SpeechResult result;  // the same for all texts: its lists keep their memory
     forEachResult([&](std::string_view text, Place place) {
-        auto result = json::decode<SpeechResult>(text, "Das Ergebnis eines Transkriptionsauftrags", parser);
+        result.segments.clear();
+        result.words.clear();
+        json::decode(text, "Das Ergebnis eines Transkriptionsauftrags", parser, result);
         if (result.version != 1 && result.version != 2)
             throw MeetingError::invalidData("Unbekannte Transkriptversion.");
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
         if (result.segments.empty()) return;
-        if (segments.capacity() < segments.size() + result.segments.size())
-            segments.reserve(growth * (segments.size() + result.segments.size()));
         results.emplace_back(std::move(place), segments.size());
         std::move(result.segments.begin(), result.segments.end(), std::back_inserter(segments));
     });
