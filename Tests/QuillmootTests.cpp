@@ -331,7 +331,7 @@ TEST_F(Quillmoot, KeepsWhatAPersonGave) {
         "printf 'SPEAKER a 1 9999 1 - - A -\nSPEAKER a 1 x 1 - - A -\nFalsch\n' >falsch.rttm && "
         "echo 'SPEAKER meeting 1 1 2 <NA> <NA> Neu <NA>' >neu.rttm");
     EXPECT_THAT(err("quillmoot speakers import Kundenportal rest.rttm"),
-                HasSubstr("„rest“, „meeting“. Bitte eine davon angeben (--recording)."));
+                HasSubstr("„rest“, „meeting“. Bitte eine davon angeben."));
     EXPECT_EQ(err("quillmoot speakers import Kundenportal falsch.rttm"),
               "falsch.rttm, Zeile 2: Zeitangabe ist ungültig.\n"
               "falsch.rttm, Zeile 3: Die Zeile ist kein RTTM-Eintrag.\n");
@@ -345,7 +345,10 @@ TEST_F(Quillmoot, KeepsWhatAPersonGave) {
     // A recognition of speakers that was cut off.
     out(R"(sed -i 's/"finished":true/"finished":false/' ../data/*/Meetings/*/diarization.json)");
     EXPECT_THAT(err("quillmoot speakers import Kundenportal speakers.rttm"), HasSubstr("läuft noch."));
-    out("quillmoot speakers import Kundenportal speakers.rttm --replace");
+    EXPECT_THAT(err("quillmoot speakers none Kundenportal"), HasSubstr("läuft noch."));
+    sh("quillmoot speakers none Kundenportal --replace");
+    EXPECT_THAT(out("quillmoot speakers Kundenportal"), Not(HasSubstr("Von Hand")));
+    out("quillmoot speakers import Kundenportal speakers.rttm");
     EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Verarbeitung    transkribiert"));
 
     out("quillmoot fields add Kunde && quillmoot fields set Kundenportal Kunde Alt && "
@@ -424,7 +427,7 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     out("cd '" + (root() / "Meetings").string() +
         "'/* && mkdir .Transkription.X.partial && touch .Transkription.X.partial/audio.wav");
     EXPECT_THAT(out("quillmoot doctor"),
-                HasSubstr("2 Reste unterbrochener Schreibvorgänge (--repair räumt auf)."));
+                HasSubstr("2 Reste unterbrochener Schreibvorgänge. (--repair räumt sie weg)"));
     EXPECT_THAT(out("quillmoot doctor --repair"),
                 HasSubstr("2 Reste unterbrochener Schreibvorgänge entfernt."));
     EXPECT_FALSE(fs::exists(root() / ".library.json.3B241101-E2BB-4255-8CAF-4136C566A962.tmp"));

@@ -423,7 +423,7 @@ TEST_F(IntakeTest, RefusesSpeakersThatItCannotPlace) {
     EXPECT_EQ(takeSpeakers(meeting, two, "rechts").turns, 1U);
     const auto before = load().diarization;
     const std::vector<std::pair<std::string, std::string>> files = {
-        {two, "a.rttm enthält mehrere Aufnahmen: „links“, „rechts“. Bitte eine davon angeben (--recording)."},
+        {two, "a.rttm enthält mehrere Aufnahmen: „links“, „rechts“. Bitte eine davon angeben."},
         {"SPEAKER f 1 121.5 1 <NA> <NA> A <NA>\nSPEAKER f 1 120.9 1 <NA> <NA> A\aB <NA>\n"
          "SPEAKER f 1 1 1 <NA> <NA> " +
              std::string(101, 'x') + " <NA>\nSPEAKER f 1 2 1 <NA> <NA> 1 <NA>\n",

@@ -130,8 +130,9 @@ int doctor(Shell& shell, const Values& values) {
         shell.writeJSON(findings);
     } else {
         for (const auto& finding : findings) {
-            shell.out().wrapped(std::string(markOf(finding.severity)) + finding.topic + ": ", finding.text,
-                                Ink::plain, inkOf(finding.severity));
+            const auto remedy = finding.repair ? " (--repair " + *finding.repair + ")" : "";
+            shell.out().wrapped(std::string(markOf(finding.severity)) + finding.topic + ": ",
+                                finding.text + remedy, Ink::plain, inkOf(finding.severity));
         }
     }
     return broken ? failed : done;

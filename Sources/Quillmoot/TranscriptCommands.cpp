@@ -203,6 +203,10 @@ int importTranscript(Shell& shell, const Values& values) {
     return done;
 }
 
+SpeakerIntake::Existing existingSpeakers(const Values& values) {
+    return values.replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
+}
+
 /// Which recording of the file belongs to which track. Recordings named like the tracks are theirs; the only
 /// one of another name is the meeting's. What stays open is left to the import to refuse.
 std::vector<SpeakerIntake::Selection> selections(const Values& values, const SpeakerTurnFile& file) {
@@ -228,7 +232,7 @@ int importSpeakers(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     const auto file = SpeakerTurnFile::read(values.file);
-    const auto existing = values.replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
+    const auto existing = existingSpeakers(values);
     const auto reports =
         SpeakerIntake::take(meeting, file, selections(values, file), open.root(), open.jobs(), existing);
     for (const auto& report : reports) {
@@ -242,7 +246,8 @@ int importSpeakers(Shell& shell, const Values& values) {
 
 int withoutSpeakers(Shell& shell, const Values& values) {
     auto open = shell.openLibrary();
-    SpeakerIntake::declareNone(open.meeting(values.meeting).id, open.root(), open.jobs());
+    SpeakerIntake::declareNone(open.meeting(values.meeting).id, open.root(), open.jobs(),
+                               existingSpeakers(values));
     shell.err().line("Das Meeting bleibt ohne unterschiedene Sprecher.");
     return done;
 }
@@ -441,10 +446,10 @@ void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
     oneOf(turns.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"});
     turns.add_option("--recording", values->recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
     turns.add_flag("--replace", values->replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
-    addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
-               [&shell, values] { return withoutSpeakers(shell, *values); })
-        .add_option("MEETING", values->meeting, meetingText)
-        ->required();
+    auto& none = addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
+                            [&shell, values] { return withoutSpeakers(shell, *values); });
+    none.add_option("MEETING", values->meeting, meetingText)->required();
+    none.add_flag("--replace", values->replace, "Ersetzt alle Sprecher mit ihren Namen");
 }
 
 }  // namespace

@@ -66,8 +66,9 @@ public:
     }
 
 private:
-    void add(Severity severity, std::string topic, std::string text) {
-        findings_.push_back({severity, std::move(topic), std::move(text)});
+    void add(Severity severity, std::string topic, std::string text,
+             std::optional<std::string> repair = std::nullopt) {
+        findings_.push_back({severity, std::move(topic), std::move(text), std::move(repair)});
     }
 
     template <class Body>
@@ -128,10 +129,11 @@ private:
             }
             const auto what = "„quillmoot.sqlite“ fehlt und damit die Transkripte von " +
                               countOf(lost, "Meeting", "Meetings");
-            add(Severity::error, topic,
-                what + (options_.repair ? ". Die Datei ist neu angelegt."
-                                        : ". Bitte die Datei zurückholen; --repair legt eine neue an."));
-            if (!options_.repair) return;
+            if (!options_.repair) {
+                add(Severity::error, topic, what + ". Bitte die Datei zurückholen.", "legt eine neue an");
+                return;
+            }
+            add(Severity::error, topic, what + ". Die Datei ist neu angelegt.");
         }
         // What SQLite itself says is in English, and helps whoever is asked for help.
         const auto addDamage = [&](const std::string& problem) {
@@ -174,15 +176,16 @@ private:
         } else if (expired > 0) {
             add(Severity::warning, "Aufträge",
                 countOf(static_cast<std::size_t>(expired), "Auftrag gehört", "Aufträge gehören") +
-                    " einem Programm, das sich nicht mehr meldet (--repair gibt sie frei).");
+                    " einem Programm, das sich nicht mehr meldet.",
+                "gibt sie frei");
         }
     }
 
     void checkRemovals() {
         if (!options_.repair || database_ == nullptr) {
             for (const auto& id : AudioRemoval::interrupted(root_)) {
-                add(Severity::warning, "Entferntes Audio",
-                    "Unterbrochenes Entfernen: " + titleOf(id) + " (--repair bringt es zu Ende).");
+                add(Severity::warning, "Entferntes Audio", "Unterbrochenes Entfernen: " + titleOf(id) + ".",
+                    "bringt es zu Ende");
             }
             return;
         }
@@ -236,9 +239,8 @@ private:
         if (unknown > 0 && running > 0) what += ", ";
         if (running > 0) what += countOf(running, "Aufnahme wurde", "Aufnahmen wurden") + " unterbrochen";
         if (!options_.repair) {
-            add(Severity::warning, "Aufnahmen",
-                what + " (--repair gleicht die Bibliothek ab" +
-                    (running > 0 ? "; einen Import setzt derselbe Aufruf fort)." : ")."));
+            if (running > 0) what += " (ein Import geht weiter, wo er aufhörte, wenn er wiederholt wird)";
+            add(Severity::warning, "Aufnahmen", what + ".", "gleicht die Bibliothek ab");
             return;
         }
         MeetingLibrary library(root_);
@@ -257,7 +259,9 @@ private:
             if (AudioArchive::removed(meeting.id, root_)) continue;
             if (meeting.state == "interrupted") {
                 add(Severity::note, "Aufnahmen",
-                    "„" + meeting.title + "“ wurde unterbrochen (einen Import setzt derselbe Aufruf fort).");
+                    "„" + meeting.title +
+                        "“ wurde unterbrochen (ein Import geht weiter, wo er aufhörte, wenn er wiederholt "
+                        "wird).");
             }
             const auto missing = std::max(meeting.chunkCount, registered[meeting.id]) - found[meeting.id];
             // Without its manifest none of a meeting's audio is recognised, which is told of with the meeting.
@@ -286,7 +290,7 @@ private:
             if (std::ranges::none_of(chunks, has)) continue;
             const auto what = "„" + meeting.title + "“ hat Audio, aber keine Aufträge";
             if (!options_.repair) {
-                add(Severity::error, "Aufträge", what + " (--repair reiht sie neu ein).");
+                add(Severity::error, "Aufträge", what + ".", "reiht sie neu ein");
                 continue;
             }
             std::vector<AudioChunk> own;
@@ -300,6 +304,8 @@ private:
 
     void checkMeetings() {
         std::size_t sound = 0;
+        std::unordered_map<UUID, std::vector<std::string>> jobs;
+        if (database_ != nullptr) jobs = database_->jobsWithResults();
         for (const auto& meeting : library_.meetings) {
             const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
             if (!pathExists(folder)) {
@@ -307,7 +313,8 @@ private:
                 continue;
             }
             try {
-                if (database_ != nullptr) TranscriptStorage::load(meeting.id, root_, *database_);
+                if (database_ != nullptr)
+                    TranscriptStorage::load(meeting.id, root_, jobs[meeting.id], *database_);
                 if (!TranscriptStorage::readOptional<MeetingSession>(folder / "session.json")) {
                     throw MeetingError::storage("Das Sitzungsmanifest fehlt.");
                 }
@@ -363,7 +370,7 @@ private:
         const auto what = countOf(found.size(), "Rest eines unterbrochenen Schreibvorgangs",
                                   "Reste unterbrochener Schreibvorgänge");
         if (!options_.repair) {
-            add(Severity::note, "Reste", what + " (--repair räumt auf).");
+            add(Severity::note, "Reste", what + ".", "räumt sie weg");
             return;
         }
         bool complete = true;

@@ -23,11 +23,12 @@ enum class Severity {
     repaired,  ///< was wrong and has been put right
 };
 
-/// One finding, a German sentence.
+/// One finding, in German.
 struct Finding {
     Severity severity = Severity::fine;
-    std::string topic;  ///< "Datenordner", "Bibliothek", "Datenbank", …
-    std::string text;
+    std::string topic;                    ///< "Datenordner", "Bibliothek", "Datenbank", …
+    std::string text;                     ///< a sentence
+    std::optional<std::string> repair{};  ///< what a repair does about it: a sentence without its subject
 };
 
 struct Options {
@@ -53,6 +54,7 @@ inline constexpr auto json::names<LibraryCheck::Severity> =
 template <>
 inline constexpr auto json::fields<LibraryCheck::Finding> = json::record(
     json::field("severity", &LibraryCheck::Finding::severity),
-    json::field("topic", &LibraryCheck::Finding::topic), json::field("text", &LibraryCheck::Finding::text));
+    json::field("topic", &LibraryCheck::Finding::topic), json::field("text", &LibraryCheck::Finding::text),
+    json::field("repair", &LibraryCheck::Finding::repair));
 
 }  // namespace meetingcore

@@ -16,14 +16,14 @@ std::vector<std::string> run(std::string_view query, const LibrarySnapshot& libr
         hit.ranges = LiveTextSearch::merged(search.ranges(folded));
         report(hit);
     };
-    const auto results = database.completedResultsBySession();
+    const auto jobs = database.jobsWithResults();
     for (const auto& meeting : library.meetings) {
         reportIfFound({meeting, Place::title, meeting.title, {}});
         reportIfFound({meeting, Place::notes, meeting.notes, {}});
         try {
-            const auto found = results.find(meeting.id);
-            if (found == results.end()) continue;
-            const auto document = TranscriptStorage::load(meeting.id, root, found->second);
+            const auto found = jobs.find(meeting.id);
+            if (found == jobs.end()) continue;
+            const auto document = TranscriptStorage::load(meeting.id, root, found->second, database);
             for (std::size_t i = 0; i < document.segments.size(); ++i) {
                 const auto& segment = document.segments[i];
                 if (!search.matches(segment.text)) continue;

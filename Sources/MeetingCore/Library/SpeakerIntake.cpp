@@ -167,10 +167,13 @@ void renewNames(TranscriptEdits& edits, const std::optional<DiarizationResult>& 
     edits.speakerGeneration = diarization.generation;
 }
 
+constexpr const char* hasSpeakers =
+    " hat schon Sprecher. Sie zu ersetzen verwirft auch die Namen, die ihnen gegeben wurden.";
+
 void refuseUnfinished(const std::optional<DiarizationResult>& diarization) {
     if (diarization && !diarization->finished)
         throw MeetingError::invalidData(
-            "Die Sprechererkennung dieses Meetings läuft noch. Wurde sie abgebrochen: ersetzen (--replace).");
+            "Die Sprechererkennung dieses Meetings läuft noch. Wurde sie abgebrochen, ist sie zu ersetzen.");
 }
 
 /// What is to be replaced; a file that is broken, or of a recognition that did not finish, is, as if there
@@ -224,10 +227,8 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
         const auto before = turnsOn(track.source, replaced);
         track.isThere = before == track.turns;
         if (existing == Existing::refuse && !track.isThere && !before.empty()) {
-            throw MeetingError::invalidData(
-                "Die Tonspur „" + std::string(json::nameOf(track.source)) +
-                "“ hat schon Sprecher. Ersetzen (--replace) verwirft auch die Namen, "
-                "die ihnen gegeben wurden.");
+            throw MeetingError::invalidData("Die Tonspur „" + std::string(json::nameOf(track.source)) + "“" +
+                                            hasSpeakers);
         }
         reports.push_back(
             {track.source, track.speakers, track.names.size(), track.turns.size(), !track.isThere});
@@ -261,11 +262,11 @@ void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobSto
 }
 
 void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
-                 FileManager& files) {
-    const auto present = TranscriptStorage::loadDiarization(session, root, files);
-    refuseUnfinished(present);
-    if (present && !present->turns.empty())
-        throw MeetingError::invalidData("Dieses Meeting hat schon Sprecher.");
+                 Existing existing, FileManager& files) {
+    const auto replaced = present(session, root, existing, files);
+    if (existing == Existing::refuse && replaced && !replaced->turns.empty()) {
+        throw MeetingError::invalidData(std::string("Dieses Meeting") + hasSpeakers);
+    }
     const bool microphone = TranscriptStorage::loadRecognised(session, database).requiresMicrophoneDiarization;
     TranscriptStorage::save(finished(session, {}, microphone),
                             TranscriptStorage::sessionDirectory(root, session) / "diarization.json", files);

@@ -63,10 +63,10 @@ void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobSto
             FileManager& files = FileManager::system());
 
 /// The same as the user's own word, also where speech results of version 2 announced speakers on both tracks.
-/// The caller holds the application lock. Throws MeetingError (invalidData) where the meeting has speakers or a
-/// diarization is still under way.
+/// The caller holds the application lock. Throws MeetingError (invalidData) where the meeting has speakers, or
+/// a diarization that is unfinished or cannot be read, that are not to be replaced.
 void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
-                 FileManager& files = FileManager::system());
+                 Existing existing = Existing::refuse, FileManager& files = FileManager::system());
 
 }  // namespace SpeakerIntake
 }  // namespace meetingcore

@@ -381,35 +381,46 @@ std::vector<std::string> SQLiteJobStore::completedResults(const UUID& session) {
     return results;
 }
 
-// Without ORDER BY: SQLite would sort the texts along with the places, which took longer than reading them.
-void SQLiteJobStore::forEachCompletedResult(const UUID& session,
-                                            const std::function<void(std::string_view, Place)>& use) {
-    const std::scoped_lock guard(lock_);
-    auto row = open().prepare(R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
+namespace {
+
+/// Without ORDER BY: SQLite would sort the texts along with the places, which took longer than reading them.
+constexpr const char* selectResults = R"(SELECT COALESCE(CASE WHEN status='completed' THEN result END,
   (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1)),
   created_at, id
-  FROM jobs WHERE session_id=? AND kind='transcribe' AND
-  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id)))",
-                              {session.string()});
+  FROM jobs WHERE kind='transcribe' AND
+  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id)) AND )";
+
+void useRows(SQLiteStatement row, const SQLiteJobStore::UseResult& use) {
     while (row.step()) {
         if (!row.isNull(0)) use(row.view(0), {row.real(1), row.text(2)});
     }
 }
 
-std::unordered_map<UUID, std::vector<std::string>> SQLiteJobStore::completedResultsBySession() {
+}  // namespace
+
+void SQLiteJobStore::forEachCompletedResult(const UUID& session, const UseResult& use) {
+    static const auto query = std::string(selectResults) + "session_id=?";
     const std::scoped_lock guard(lock_);
-    auto row = open().prepare(R"(SELECT session_id, COALESCE(CASE WHEN status='completed' THEN result END,
-  (SELECT result FROM result_history h WHERE h.job_id=jobs.id ORDER BY revision DESC LIMIT 1))
-  FROM jobs WHERE kind='transcribe' AND
-  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id))
-  ORDER BY created_at,id)",
+    useRows(open().prepare(query.c_str(), {session.string()}), use);
+}
+
+void SQLiteJobStore::forEachCompletedResult(std::span<const std::string> ids, const UseResult& use) {
+    static const auto query = std::string(selectResults) + "id=?";
+    const std::scoped_lock guard(lock_);
+    for (const auto& id : ids) useRows(open().prepare(query.c_str(), {id}), use);
+}
+
+std::unordered_map<UUID, std::vector<std::string>> SQLiteJobStore::jobsWithResults() {
+    const std::scoped_lock guard(lock_);
+    // Of each job only what stands before its result, which may fill many pages.
+    auto row = open().prepare(R"(SELECT session_id, id FROM jobs WHERE kind='transcribe' AND
+  (status='completed' OR EXISTS(SELECT 1 FROM result_history h WHERE h.job_id=jobs.id)))",
                               {});
-    std::unordered_map<UUID, std::vector<std::string>> results;
+    std::unordered_map<UUID, std::vector<std::string>> ids;
     while (row.step()) {
-        const auto session = UUID::parse(row.view(0));
-        if (session && !row.isNull(1)) results[*session].push_back(row.text(1));
+        if (const auto session = UUID::parse(row.view(0))) ids[*session].push_back(row.text(1));
     }
-    return results;
+    return ids;
 }
 
 std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jobStatsBySession() {

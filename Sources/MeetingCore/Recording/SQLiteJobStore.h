@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -166,10 +167,15 @@ public:
     /// Hands the same results to `use` one by one, in no certain order and without a copy: each lies where it
     /// is only until `use` returns. The store is locked meanwhile, so that `use` must not call it; what `use`
     /// throws ends the reading.
-    void forEachCompletedResult(const UUID& session, const std::function<void(std::string_view, Place)>& use);
+    using UseResult = std::function<void(std::string_view, Place)>;
+    void forEachCompletedResult(const UUID& session, const UseResult& use);
 
-    /// The same for all sessions in one pass over the queue, which has no index by session.
-    std::unordered_map<UUID, std::vector<std::string>> completedResultsBySession();
+    /// The same for jobs known by their ids, whatever their session; those without a result are passed over.
+    void forEachCompletedResult(std::span<const std::string> ids, const UseResult& use);
+
+    /// The ids of the jobs whose results that would be, for all sessions in one pass over the queue, which has
+    /// no index by session. In no certain order.
+    std::unordered_map<UUID, std::vector<std::string>> jobsWithResults();
 
     /// How many jobs are running under a lease that ended before now.
     std::int64_t expiredLeases(Date now);

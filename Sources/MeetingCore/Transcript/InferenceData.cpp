@@ -37,13 +37,11 @@ void validateTurns(const DiarizationResult& diarization) {
 }
 
 /// Where each result's segments begin, in the order in which the results came.
-template <class Place>
-using FirstSegments = std::vector<std::pair<Place, std::size_t>>;
+using FirstSegments = std::vector<std::pair<SQLiteJobStore::Place, std::size_t>>;
 
 /// By start; those that start together by the place of their result and then as they stand in it. Moves each
 /// segment once: what is sorted are their numbers.
-template <class Place>
-void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments<Place>& results) {
+void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments& results) {
     const auto startsBefore = [](const auto& a, const auto& b) { return a.startSeconds < b.startSeconds; };
     const bool resultsInOrder = std::is_sorted(results.begin(), results.end());
     if (resultsInOrder && std::is_sorted(segments.begin(), segments.end(), startsBefore)) return;
@@ -65,15 +63,15 @@ void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments<P
     segments = std::move(sorted);
 }
 
-/// Sets the document's raw segments and notes whether a result has version 2. Takes over what `forEachResult`
-/// hands to its argument, text by text with the result's place among the others.
-template <class Place, class ForEachResult>
-void loadResults(TranscriptDocument& document, const ForEachResult& forEachResult) {
+/// The document with its raw segments, from the results of a session's jobs or of these jobs.
+template <class Jobs>
+TranscriptDocument recognised(const Jobs& jobs, SQLiteJobStore& database) {
+    TranscriptDocument document;
     json::reading::Parser parser;
     auto& segments = document.rawSegments;
-    FirstSegments<Place> results;
+    FirstSegments results;
     SpeechResult result;  // the same for all texts: its lists keep their memory
-    forEachResult([&](std::string_view text, Place place) {
+    database.forEachCompletedResult(jobs, [&](std::string_view text, SQLiteJobStore::Place place) {
         result.segments.clear();
         result.words.clear();
         json::decode(text, "Das Ergebnis eines Transkriptionsauftrags", parser, result);
@@ -86,6 +84,7 @@ void loadResults(TranscriptDocument& document, const ForEachResult& forEachResul
     });
     if (!haveDistinctIDs(segments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
     sortByStart(segments, results);
+    return document;
 }
 
 }  // namespace
@@ -193,10 +192,7 @@ void complete(TranscriptDocument& document, const UUID& session, const std::file
 }  // namespace
 
 TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database) {
-    TranscriptDocument document;
-    loadResults<SQLiteJobStore::Place>(document,
-                                       [&](const auto& use) { database.forEachCompletedResult(session, use); });
-    return document;
+    return recognised(session, database);
 }
 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
@@ -207,11 +203,8 @@ TranscriptDocument load(const UUID& session, const std::filesystem::path& root, 
 }
 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
-                        std::span<const std::string> results, FileManager& files) {
-    TranscriptDocument document;
-    loadResults<std::size_t>(document, [&](const auto& use) {
-        for (std::size_t i = 0; i < results.size(); ++i) use(results[i], i);
-    });
+                        std::span<const std::string> jobs, SQLiteJobStore& database, FileManager& files) {
+    auto document = recognised(jobs, database);
     complete(document, session, root, files);
     return document;
 }

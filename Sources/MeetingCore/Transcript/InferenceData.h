@@ -112,9 +112,11 @@ std::filesystem::path sessionDirectory(const std::filesystem::path& root, const 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
                         FileManager& files = FileManager::system());
 
-/// The same from the session's completed speech results, which the caller has read from the job store.
+/// The same where the ids of the session's jobs with a result are known (SQLiteJobStore::jobsWithResults): for
+/// all sessions one after the other, since the queue has no index by session.
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
-                        std::span<const std::string> results, FileManager& files = FileManager::system());
+                        std::span<const std::string> jobs, SQLiteJobStore& database,
+                        FileManager& files = FileManager::system());
 
 /// The same without diarization and edits: what was recognised.
 TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database);

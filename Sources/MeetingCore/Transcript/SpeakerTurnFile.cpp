@@ -144,7 +144,7 @@ std::vector<SpeakerTurnFile::Turn> SpeakerTurnFile::of(const std::optional<std::
     const auto names = recordings();
     if (!recording && names.size() > 1) {
         throw MeetingError::invalidData(name + " enthält mehrere Aufnahmen: " + joined(names) +
-                                        ". Bitte eine davon angeben (--recording).");
+                                        ". Bitte eine davon angeben.");
     }
     auto chosen = turns;
     if (recording) std::erase_if(chosen, [&](const Turn& turn) { return turn.recording != *recording; });
