@@ -23,7 +23,7 @@ using testing::promptAround;
 /// The real vocabulary with an answer that names the first source of its prompt.
 class CitingModel final : public TextModel {
 public:
-    std::vector<std::int32_t> tokenize(const std::string& text) override { return vocabulary_.tokenize(text); }
+    std::size_t countTokens(const std::string& text) override { return vocabulary_.countTokens(text); }
 
     std::string generate(const std::string& prompt, bool) override {
         ++calls;
@@ -93,7 +93,7 @@ void cachedRun(benchmark::State& state) {
             3, [&] { return secondsOf([&] { summarize(meeting, model); }); },
             [&] {
                 return secondsOf([&] {
-                    for (const auto& source : sources) model.tokenize(json::encode(source));
+                    for (const auto& source : sources) model.countTokens(json::encode(source));
                 });
             });
         if (model.calls != callsForAll) throw std::runtime_error("the cache was missed");

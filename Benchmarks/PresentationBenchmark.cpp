@@ -10,9 +10,9 @@
 #include <unicode/usearch.h>
 #include <unicode/ustring.h>
 
+#include "MeetingCore/Platform/LiveTextSearch.h"
 #include "MeetingCore/Presentation/HTMLExport.h"
 #include "MeetingCore/Presentation/JSONExport.h"
-#include "MeetingCore/Presentation/LiveTextSearch.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 
 namespace meetingcore {

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "Comparison.h"
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
 #include "MeetingCore/Recording/WAV.h"

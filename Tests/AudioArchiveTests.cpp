@@ -1,4 +1,4 @@
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/ForwardingFileManager.h"

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
 #include "MeetingCore/Recording/WAV.h"

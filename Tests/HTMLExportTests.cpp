@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <unicode/uchar.h>
 
+#include "MeetingCore/Platform/LiveTextSearch.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Platform/UTF8.h"
 #include "MeetingCore/Presentation/HTMLExport.h"
-#include "MeetingCore/Presentation/LiveTextSearch.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "Support/ExportSample.h"
 #include "Support/FileContent.h"

@@ -6,9 +6,9 @@
 #include <unicode/stsearch.h>
 #include <unicode/tblcoll.h>
 
+#include "MeetingCore/Platform/LiveTextSearch.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Platform/UTF8.h"
-#include "MeetingCore/Presentation/LiveTextSearch.h"
 
 namespace meetingcore {
 namespace {

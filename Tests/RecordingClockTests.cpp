@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Presentation/TimestampFormatter.h"
 
 namespace meetingcore {
 namespace {

@@ -1,7 +1,7 @@
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/TestRecording.h"
 #include "Support/Testing.h"

@@ -61,7 +61,7 @@ TEST(SpeechConfiguration, IsReadFromTheMeetingAndFallsBackWithoutAFile) {
     EXPECT_EQ(load(), (SpeechConfiguration{SpeechModel::nemotron, "de-DE", {"Quartal"}, 2.1F}));
     TranscriptStorage::save(SpeechConfiguration{SpeechModel::nemotron, "fr", {}, 2}, file);
     EXPECT_EQ(failureOf(load), rangeMessage);
-    fs::resize_file(file, TranscriptStorage::maximumFileBytes + 1);
+    fs::resize_file(file, maximumRecordBytes + 1);
     EXPECT_EQ(failureOf(load), "Ergebnisdatei ist zu groß.");
     EXPECT_EQ(displayName(SpeechModel::nemotron), "Nemotron 3.5 ASR");
     EXPECT_EQ(displayName(SpeechModel::parakeet), "Parakeet TDT v3");

@@ -6,13 +6,13 @@
 
 #include "AudioFile.h"
 #include "GermanText.h"
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/Trash.h"
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "Program.h"
 
@@ -108,7 +108,7 @@ std::vector<Input> inputsOf(const Values& values) {
     const auto add = [&](AudioSource source, const std::string& path) {
         if (path.empty()) return;
         inputs.push_back({source, std::make_unique<AudioFile>(path)});
-        if (inputs.back().file->seconds() > RecordingImport::maximumSeconds)
+        if (inputs.back().file->seconds() > audio::maximumTrackSeconds)
             throw MeetingError::invalidData(quotedName(path) + " ist länger als 24 Stunden.");
     };
     add(AudioSource::microphone, values.microphone);

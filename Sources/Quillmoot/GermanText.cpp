@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
-#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Presentation/TimestampFormatter.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "Terminal.h"
 
 namespace meetingcore::quillmoot {

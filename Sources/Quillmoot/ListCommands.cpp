@@ -4,11 +4,11 @@
 
 #include "CommandDescription.h"
 #include "GermanText.h"
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/MeetingSearch.h"
 #include "MeetingCore/Library/RecordingImport.h"
+#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
-#include "MeetingCore/Recording/WindowPlanner.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "Program.h"
 
 namespace meetingcore {
@@ -356,13 +356,10 @@ JobRow rowOf(const JobState& job) {
                .startSeconds = {},
                .endSeconds = {},
                .lastError = job.lastError};
-    try {
-        const auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
-        row.source = window.source;
-        row.startSeconds = window.startSeconds();
-        row.endSeconds = window.endSeconds();
-    } catch (const MeetingError&) {
-        // A job of another kind has no window.
+    if (const auto window = WorkScheduler::windowOf(job)) {
+        row.source = window->source;
+        row.startSeconds = window->startSeconds();
+        row.endSeconds = window->endSeconds();
     }
     return row;
 }

@@ -268,7 +268,7 @@ int instructions(Shell& shell, const Values& values, const std::optional<std::st
         throw UsageError("Nur eines von --base und --hint kann von der Standardeingabe kommen.");
     auto folder = shell.folder();
     const auto file = folder.folderOf(folder.meeting(values.meeting).id) / "summary-request.json";
-    SummaryInstructions wishes{std::string(SummaryInstructions::defaultBasePrompt), ""};
+    SummaryInstructions wishes;
     const auto read = [&] {
         if (!values.off) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
     };

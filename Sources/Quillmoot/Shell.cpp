@@ -8,11 +8,11 @@
 
 #include <unistd.h>
 
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"
 #include "MeetingCore/Library/MeetingReference.h"
 #include "MeetingCore/Library/Trash.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 
 namespace meetingcore::quillmoot {
 
@@ -44,7 +44,7 @@ bool isOurs(const std::string& name) {
     constexpr auto names = std::to_array<std::string_view>(
         {"Meetings", "Models", "application.lock", "audio-retention.json", "inference.lock", "library.json"});
     return std::ranges::find(names, name) != names.end() || name.starts_with("quillmoot.sqlite") ||
-           name == ".DS_Store" || (name.starts_with('.') && name.ends_with(".tmp"));
+           name == ".DS_Store" || isInterruptedWrite(name);
 }
 
 /// Also a folder that is empty, or that a crash left without what shows it to be one of ours.

@@ -13,6 +13,7 @@
 #include "MeetingCore/Summary/RuntimeProfile.h"
 #include "SummaryWorker/AnswerGrammar.h"
 #include "SummaryWorker/ConstrainedSampler.h"
+#include "SummaryWorker/PromptLimits.h"
 
 namespace meetingcore {
 namespace {
@@ -21,18 +22,16 @@ constexpr std::uint32_t contextTokens = 8192;
 constexpr std::uint32_t logicalBatch = 512;
 constexpr std::uint32_t physicalBatch = 256;
 constexpr std::int32_t threadCount = 4;
-constexpr std::size_t maxPromptTokens = 5700;
 constexpr int maxSummaryTokens = 2200;
 constexpr int maxTitleTokens = 160;
 constexpr std::size_t answerByteLimit = 128'000;
-constexpr std::size_t maxTextBytes = 2'097'152;
 constexpr std::int32_t maxTextTokens = 999'999;
 constexpr std::size_t pieceBytes = 512;
 
 constexpr const char* loadFailure = "Qwen-Modell konnte nicht geladen werden.";
 constexpr const char* generationFailure = "Lokale Textgenerierung fehlgeschlagen.";
 
-static_assert(maxPromptTokens + maxSummaryTokens < contextTokens);
+static_assert(maximumPromptTokens + maxSummaryTokens < contextTokens);
 
 /// Process-wide, as is llama.cpp's own setting behind it.
 struct FatalFailure {
@@ -114,7 +113,7 @@ LanguageModel::LanguageModel(const std::filesystem::path& path) {
 }
 
 std::size_t LanguageModel::countTokens(const std::string& text) {
-    if (text.size() > maxTextBytes) throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
+    if (text.size() > maximumPromptBytes) throw MeetingError::invalidData(promptTooLarge);
     std::vector<std::int32_t> none;
     // Without a buffer the answer is the negated count.
     const auto negatedCount = tokenizeInto(vocab_, text, none);
@@ -134,7 +133,7 @@ std::vector<std::int32_t> LanguageModel::tokenize(const std::string& text) {
 
 std::string LanguageModel::generate(const std::string& prompt, bool titleOnly) {
     auto tokens = tokenize(prompt);
-    if (tokens.size() > maxPromptTokens) {
+    if (tokens.size() > maximumPromptTokens) {
         throw MeetingError::invalidData("Text überschreitet das lokale Kontextfenster.");
     }
     llama_memory_clear(llama_get_memory(context_.get()), /*data=*/true);

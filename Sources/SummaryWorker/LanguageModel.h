@@ -35,16 +35,16 @@ public:
     /// `invalidData` when the model's context cannot be created (for want of memory, say).
     explicit LanguageModel(const std::filesystem::path& path);
 
-    /// Accepts at most 2 MiB of UTF-8 and 999,999 tokens. Control tokens are recognised by their text, so
-    /// everything that comes from a user must be escaped before. Throws `MeetingError.invalidData`.
-    std::vector<std::int32_t> tokenize(const std::string& text) override;
+    /// The tokens of at most 2 MiB of UTF-8, at most 999,999. Control tokens are recognised by their text, so
+    /// everything that comes from a user must be escaped before. Throws MeetingError (invalidData).
+    std::vector<std::int32_t> tokenize(const std::string& text);
 
-    /// Takes half the time of `tokenize`, which counts first.
+    /// The same limits in half the time: `tokenize` counts first.
     std::size_t countTokens(const std::string& text) override;
 
     /// Accepts prompts of at most 5700 tokens; longer ones are refused before anything is decoded. An answer
     /// must end with fewer than 2200 tokens (160 for a title) and 128,000 bytes. Throws
-    /// `MeetingError.invalidData`.
+    /// MeetingError (invalidData).
     std::string generate(const std::string& prompt, bool titleOnly) override;
 
 private:

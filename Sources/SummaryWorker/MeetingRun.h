@@ -13,8 +13,4 @@ struct MeetingRun {
     ProgressReport progress;
 };
 
-/// The prompts' budget, in tokens, which leaves room below the model's own limit for a hint on a second
-/// attempt.
-inline constexpr std::size_t promptTokenBudget = 5400;
-
 }  // namespace meetingcore

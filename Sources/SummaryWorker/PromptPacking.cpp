@@ -5,6 +5,7 @@
 
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
+#include "SummaryWorker/PromptLimits.h"
 
 namespace meetingcore {
 
@@ -153,9 +154,7 @@ private:
         return text + "]";
     }
 
-    [[noreturn]] static void failForSize() {
-        throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
-    }
+    [[noreturn]] static void failForSize() { throw MeetingError::invalidData(promptTooLarge); }
 
     std::span<const std::string> values_;
     const PromptBuilder& prompt_;

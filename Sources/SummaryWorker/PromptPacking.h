@@ -9,9 +9,6 @@
 
 namespace meetingcore {
 
-/// No prompt is built beyond this size, in UTF-8 bytes.
-inline constexpr std::size_t maximumPromptBytes = 2'097'152;
-
 /// Turns the model's input into the whole prompt around it.
 using PromptBuilder = std::function<std::string(const std::string& input)>;
 

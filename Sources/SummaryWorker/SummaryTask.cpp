@@ -2,6 +2,7 @@
 
 #include "MeetingCore/Summary/ModelCatalog.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
+#include "SummaryWorker/PromptLimits.h"
 #include "SummaryWorker/PromptPacking.h"
 
 namespace meetingcore {
@@ -45,9 +46,8 @@ constexpr int maximumMergePasses = 8;
 
 SummaryInstructions readInstructions(const MeetingRun& run) {
     const auto file = run.meeting.folder() / "summary-request.json";
-    const SummaryInstructions defaults{std::string(SummaryInstructions::defaultBasePrompt), ""};
     return TranscriptStorage::readOptional<SummaryInstructions>(file, run.meeting.files())
-        .value_or(defaults)
+        .value_or(SummaryInstructions{})
         .validated();
 }
 

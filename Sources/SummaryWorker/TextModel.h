@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
-#include <vector>
 
 namespace meetingcore {
 
@@ -19,12 +17,9 @@ public:
     TextModel(const TextModel&) = delete;
     TextModel& operator=(const TextModel&) = delete;
 
-    /// The tokens of `text` (UTF-8), chat markers parsed as control tokens. At least one token; empty text is
-    /// an error.
-    virtual std::vector<std::int32_t> tokenize(const std::string& text) = 0;
-
-    /// The number of tokens that `tokenize` returns, with the same errors. A model may know it sooner.
-    virtual std::size_t countTokens(const std::string& text) { return tokenize(text).size(); }
+    /// How many tokens `text` (UTF-8) has, chat markers taken as control tokens. At least one; empty text is an
+    /// error.
+    virtual std::size_t countTokens(const std::string& text) = 0;
 
     /// The raw bytes of the model's answer to `prompt`: the title object where `titleOnly`, else the summary
     /// object. The same prompt always yields the same bytes. They are the caller's to decode and to check.

@@ -5,6 +5,7 @@
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
+#include "SummaryWorker/PromptLimits.h"
 
 namespace meetingcore {
 
@@ -42,7 +43,7 @@ std::vector<TitleSource> everySecond(const std::vector<TitleSource>& sources) {
 std::string fittingPrompt(const MeetingRun& run) {
     auto sources = titleSources(run.meeting.document());
     auto prompt = titlePrompt(sources);
-    while (run.model.tokenize(prompt).size() > promptTokenBudget && sources.size() >= 2) {
+    while (run.model.countTokens(prompt) > promptTokenBudget && sources.size() >= 2) {
         sources = everySecond(sources);
         prompt = titlePrompt(sources);
     }

@@ -5,14 +5,14 @@
 
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
+#include "SummaryWorker/PromptLimits.h"
 #include "SummaryWorker/PromptPacking.h"
 
 namespace meetingcore::testing {
 
 /// A summary prompt around the input, with a short contract.
 inline std::string promptAround(const std::string& input) {
-    return SummaryInstructions{std::string(SummaryInstructions::defaultBasePrompt), ""}.prompt(
-        input, "Fasse zusammen.");
+    return SummaryInstructions{}.prompt(input, "Fasse zusammen.");
 }
 
 /// Packs as packIntoArrays does, counting the whole prompt anew for every value.
@@ -26,9 +26,9 @@ inline std::vector<std::string> packNaively(const std::vector<std::string>& valu
         candidate += value;
         const auto prompt = promptAround("[" + candidate + "]");
         if (prompt.size() > maximumPromptBytes) {
-            throw MeetingError::invalidData("Zusammenfassungs-Eingabe zu groß.");
+            throw MeetingError::invalidData(promptTooLarge);
         }
-        if (model.tokenize(prompt).size() > budget && !current.empty()) {
+        if (model.countTokens(prompt) > budget && !current.empty()) {
             arrays.push_back("[" + current + "]");
             candidate = value;
         }

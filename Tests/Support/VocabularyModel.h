@@ -13,9 +13,9 @@ class VocabularyModel final : public TextModel {
 public:
     explicit VocabularyModel(const std::filesystem::path& file) : bare_(file, /*vocabularyOnly=*/true) {}
 
-    std::vector<std::int32_t> tokenize(const std::string& text) override {
+    std::size_t countTokens(const std::string& text) override {
         bytesRead += text.size();
-        return bare_.tokenize(text);
+        return bare_.tokenize(text).size();
     }
     std::string generate(const std::string&, bool) override { throw std::logic_error("no answers"); }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "MeetingCore/Platform/TimeZone.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -13,7 +14,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view markerName = "audio-removed.json";
 constexpr std::string_view stagingPrefix = ".Audio-entfernen-";
 
 struct Marker {
@@ -73,7 +73,7 @@ namespace {
 
 void Removal::begin(Date now) {
     // The marker's arrival flushes this folder: with it the staging folder is there to stay.
-    TranscriptStorage::save(Marker{iso8601(now)}, meeting_ / markerName, files_);
+    TranscriptStorage::save(Marker{iso8601(now)}, meeting_ / AudioArchive::removedMarkerName, files_);
 }
 
 void Removal::gather(const std::vector<std::string>& items) {
@@ -101,8 +101,8 @@ void Removal::undo() {
     files_.flushDirectory(meeting_);
     // The staging folder goes last: as long as it is there, the next start knows that something is to be
     // undone.
-    if (files_.status(meeting_ / markerName)) {
-        files_.remove(meeting_ / markerName);
+    if (files_.status(meeting_ / AudioArchive::removedMarkerName)) {
+        files_.remove(meeting_ / AudioArchive::removedMarkerName);
         files_.flushDirectory(meeting_);
     }
     files_.remove(staging_);
@@ -115,7 +115,7 @@ void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval:
                     FileManager& files, const std::function<bool()>& retire,
                     AudioRemoval::Recovered& recovered) {
     const auto names = files.list(meeting);
-    const bool marked = std::find(names.begin(), names.end(), markerName) != names.end();
+    const bool marked = std::find(names.begin(), names.end(), AudioArchive::removedMarkerName) != names.end();
     const bool gathered = marked && std::none_of(names.begin(), names.end(), isAudio);
     bool staged = false;
     for (const auto& name : names) {

@@ -6,15 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/SpeechConfiguration.h"
 #include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
+#include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::LibraryCheck {
@@ -29,21 +30,9 @@ std::string countOf(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-/// What writeAtomically leaves behind when it is cut off: a file named after another, with an identifier.
-bool isInterruptedWrite(const fs::directory_entry& entry) {
-    constexpr std::string_view ending = ".tmp";
-    constexpr std::size_t identifier = 36;
-    const auto name = entry.path().filename().string();
-    if (!name.starts_with('.') || !name.ends_with(ending) || name.size() < identifier + ending.size() + 2)
-        return false;
-    const auto id = std::string_view(name).substr(name.size() - ending.size() - identifier, identifier);
-    return UUID::parse(id) && fs::is_regular_file(entry.symlink_status());
-}
-
 /// The audio that a recogniser was given.
 bool isRecognition(const fs::directory_entry& entry) {
-    const auto name = entry.path().filename().string();
-    return name.starts_with(".Transkription.") && name.ends_with(".partial") &&
+    return CommandTranscriber::isWorkFolder(entry.path().filename().string()) &&
            fs::is_directory(entry.symlink_status());
 }
 
@@ -341,7 +330,8 @@ private:
         const auto collect = [&](const fs::path& folder, const UUID& meeting) {
             for (const auto& name : FileManager::system().list(folder)) {
                 const fs::directory_entry entry(folder / name);
-                if (isInterruptedWrite(entry)) found.push_back(entry.path());
+                if (isInterruptedWrite(name) && fs::is_regular_file(entry.symlink_status()))
+                    found.push_back(entry.path());
                 if (isRecognition(entry)) recognitions.emplace_back(meeting, entry.path());
             }
         };

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
-#include "MeetingCore/Presentation/LiveTextSearch.h"
+#include "MeetingCore/Platform/LiveTextSearch.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 
 namespace meetingcore {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 
-#include "MeetingCore/Library/AudioArchive.h"
 #include "MeetingCore/Library/AudioInputSelection.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
@@ -18,7 +18,7 @@ namespace {
 
 constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
-constexpr std::int64_t maximumTrackSamples = std::int64_t{maximumSeconds} * audio::sampleRate;
+constexpr std::int64_t maximumTrackSamples = audio::maximumTrackSeconds * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
 constexpr const char* clockFile = "recording-clock.json";
 constexpr const char* manifestFile = "session.json";
@@ -119,29 +119,20 @@ void restoreManifest(const Recording& recording, const std::filesystem::path& fo
     TranscriptStorage::save(manifest(recording), folder / manifestFile, files);
 }
 
-/// What recovery refuses makes room for the whole chunk, and is kept as an unfinished one.
-void setAsideDamaged(const std::filesystem::path& chunk, FileManager& files) {
-    if (!files.status(chunk)) return;
-    const auto name = "." + chunk.stem().string() + "." + UUID::random().string() + ".partial";
-    files.move(chunk, chunk.parent_path() / name);
-}
-
 class TrackImport {
 public:
     TrackImport(const Recording& recording, const Track& track, std::span<const AudioChunk> known,
-                DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress,
-                FileManager& files)
+                DurableChunkStore& store, SQLiteJobStore& database, const Progress& progress)
         : track_(track),
-          accumulator_(*PCMChunkAccumulator::make(recording.session, track.source, secondsPerChunk,
-                                                  [&, known](const AudioChunk& chunk, auto samples) {
-                                                      const auto stored = identified(chunk);
-                                                      if (std::ranges::find(known, stored.id,
-                                                                            &AudioChunk::id) == known.end())
-                                                          setAsideDamaged(store.chunkDirectory(stored), files);
-                                                      store.commit(stored, samples);
-                                                      database.registerChunk(stored);
-                                                      goOn_ = progress(track_.source, stored.endSeconds());
-                                                  })) {}
+          known_(known),
+          store_(store),
+          database_(database),
+          progress_(progress),
+          accumulator_(*PCMChunkAccumulator::make(
+              recording.session, track.source, secondsPerChunk,
+              [this](const AudioChunk& chunk, auto samples) { keep(identified(chunk), samples); })) {}
+    TrackImport(const TrackImport&) = delete;
+    TrackImport& operator=(const TrackImport&) = delete;
 
     Outcome run() {
         std::array<std::int16_t, bufferSamples> buffer{};
@@ -168,7 +159,19 @@ private:
         return chunk;
     }
 
+    void keep(const AudioChunk& chunk, std::span<const std::int16_t> samples) {
+        const bool isKnown = std::ranges::find(known_, chunk.id, &AudioChunk::id) != known_.end();
+        if (!isKnown) store_.setAside(chunk);
+        store_.commit(chunk, samples);
+        database_.registerChunk(chunk);
+        goOn_ = progress_(track_.source, chunk.endSeconds());
+    }
+
     Track track_;
+    std::span<const AudioChunk> known_;  ///< the chunks of the meeting that were stored before
+    DurableChunkStore& store_;
+    SQLiteJobStore& database_;
+    const Progress& progress_;
     bool goOn_ = true;
     PCMChunkAccumulator accumulator_;
 };
@@ -221,7 +224,7 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {
-            outcome = TrackImport(recording, track, known, store, database, progress, files).run();
+            outcome = TrackImport(recording, track, known, store, database, progress).run();
             if (outcome == Outcome::stopped) break;
         }
     } catch (const MeetingError&) {

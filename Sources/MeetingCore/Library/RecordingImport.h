@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
-#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Recording/Models.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 
 namespace meetingcore {
@@ -31,8 +31,6 @@ public:
 /// therefore simply done again: what is stored already is compared and kept, the rest is added. Memory does not
 /// depend on the length.
 namespace RecordingImport {
-
-inline constexpr std::int64_t maximumSeconds = 86'400;  ///< of a track
 
 /// One track and where its samples come from.
 struct Track {

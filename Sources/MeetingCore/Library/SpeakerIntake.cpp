@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/FileProblems.h"
@@ -46,12 +47,7 @@ std::optional<double> recordingEnd(const UUID& session, double expected, const s
     std::optional<double> end;
     const auto reach = [&](double seconds) { end = std::max(end.value_or(0), seconds); };
     for (const auto& job : database.jobs(session)) {
-        try {
-            const auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
-            if (!window.chunks.empty()) reach(window.endSeconds());
-        } catch (const MeetingError&) {
-            // A damaged job says nothing about the recording.
-        }
+        if (const auto window = WorkScheduler::windowOf(job)) reach(window->endSeconds());
     }
     if (end && expected <= *end) return end;
     for (const auto& chunk : DurableChunkStore(root / "Meetings", files).recover(session).chunks)

@@ -161,8 +161,7 @@ private:
 
 std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const std::filesystem::path& root,
                                     FileManager& files) {
-    auto chunks = DurableChunkStore(root / "Meetings", files).recover(session).chunks;
-    std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
+    auto chunks = DurableChunkStore(root / "Meetings", files).recoverTrack(session, source);
     if (chunks.empty())
         throw MeetingError::invalidData("Das Meeting hat auf dieser Tonspur keine Audioabschnitte.");
     return chunks;

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <tuple>
 
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::TranscriptionRun {

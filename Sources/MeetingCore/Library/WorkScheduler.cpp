@@ -30,18 +30,25 @@ std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, boo
     return all;
 }
 
+std::optional<TranscriptionWindow> windowOf(const JobState& job) {
+    if (job.kind != "transcribe") return std::nullopt;
+    try {
+        auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
+        if (!window.chunks.empty()) return window;
+    } catch (const MeetingError&) {
+        // Nothing can be told of it.
+    }
+    return std::nullopt;
+}
+
 Coverage coverage(const UUID& session, std::span<const AudioChunk> chunks, SQLiteJobStore& database) {
     Coverage coverage;
     std::unordered_set<UUID> planned;
     for (const auto& job : database.jobs(session)) {
-        if (job.kind != "transcribe") continue;
-        try {
-            auto window = json::decode<TranscriptionWindow>(job.payloadJSON, "Der Auftrag");
-            for (const auto& chunk : window.chunks) planned.insert(chunk.id);
-            if (!window.chunks.empty()) coverage.windows.push_back(std::move(window));
-        } catch (const MeetingError&) {
-            // A damaged job covers nothing.
-        }
+        auto window = windowOf(job);
+        if (!window) continue;
+        for (const auto& chunk : window->chunks) planned.insert(chunk.id);
+        coverage.windows.push_back(*std::move(window));
     }
     std::ranges::stable_sort(coverage.windows, {}, &TranscriptionWindow::startSeconds);
     std::ranges::copy_if(chunks, std::back_inserter(coverage.unplanned),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -16,6 +17,9 @@ inline constexpr double windowSeconds = 60;
 
 /// The windows of all tracks among the chunks, track by track. Throws as WindowPlanner does.
 std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, bool flushTail);
+
+/// The window of a transcription job; nothing for a job of another kind or one that is damaged.
+std::optional<TranscriptionWindow> windowOf(const JobState& job);
 
 /// What the jobs of a session cover.
 struct Coverage {

@@ -19,6 +19,9 @@ public:
     /// Ends the digest and returns it as 64 lower-case hexadecimal digits. Call once.
     std::string hex();
 
+    /// The digest of one piece of data in base 64 (RFC 4648).
+    static std::string base64(std::string_view bytes);
+
     /// The digest of one piece of data, as 64 lower-case hexadecimal digits.
     static std::string hex(std::string_view bytes);
 

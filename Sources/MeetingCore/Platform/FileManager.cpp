@@ -160,6 +160,13 @@ bool pathExists(const fs::path& path) {
     return fs::exists(path, undecided) || undecided;
 }
 
+std::string readRecord(FileManager& files, const fs::path& path) {
+    // One byte more than allowed tells a file that is too large, also one that grows meanwhile.
+    auto bytes = files.read(path, 0, maximumRecordBytes + 1);
+    if (bytes.size() > maximumRecordBytes) throw MeetingError::invalidData("Ergebnisdatei ist zu groß.");
+    return bytes;
+}
+
 void createDirectories(FileManager& files, const fs::path& path) {
     if (path.empty() || path == path.root_path()) return;
     const auto parent = path.parent_path();
@@ -202,9 +209,12 @@ void writeSynced(FileManager& files, std::span<const std::string_view> content, 
     file->close();
 }
 
+constexpr std::string_view hiddenEnding = ".tmp";
+
 void writeAtomically(FileManager& files, std::string_view bytes, const fs::path& path) {
     const auto folder = path.parent_path();
-    const auto hidden = folder / ("." + path.filename().string() + "." + UUID::random().string() + ".tmp");
+    const auto hidden =
+        folder / ("." + path.filename().string() + "." + UUID::random().string() + std::string(hiddenEnding));
     const auto removeHidden = [&] {
         try {
             if (files.status(hidden)) files.remove(hidden);
@@ -226,8 +236,16 @@ void writeAtomically(FileManager& files, std::string_view bytes, const fs::path&
     files.flushDirectory(folder.empty() ? fs::path(".") : folder);
 }
 
+bool isInterruptedWrite(std::string_view name) {
+    constexpr std::size_t identifier = 36;
+    if (!name.starts_with('.') || !name.ends_with(hiddenEnding)) return false;
+    name.remove_suffix(hiddenEnding.size());
+    return name.size() > identifier + 1 && UUID::parse(name.substr(name.size() - identifier));
+}
+
 int flushToStableStorage(int descriptor) noexcept {
 #ifdef F_FULLFSYNC
+    if (::fsync(descriptor) != 0) return -1;
     return ::fcntl(descriptor, F_FULLFSYNC) == -1 ? -1 : 0;
 #else
     return ::fsync(descriptor);

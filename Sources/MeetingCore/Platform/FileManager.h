@@ -75,6 +75,12 @@ public:
 /// step reports the error instead of taking the name for free.
 bool pathExists(const std::filesystem::path& path);
 
+/// No stored record is read beyond this size: 64 MiB.
+inline constexpr std::size_t maximumRecordBytes = 67'108'864;
+
+/// The whole content of a record's file. Throws MeetingError (invalidData) beyond `maximumRecordBytes`.
+std::string readRecord(FileManager& files, const std::filesystem::path& path);
+
 /// Creates the missing folders of the path and flushes the parent of each, so that they outlive a power cut.
 /// The last one that was there already counts too where its parent may be opened: a process that was killed
 /// after creating it may not have come to that.
@@ -93,8 +99,11 @@ void writeSynced(FileManager& files, std::span<const std::string_view> content,
 /// between. On an error before the rename the target is untouched and the hidden file is removed.
 void writeAtomically(FileManager& files, std::string_view bytes, const std::filesystem::path& path);
 
-/// Flushes an open file down to the drive: F_FULLFSYNC where the system has it, since `fsync` there leaves the
-/// drive's own cache unflushed; `fsync` elsewhere. Returns 0, or -1 with errno set.
+/// Whether a file of this name is what writeAtomically leaves behind when it is cut off.
+bool isInterruptedWrite(std::string_view name);
+
+/// Flushes an open file down to the drive: `fsync`, and F_FULLFSYNC where the system has it, since `fsync`
+/// there leaves the drive's own cache unflushed. Returns 0, or -1 with errno set.
 int flushToStableStorage(int descriptor) noexcept;
 
 /// The German text for a system error number, for the end of a message.

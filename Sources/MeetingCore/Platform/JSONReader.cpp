@@ -59,7 +59,7 @@ std::int64_t integer(std::string_view token, simdjson::simdjson_result<double> n
     if (isPlainInteger(token)) {
         std::int64_t exact = 0;
         if (std::from_chars(token.data(), token.data() + token.size(), exact).ec == std::errc{}) return exact;
-    } else if (std::trunc(value) == value && std::fabs(value) < 0x1p63) {
+    } else if (std::trunc(value) == value && value >= -0x1p63 && value < 0x1p63) {
         return static_cast<std::int64_t>(value);
     }
     Failure::raise(Failure::Reason::unexpected);

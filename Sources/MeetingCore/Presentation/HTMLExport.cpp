@@ -12,30 +12,10 @@ namespace meetingcore {
 
 namespace {
 
-int hexDigit(char c) { return c <= '9' ? c - '0' : c - 'a' + 10; }
-
-std::string base64OfHex(std::string_view hex) {
-    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (std::size_t i = 0; i < hex.size(); i += 6) {  // six hexadecimal digits are four of base 64
-        unsigned group = 0;
-        const auto given = std::min<std::size_t>(6, hex.size() - i);
-        for (std::size_t k = 0; k < 6; ++k) {
-            group = group * 16 + (k < given ? static_cast<unsigned>(hexDigit(hex[i + k])) : 0);
-        }
-        for (std::size_t k = 0; k < 4; ++k) {
-            out += k <= given / 2 ? digits[group >> (18 - 6 * k) & 63] : '=';
-        }
-    }
-    return out;
-}
-
 /// Nothing may be loaded, and only our own style and script, known by their digests, may run.
 const std::string& contentSecurityPolicy() {
     static const std::string policy = [] {
-        const auto source = [](std::string_view text) {
-            return " 'sha256-" + base64OfHex(SHA256::hex(text)) + "'";
-        };
+        const auto source = [](std::string_view text) { return " 'sha256-" + SHA256::base64(text) + "'"; };
         return "default-src 'none'; style-src" + source(PageAssets::style) + "; script-src" +
                source(PageAssets::script) + "; base-uri 'none'; form-action 'none'";
     }();

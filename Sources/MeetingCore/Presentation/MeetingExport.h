@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
-#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Presentation/TimestampFormatter.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 
 namespace meetingcore {

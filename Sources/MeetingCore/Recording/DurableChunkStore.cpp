@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/WAV.h"
 
 namespace meetingcore {
@@ -17,11 +18,8 @@ using Kind = FileStatus::Kind;
 constexpr const char* manifestName = "session.json";
 constexpr const char* audioName = "audio.wav";
 constexpr const char* metadataName = "metadata.json";
-constexpr const char* removalMarkerName = "audio-removed.json";
 constexpr const char* chunkExtension = ".chunk";
 constexpr const char* partialExtension = ".partial";
-
-constexpr std::uint64_t maximumRecordBytes = 67'108'864;
 
 /// A name that is taken by nothing, hidden and recognisable as unfinished.
 fs::path partialBeside(const fs::path& folder) {
@@ -41,11 +39,9 @@ FileStatus require(FileManager& fm, Kind kind, const fs::path& path) {
 }
 
 template <class T>
-T readRecord(FileManager& fm, const fs::path& file) {
+T decodeFile(FileManager& fm, const fs::path& file) {
     require(fm, Kind::file, file);
-    const auto bytes = fm.read(file, 0, maximumRecordBytes + 1);
-    if (bytes.size() > maximumRecordBytes) throw MeetingError::invalidData("Ergebnisdatei ist zu groß.");
-    return json::decode<T>(bytes, quotedName(file));
+    return json::decode<T>(readRecord(fm, file), quotedName(file));
 }
 
 void addProblem(RecoveryReport& report, const fs::path& entry, const MeetingError& error) {
@@ -114,6 +110,17 @@ fs::path DurableChunkStore::commit(const AudioChunk& chunk, std::span<const std:
     return folder;
 }
 
+void DurableChunkStore::setAside(const AudioChunk& chunk) {
+    const auto folder = chunkDirectory(chunk);
+    if (fm_.status(folder)) fm_.move(folder, partialBeside(folder));
+}
+
+std::vector<AudioChunk> DurableChunkStore::recoverTrack(const UUID& session, AudioSource source) {
+    auto chunks = recover(session).chunks;
+    std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
+    return chunks;
+}
+
 /// Builds the folder under a hidden name and renames it into place. What remains is to flush the parent.
 void DurableChunkStore::publish(const fs::path& folder, std::initializer_list<NewFile> files) {
     const auto partial = partialBeside(folder);
@@ -149,7 +156,7 @@ void DurableChunkStore::requireIdentical(const fs::path& stored, const AudioChun
                                          std::span<const std::int16_t> samples) {
     const auto identical = [&] {
         require(fm_, Kind::directory, stored);
-        if (readRecord<AudioChunk>(fm_, stored / metadataName) != chunk) return false;
+        if (decodeFile<AudioChunk>(fm_, stored / metadataName) != chunk) return false;
         const auto file = stored / audioName;
         return require(fm_, Kind::file, file).size == WAV::fileBytes(samples.size()) &&
                fm_.read(file, 0, WAV::fileBytes(samples.size())) == WAV::encode(samples);
@@ -188,7 +195,7 @@ void DurableChunkStore::scanEntry(const std::string& name, RecoveryReport& repor
         require(fm_, Kind::directory, entry);
         if (entry.extension() == partialExtension) {
             report.incompleteDirectories.push_back(entry);
-        } else if (!fm_.status(entry / removalMarkerName)) {
+        } else if (!fm_.status(entry / AudioArchive::removedMarkerName)) {
             scanSession(entry, report);
         }
     } catch (const MeetingError& error) {
@@ -197,7 +204,7 @@ void DurableChunkStore::scanEntry(const std::string& name, RecoveryReport& repor
 }
 
 void DurableChunkStore::scanSession(const fs::path& folder, RecoveryReport& report) {
-    const auto session = readRecord<MeetingSession>(fm_, folder / manifestName);
+    const auto session = decodeFile<MeetingSession>(fm_, folder / manifestName);
     if (session.id.string() != folder.filename()) {
         throw MeetingError::invalidData("Sitzungsmanifest stimmt nicht mit dem Verzeichnis überein.");
     }
@@ -225,7 +232,7 @@ void DurableChunkStore::scanSession(const fs::path& folder, RecoveryReport& repo
 
 AudioChunk DurableChunkStore::readChunk(const fs::path& folder, const UUID& session) {
     require(fm_, Kind::directory, folder);
-    const auto chunk = readRecord<AudioChunk>(fm_, folder / metadataName);
+    const auto chunk = decodeFile<AudioChunk>(fm_, folder / metadataName);
     chunk.validate();
     if (chunk.id.string() != folder.stem() || chunk.sessionID != session) {
         throw MeetingError::invalidData("Abschnitt gehört nicht zur erwarteten Sitzung.");

@@ -56,6 +56,12 @@ public:
     RecoveryReport recover();
     RecoveryReport recover(const UUID& session);
 
+    /// The complete chunks of one track, ascending by start.
+    std::vector<AudioChunk> recoverTrack(const UUID& session, AudioSource source);
+
+    /// Makes room for a whole chunk where recovery refuses the stored one, which is kept as an unfinished one.
+    void setAside(const AudioChunk& chunk);
+
     std::filesystem::path sessionDirectory(const UUID& session) const;
     std::filesystem::path chunkDirectory(const AudioChunk& chunk) const;
 

@@ -9,6 +9,7 @@ namespace meetingcore {
 template AudioSource json::decode(std::string_view, const std::string&);
 template AudioChunk json::decode(std::string_view, const std::string&);
 template MeetingSession json::decode(std::string_view, const std::string&);
+template RecordingClock json::decode(std::string_view, const std::string&);
 
 void AudioChunk::validate() const {
     const bool valid = schemaVersion == 1 && sampleRate == audio::sampleRate && sampleCount > 0 &&

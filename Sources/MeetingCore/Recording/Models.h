@@ -22,6 +22,7 @@ namespace audio {
 
 inline constexpr std::int64_t sampleRate = 16'000;
 inline constexpr std::int64_t maximumChunkSamples = 960'000;  ///< 60 s
+inline constexpr std::int64_t maximumTrackSeconds = 86'400;   ///< 24 h
 inline constexpr double timingToleranceSeconds = 0.05;        ///< for gaps and overlaps between chunks
 
 }  // namespace audio
@@ -76,5 +77,18 @@ inline constexpr auto json::fields<MeetingSession> = json::record(
     json::field("applicationBundleID", &MeetingSession::applicationBundleID),
     json::field("microphoneID", &MeetingSession::microphoneID),
     json::field("consentConfirmed", &MeetingSession::consentConfirmed));
+
+/// When and where on the clock a recording began.
+struct RecordingClock {
+    Date startedAt;                  ///< the recording's time zero
+    std::string timeZoneIdentifier;  ///< IANA name, captured while recording: Europe/Berlin
+
+    bool operator==(const RecordingClock&) const = default;
+};
+
+template <>
+inline constexpr auto json::fields<RecordingClock> =
+    json::record(json::field("startedAt", &RecordingClock::startedAt),
+                 json::field("timeZoneIdentifier", &RecordingClock::timeZoneIdentifier));
 
 }  // namespace meetingcore

@@ -24,8 +24,6 @@ constexpr std::size_t maximumTextCharacters = 600;
 constexpr std::size_t mostTitleTerms = 3;
 constexpr std::size_t longestTitleTerm = 24;
 
-std::string sourceID(std::uint32_t segment) { return "s" + std::to_string(segment + 1); }
-
 /// Before a name: that person is not who acts ("schick das an Ben").
 bool isObjectMarker(std::string_view word) {
     static const std::set<std::string_view> words = {"an",   "mit",  "von",   "für", "zu",   "zum",

@@ -11,8 +11,6 @@ template RawSummary json::decode(std::string_view, const std::string&);
 
 namespace {
 
-std::string sourceID(std::size_t position) { return "s" + std::to_string(position + 1); }
-
 /// The trimmed value if the passage, both lower-cased, contains it.
 std::optional<std::string> ifNamed(const std::optional<std::string>& value,
                                    const std::string& lowercasedPassage) {
@@ -22,6 +20,8 @@ std::optional<std::string> ifNamed(const std::optional<std::string>& value,
 }
 
 }  // namespace
+
+std::string sourceID(std::size_t position) { return "s" + std::to_string(position + 1); }
 
 void RawSummary::append(const RawSummary& other) {
     const auto add = [](auto& to, const auto& from) { to.insert(to.end(), from.begin(), from.end()); };

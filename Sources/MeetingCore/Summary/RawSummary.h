@@ -26,6 +26,9 @@ inline constexpr auto json::fields<RawBullet> = json::record(json::field("text",
                                                              json::field("owner", &RawBullet::owner),
                                                              json::field("dueDate", &RawBullet::dueDate));
 
+/// The number by which an engine cites the segment at this position: "s1" is the first.
+std::string sourceID(std::size_t position);
+
 /// An engine's whole answer. The language model's comes as JSON, and partial results are cached and merged in
 /// this form.
 struct RawSummary {

@@ -14,8 +14,8 @@ struct SummaryInstructions {
         "Fasse das Gespräch kurz und sachlich auf Deutsch zusammen. Hebe wichtige Ergebnisse, Entscheidungen, "
         "vereinbarte Aufgaben und offene Fragen hervor. Vermeide Wiederholungen und Smalltalk.";
 
-    std::string basePrompt;     ///< content and style of every summary
-    std::string meetingPrompt;  ///< hints for this meeting, refining the base prompt
+    std::string basePrompt{defaultBasePrompt};  ///< content and style of every summary
+    std::string meetingPrompt{};                ///< hints for this meeting, refining the base prompt
 
     /// The instructions with both texts trimmed. Throws MeetingError (invalidData) where the untrimmed base
     /// prompt has more than 3,000 characters or the hint more than 1,500.

@@ -1,6 +1,6 @@
 #include "MeetingCore/Summary/SummaryRun.h"
 
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 
 namespace meetingcore {
 

@@ -90,11 +90,15 @@ private:
     std::string_view rest_;
 };
 
+constexpr std::string_view workFolderStart = ".Transkription.";
+constexpr std::string_view workFolderEnd = ".partial";
+
 /// A folder that goes with everything in it when the object does.
 class WorkFolder {
 public:
     WorkFolder(const fs::path& parent, FileManager& files)
-        : path_(parent / (".Transkription." + UUID::random().string() + ".partial")) {
+        : path_(parent /
+                (std::string(workFolderStart) + UUID::random().string() + std::string(workFolderEnd))) {
         files.createDirectory(path_);
     }
     ~WorkFolder() {
@@ -160,6 +164,10 @@ SpeechResult readResult(const std::string& output, const TranscriptionWindow& wi
 }
 
 }  // namespace
+
+bool CommandTranscriber::isWorkFolder(std::string_view name) {
+    return name.starts_with(workFolderStart) && name.ends_with(workFolderEnd);
+}
 
 CommandTranscriber::CommandTranscriber(std::string_view command, const fs::path& root,
                                        std::chrono::milliseconds timeLimit, FileManager& files)

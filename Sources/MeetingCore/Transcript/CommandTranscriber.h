@@ -38,6 +38,9 @@ public:
     /// result has been checked against the window.
     std::future<SpeechResult> transcribe(const TranscriptionWindow& window, const StopRequest& stop) override;
 
+    /// Whether a folder of this name, in a meeting's folder, is one that a program was given.
+    static bool isWorkFolder(std::string_view name);
+
 private:
     SpeechResult recognize(const TranscriptionWindow& window, const StopRequest& stop);
     std::string run(std::vector<std::string> arguments, const StopRequest& stop) const;

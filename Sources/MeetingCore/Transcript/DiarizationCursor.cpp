@@ -7,8 +7,6 @@ namespace meetingcore {
 
 namespace {
 
-constexpr double longestRecordingSeconds = 86'400;
-
 std::int64_t samples(double seconds) {
     const auto rounded = std::round(seconds * static_cast<double>(audio::sampleRate));
     return std::max<std::int64_t>(0, static_cast<std::int64_t>(rounded));
@@ -20,7 +18,7 @@ std::optional<DiarizationCursor::Input> DiarizationCursor::input(const AudioChun
     chunk.validate();
     if (chunk.source != source) throw MeetingError::invalidData("Falsche Tonspur für Sprechererkennung.");
     if (fedIDs.contains(chunk.id)) return std::nullopt;
-    if (chunk.startSeconds > longestRecordingSeconds ||
+    if (chunk.startSeconds > audio::maximumTrackSeconds ||
         chunk.startSeconds < position - audio::timingToleranceSeconds) {
         throw MeetingError::invalidData("Ungültige Diarisierungszeitachse.");
     }

@@ -221,10 +221,7 @@ bool hasUnfinishedDiarization(const std::filesystem::path& root, FileManager& fi
 
 std::optional<std::string> readBytes(const std::filesystem::path& file, FileManager& files) {
     if (!pathExists(file)) return std::nullopt;
-    // One byte more than allowed tells a file that is too large, also one that grows meanwhile.
-    auto bytes = files.read(file, 0, maximumFileBytes + 1);
-    if (bytes.size() > maximumFileBytes) throw MeetingError::invalidData("Ergebnisdatei ist zu groß.");
-    return bytes;
+    return readRecord(files, file);
 }
 
 }  // namespace TranscriptStorage

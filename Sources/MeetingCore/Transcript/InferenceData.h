@@ -101,9 +101,6 @@ struct TranscriptDocument {
 /// Reads and writes what the system keeps about a meeting's transcript under the data folder.
 namespace TranscriptStorage {
 
-/// No file of a meeting folder is read beyond this size.
-inline constexpr std::uint64_t maximumFileBytes = 67'108'864;
-
 /// The folder of a session: "Meetings" and the upper-case UUID under the data folder.
 std::filesystem::path sessionDirectory(const std::filesystem::path& root, const UUID& session);
 

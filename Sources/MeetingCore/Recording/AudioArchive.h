@@ -10,8 +10,10 @@
 
 namespace meetingcore::AudioArchive {
 
-/// Whether the meeting's audio was removed on purpose, which its marker "audio-removed.json" tells. `root` is
-/// the data folder.
+/// The file in a meeting's folder that tells that its audio was removed on purpose.
+inline constexpr const char* removedMarkerName = "audio-removed.json";
+
+/// Whether the meeting's audio was removed on purpose. `root` is the data folder.
 bool removed(const UUID& session, const std::filesystem::path& root);
 
 /// Where a track lacks audio that it had: its chunks are numbered, and numbers are missing.

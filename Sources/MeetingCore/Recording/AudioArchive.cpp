@@ -1,4 +1,4 @@
-#include "MeetingCore/Library/AudioArchive.h"
+#include "MeetingCore/Recording/AudioArchive.h"
 
 #include <algorithm>
 #include <vector>
@@ -28,9 +28,6 @@ namespace AudioArchive {
 
 namespace {
 
-constexpr std::int64_t longestSeconds = 86'400;
-constexpr std::uint64_t maximumManifestBytes = 67'108'864;
-
 fs::path meetingFolder(const UUID& session, const fs::path& root) {
     return root / "Meetings" / session.string();
 }
@@ -38,10 +35,9 @@ fs::path meetingFolder(const UUID& session, const fs::path& root) {
 /// The track's chunks by start time, as many as recovery vouches for.
 std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const fs::path& root,
                                     FileManager& files) {
-    auto chunks = DurableChunkStore(root / "Meetings", files).recover(session).chunks;
-    std::erase_if(chunks, [&](const AudioChunk& chunk) { return chunk.source != source; });
+    auto chunks = DurableChunkStore(root / "Meetings", files).recoverTrack(session, source);
     const bool tooLong = std::any_of(chunks.begin(), chunks.end(), [](const AudioChunk& chunk) {
-        return chunk.endSeconds() > longestSeconds;
+        return chunk.endSeconds() > audio::maximumTrackSeconds;
     });
     if (chunks.empty() || tooLong) {
         throw MeetingError::invalidData("Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.");
@@ -92,11 +88,9 @@ private:
     bool isComplete() {
         const auto audio = statusOfFile(target());
         const auto record = statusOfFile(manifest());
-        if (!audio || audio->size != WAV::fileBytes(audio_.sampleCount()) || !record ||
-            record->size > maximumManifestBytes)
-            return false;
+        if (!audio || audio->size != WAV::fileBytes(audio_.sampleCount()) || !record) return false;
         try {
-            const auto bytes = files_.read(manifest(), 0, maximumManifestBytes);
+            const auto bytes = readRecord(files_, manifest());
             return json::decode<ArchiveManifest>(bytes, quotedName(manifest())).chunks == chunks_ &&
                    files_.read(target(), 0, WAV::headerBytes) == WAV::header(audio_.sampleCount());
         } catch (const MeetingError&) {
@@ -145,7 +139,7 @@ private:
 bool removed(const UUID& session, const fs::path& root) {
     std::error_code
         undecided;  // what cannot be told is no removal: it would let unfinished work pass for finished
-    return fs::exists(meetingFolder(session, root) / "audio-removed.json", undecided);
+    return fs::exists(meetingFolder(session, root) / removedMarkerName, undecided);
 }
 
 std::vector<Gap> gaps(std::span<const AudioChunk> chunks) {

@@ -5,21 +5,9 @@
 
 #include "MeetingCore/Platform/JSON.h"
 #include "MeetingCore/Platform/TimeZone.h"
+#include "MeetingCore/Recording/Models.h"
 
 namespace meetingcore {
-
-/// When and where on the clock a recording began.
-struct RecordingClock {
-    Date startedAt;                  ///< the recording's time zero
-    std::string timeZoneIdentifier;  ///< IANA name, captured while recording: Europe/Berlin
-
-    bool operator==(const RecordingClock&) const = default;
-};
-
-template <>
-inline constexpr auto json::fields<RecordingClock> =
-    json::record(json::field("startedAt", &RecordingClock::startedAt),
-                 json::field("timeZoneIdentifier", &RecordingClock::timeZoneIdentifier));
 
 /// How transcript times are shown: since the start of the recording, or as the time of day.
 enum class TranscriptTimestampMode { elapsed, clock };

@@ -1,14 +1,10 @@
-#include "MeetingCore/Presentation/RecordingClock.h"
+#include "MeetingCore/Presentation/TimestampFormatter.h"
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 
-#include "MeetingCore/Platform/JSONReader.h"
-
 namespace meetingcore {
-
-template RecordingClock json::decode(std::string_view, const std::string&);
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "MeetingCore/Presentation/LiveTextSearch.h"
+#include "MeetingCore/Platform/LiveTextSearch.h"
 
 #include <algorithm>
 
