@@ -108,6 +108,10 @@ TEST_F(Worker, StaysInsideTheLibrary) {
         fs::create_directory_symlink(outside.path(), folder);
         EXPECT_EQ(run(worker), "failed: Ungültiger Meetingpfad.");
         fs::remove(folder);
+        // Its target may come into being before the summary is written.
+        fs::create_directory_symlink(outside.path() / "missing", folder);
+        EXPECT_EQ(run(worker), "failed: Ungültiger Meetingpfad.");
+        fs::remove(folder);
     }
     // A link to the root itself is followed, a relative path taken from the working directory.
     fs::create_directory_symlink(root, outside.path() / "link");

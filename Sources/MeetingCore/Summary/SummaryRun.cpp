@@ -19,9 +19,17 @@ fs::path resolved(const fs::path& path) {
     return result.has_filename() ? result : result.parent_path();
 }
 
+/// A link that leads nowhere yet may lead out of the library by the time the summary is written.
+bool isDangling(const fs::path& path) {
+    std::error_code error;
+    return fs::is_symlink(fs::symlink_status(path, error)) && !fs::exists(path, error);
+}
+
 fs::path meetingFolder(const fs::path& root, const UUID& session) {
-    auto folder = resolved(TranscriptStorage::sessionDirectory(root, session));
-    if (!folder.native().starts_with(root.native() + "/Meetings/")) {
+    const auto named = TranscriptStorage::sessionDirectory(root, session);
+    auto folder = resolved(named);
+    if (isDangling(named.parent_path()) || isDangling(named) ||
+        !folder.native().starts_with(root.native() + "/Meetings/")) {
         throw MeetingError::invalidData("Ungültiger Meetingpfad.");
     }
     return folder;
