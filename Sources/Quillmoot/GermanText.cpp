@@ -90,13 +90,14 @@ std::optional<std::string> projectName(const LibrarySnapshot& library, const Mee
 }
 
 void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting) {
+    if (error.cause() != MeetingError::Cause::jobBusy) throw;
     double seconds = 0;
     const auto now = Date::now().secondsSinceReferenceDate();
     for (const auto& job : jobs.jobs(meeting)) {
         if (job.status == JobStatus::running && job.leaseUntil)
             seconds = std::max(seconds, std::ceil(job.leaseUntil->secondsSinceReferenceDate() - now));
     }
-    if (error.message().find("Ablauf der Sperre") == std::string::npos || seconds < 1) throw;
+    if (seconds < 1) throw;
     throw MeetingError::database(error.message() + " Sie endet in " +
                                  countOf(static_cast<std::size_t>(seconds), "Sekunde", "Sekunden") +
                                  ", wenn niemand sie verlängert.");

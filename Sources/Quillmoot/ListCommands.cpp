@@ -214,7 +214,9 @@ std::vector<std::string> speakersOf(const TranscriptDocument& document) {
     return names;
 }
 
-MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting) {
+/// `unreadable` is what keeps the transcript or the summary from being read.
+MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting,
+                         std::optional<MeetingError>& unreadable) {
     MeetingDetails details;
     details.meeting = rowOf(folder, meeting, folder.jobs().jobStats(meeting.id));
     details.notes = meeting.notes;
@@ -234,6 +236,7 @@ MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting) {
             MeetingExport::summaryState({meeting, &*document, summary ? &*summary : nullptr, std::nullopt});
     } catch (const MeetingError& error) {
         details.problem = error.message();
+        unreadable = error;
     }
     details.processing = processingOf(meeting, folder.root(), folder.jobs(), document ? &*document : nullptr);
     return details;
@@ -260,10 +263,11 @@ std::string_view wordFor(SummaryState state) {
 int show(Shell& shell, const std::string& reference, bool asJSON) {
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(reference);
-    const auto details = detailsOf(folder, meeting);
+    std::optional<MeetingError> unreadable;
+    const auto details = detailsOf(folder, meeting, unreadable);
     if (asJSON) {
         shell.writeJSON(details);
-        return details.problem ? failed : done;
+        return unreadable ? failed : done;
     }
     auto& out = shell.out();
     out.line(meeting.title, Ink::bold);
@@ -292,8 +296,8 @@ int show(Shell& shell, const std::string& reference, bool asJSON) {
         out.heading("Notizen");
         out.paragraphs(details.notes);
     }
-    if (!details.problem) return done;
-    explain(shell.err(), *details.problem);
+    if (!unreadable) return done;
+    explain(shell.err(), *unreadable);
     return failed;
 }
 
@@ -343,7 +347,7 @@ int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
     } else if (last == nullptr) {
         shell.err().line("Keine Treffer.");
     }
-    for (const auto& problem : problems) explain(shell.err(), problem);
+    for (const auto& [meeting, error] : problems) explain(shell.err(), error, "„" + meeting.title + "“: ");
     return problems.empty() ? done : failed;
 }
 

@@ -111,58 +111,56 @@ std::string germanMessage(const CLI::App& app, const CLI::ParseError& error) {
     return "Der Aufruf ist nicht zu verstehen.";
 }
 
-/// SQLite says in English, and in no sentence, what is wrong with a file.
-std::string inGerman(const std::string& message) {
-    const auto is = [&](std::string_view text) { return message == text; };
-    if (is("file is not a database") || is("database disk image is malformed")) {
-        return "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
-               "Datenordner; es hilft nur eine Sicherung.";
+/// The error's message; in place of what SQLite says in English, and in no sentence, what that means.
+std::string inGerman(const MeetingError& error) {
+    using enum MeetingError::Cause;
+    switch (error.cause()) {
+        case databaseDamaged:
+            return "„quillmoot.sqlite“ ist beschädigt oder keine Datenbank. „quillmoot doctor“ prüft den "
+                   "Datenordner; es hilft nur eine Sicherung.";
+        case databaseNotWritable:
+            return "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners "
+                   "prüfen.";
+        case databaseIO:
+            return "„quillmoot.sqlite“ kann nicht gelesen oder geschrieben werden. Bitte prüfen, ob auf dem "
+                   "Datenträger noch Platz ist.";
+        case databaseLocked:
+            return "Ein anderes Programm arbeitet gerade mit „quillmoot.sqlite“. Bitte gleich noch einmal "
+                   "versuchen.";
+        case databaseOther:
+            return "Datenbank: " + error.message();
+        default:
+            return error.message();
     }
-    if (is("attempt to write a readonly database") || is("unable to open database file")) {
-        return "„quillmoot.sqlite“ kann nicht geschrieben werden. Bitte die Rechte des Datenordners prüfen.";
-    }
-    if (is("database or disk is full") || is("disk I/O error")) {
-        return "„quillmoot.sqlite“ kann nicht gelesen oder geschrieben werden. Bitte prüfen, ob auf dem "
-               "Datenträger noch Platz ist.";
-    }
-    if (is("database is locked")) {
-        return "Ein anderes Programm arbeitet gerade mit „quillmoot.sqlite“. Bitte gleich noch einmal "
-               "versuchen.";
-    }
-    return message;
 }
 
 /// What a person can do about what the core says, which knows no commands; empty where that says it itself.
-std::string nextStep(const std::string& message) {
-    const auto tells = [&](std::string_view part) { return message.find(part) != std::string::npos; };
-    // A file that must not be read may be sound; nobody is told to replace it.
-    const bool isBroken = tells("ist kein gültiges JSON") || tells("ist unvollständig") ||
-                          tells("enthält einen unzulässigen Wert");
-    if ((isBroken && tells("„diarization.json“")) || tells("Ungültige Sprecherzeitmarken") ||
-        tells("Falsche Diarisierungssitzung"))
-        return "„quillmoot speakers import MEETING DATEI --replace“ ersetzt die Sprecherzuordnung.";
-    if (isBroken && tells("„transcript-edits.json“")) {
-        return "Wird die Datei aus dem Ordner des Meetings entfernt, gilt das Erkannte, ohne Korrekturen und "
-               "Namen.";
+std::string_view nextStep(MeetingError::Cause cause) {
+    using enum MeetingError::Cause;
+    switch (cause) {
+        case diarizationUnreadable:
+            return "„quillmoot speakers import MEETING DATEI --replace“ ersetzt die Sprecherzuordnung.";
+        case editsUnreadable:
+            return "Wird die Datei aus dem Ordner des Meetings entfernt, gilt das Erkannte, ohne Korrekturen "
+                   "und Namen.";
+        case summaryUnreadable:
+            return "„quillmoot summarize MEETING“ erstellt die Zusammenfassung neu.";
+        case libraryUnreadable:
+            return "Bitte eine Sicherung der Datei zurückholen. Ohne die Datei stellt „quillmoot doctor "
+                   "--repair“ die Liste der Meetings aus den Aufnahmen wieder her, ohne Projekte, Felder und "
+                   "Notizen.";
+        case speakersPending:
+            return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
+        case transcriptIncomplete:
+            return "Es kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; „quillmoot jobs“ "
+                   "zeigt, was fehlt.";
+        case dataFolderUnreachable:
+            return "„quillmoot data-folder PFAD“ wählt einen anderen.";
+        case lockFileUnavailable:
+            return "Bitte die Rechte des Datenordners prüfen.";
+        default:
+            return {};
     }
-    if (isBroken && tells("„summary.json“"))
-        return "„quillmoot summarize MEETING“ erstellt die Zusammenfassung neu.";
-    if (isBroken && tells("„library.json“")) {
-        return "Bitte eine Sicherung der Datei zurückholen. Ohne die Datei stellt „quillmoot doctor --repair“ "
-               "die "
-               "Liste der Meetings aus den Aufnahmen wieder her, ohne Projekte, Felder und Notizen.";
-    }
-    if (tells("Sprecherzuordnung muss zuerst abgeschlossen sein"))
-        return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
-    if (tells("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein") ||
-        tells("Noch kein Transkript")) {
-        return "Es kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; „quillmoot jobs“ "
-               "zeigt, was "
-               "fehlt.";
-    }
-    if (tells("Datenordner ist nicht erreichbar")) return "„quillmoot data-folder PFAD“ wählt einen anderen.";
-    if (tells("Sperrdatei nicht verfügbar")) return "Bitte die Rechte des Datenordners prüfen.";
-    return {};
 }
 
 int wrongly(const CLI::App& app, Shell& shell, const std::string& message) {
@@ -172,7 +170,7 @@ int wrongly(const CLI::App& app, Shell& shell, const std::string& message) {
 }
 
 int fail(Shell& shell, const std::string& message) {
-    explain(shell.err(), message);
+    shell.err().line(message, Ink::red);
     return failed;
 }
 
@@ -191,9 +189,8 @@ int parseAndRun(CLI::App& app, Shell& shell, std::span<char*> arguments) {
     } catch (const UsageError& error) {
         return wrongly(app, shell, error.what());
     } catch (const MeetingError& error) {
-        const auto message = inGerman(error.message());
-        const bool isEnglish = error.kind() == MeetingError::Kind::database && !message.ends_with('.');
-        return fail(shell, (isEnglish ? "Datenbank: " : "") + message);
+        explain(shell.err(), error);
+        return failed;
     } catch (const std::bad_alloc&) {
         return fail(shell, "Der Arbeitsspeicher reicht nicht aus.");
     } catch (const std::exception& error) {
@@ -211,11 +208,10 @@ int written(Shell& shell, int status) {
 
 }  // namespace
 
-void explain(Terminal& out, const std::string& message) {
-    const auto text = inGerman(message);
-    std::istringstream lines(text);
+void explain(Terminal& out, const MeetingError& error, const std::string& lead) {
+    std::istringstream lines(lead + inGerman(error));
     for (std::string line; std::getline(lines, line);) out.line(line, Ink::red);
-    if (const auto step = nextStep(text); !step.empty()) out.line(step);
+    if (const auto step = nextStep(error.cause()); !step.empty()) out.line(step);
 }
 
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,

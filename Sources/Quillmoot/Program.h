@@ -19,8 +19,8 @@ void describe(CLI::App& app, Shell& shell);
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,
                      std::function<int()> body);
 
-/// Tells what went wrong, each line of the message as one, and a next step where there is one.
-void explain(Terminal& out, const std::string& message);
+/// Tells what went wrong, behind `lead`, each line of the message as one, and a next step where there is one.
+void explain(Terminal& out, const MeetingError& error, const std::string& lead = {});
 
 /// The commands by topic.
 void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor, models

@@ -183,6 +183,8 @@ bool work(Shell& shell, DataFolder& folder, const Values& values, bool titleOnly
     const auto meeting = folder.meeting(values.meeting).id;
     const auto models = modelFolder(values.models, folder.root());
     if (useModel(shell, values, models)) {
+        // What stands in the way shows here with its cause, which a worker could only put into words.
+        static_cast<void>(SummaryRun(meeting, folder.root()));
         SummaryProcess::Task task{
             .session = meeting, .root = folder.root(), .models = models, .titleOnly = titleOnly};
         if (!values.worker.empty()) task.program = values.worker;

@@ -49,7 +49,8 @@ void validate(const fs::path& folder, FileManager& files) {
     if (!isReachable(folder)) {
         throw MeetingError::storage(
             "Der gewählte Datenordner ist nicht erreichbar. Bitte das Laufwerk verbinden oder in den "
-            "Einstellungen einen anderen Ordner wählen.");
+            "Einstellungen einen anderen Ordner wählen.",
+            MeetingError::Cause::dataFolderUnreachable);
     }
     auto names = files.list(folder);
     std::erase(names, ".DS_Store");

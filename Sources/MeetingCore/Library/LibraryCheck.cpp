@@ -129,9 +129,6 @@ private:
             add(Severity::error, topic,
                 "„quillmoot.sqlite“ ist beschädigt; es hilft nur eine Sicherung. (" + problem + ")");
         };
-        const auto isDamage = [](const std::string& message) {
-            return message == "file is not a database" || message == "database disk image is malformed";
-        };
         try {
             database_ =
                 options_.repair ? std::make_unique<SQLiteJobStore>(file) : SQLiteJobStore::forReading(file);
@@ -141,7 +138,7 @@ private:
             if (problems.empty()) add(Severity::fine, topic, "Die Datenbank ist unversehrt.");
         } catch (const MeetingError& error) {
             if (error.kind() != MeetingError::Kind::database) throw;
-            if (isDamage(error.message())) return addDamage(error.message());
+            if (error.cause() == MeetingError::Cause::databaseDamaged) return addDamage(error.message());
             add(Severity::error, topic,
                 "„quillmoot.sqlite“ kann nicht geprüft werden. Vielleicht arbeitet ein anderes Programm damit, "
                 "oder die Rechte oder der Platz auf dem Datenträger reichen nicht. (" +

@@ -77,6 +77,9 @@ inline constexpr auto json::fields<LibrarySnapshot> = json::record(
     json::field("meetings", &LibrarySnapshot::meetings),
     json::field("customFields", &LibrarySnapshot::customFields));
 
+template <>
+inline constexpr auto json::unreadable<LibrarySnapshot> = MeetingError::Cause::libraryUnreadable;
+
 /// One line of a meeting's history, "events.json" in its folder.
 struct SessionEvent {
     UUID id;

@@ -4,12 +4,12 @@
 
 namespace meetingcore::MeetingSearch {
 
-std::vector<std::string> run(std::string_view query, const LibrarySnapshot& library,
-                             const std::filesystem::path& root, SQLiteJobStore& database,
-                             const std::function<void(const Hit&)>& report) {
+std::vector<Problem> run(std::string_view query, const LibrarySnapshot& library,
+                         const std::filesystem::path& root, SQLiteJobStore& database,
+                         const std::function<void(const Hit&)>& report) {
     const LiveTextSearch search(query);
     if (search.terms().empty()) throw MeetingError::invalidData("Kein Suchwort angegeben.");
-    std::vector<std::string> problems;
+    std::vector<Problem> problems;
     const auto reportIfFound = [&](Hit hit) {
         const text::FoldedText folded(hit.text);
         if (!search.matches(folded)) return;
@@ -38,7 +38,7 @@ std::vector<std::string> run(std::string_view query, const LibrarySnapshot& libr
                                i + 1});
             }
         } catch (const MeetingError& error) {
-            problems.push_back("„" + meeting.title + "“: " + error.message());
+            problems.push_back({meeting, error});
         }
     }
     return problems;

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -29,12 +28,18 @@ struct Hit {
     std::size_t number = 0;                    ///< the segment's number in its transcript, from 1
 };
 
-/// Reports every hit, meeting by meeting in the library's order, within one in reading order. Returns one
-/// German line for every meeting whose transcript could not be read; the others are searched all the same.
-/// Throws MeetingError (invalidData) for a query without words. `root` is the data folder.
-std::vector<std::string> run(std::string_view query, const LibrarySnapshot& library,
-                             const std::filesystem::path& root, SQLiteJobStore& database,
-                             const std::function<void(const Hit&)>& report);
+/// A meeting whose transcript could not be read.
+struct Problem {
+    const MeetingEntry& meeting;
+    MeetingError error;
+};
+
+/// Reports every hit, meeting by meeting in the library's order, within one in reading order. Returns what kept
+/// transcripts from being read; the other meetings are searched all the same. Throws MeetingError (invalidData)
+/// for a query without words. `root` is the data folder.
+std::vector<Problem> run(std::string_view query, const LibrarySnapshot& library,
+                         const std::filesystem::path& root, SQLiteJobStore& database,
+                         const std::function<void(const Hit&)>& report);
 
 }  // namespace MeetingSearch
 

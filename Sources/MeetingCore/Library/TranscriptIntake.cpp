@@ -168,7 +168,8 @@ std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, con
 }
 
 [[noreturn]] void refuseBusyJob() {
-    throw MeetingError::database("Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.");
+    throw MeetingError::database("Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.",
+                                 MeetingError::Cause::jobBusy);
 }
 
 /// What is to be replaced may be broken.

@@ -165,7 +165,7 @@ private:
             action();
             return true;
         } catch (const MeetingError& error) {
-            if (error.message() == SQLiteJobStore::lostLease) return false;
+            if (error.cause() == MeetingError::Cause::leaseLost) return false;
             throw;
         }
     }

@@ -13,6 +13,7 @@
 
 #include "MeetingCore/Platform/Date.h"
 #include "MeetingCore/Platform/JSONFields.h"
+#include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/UUID.h"
 
 namespace meetingcore::json {
@@ -134,9 +135,14 @@ std::string encode(const T& value, Keys keys = Keys::declared) {
     return out;
 }
 
+/// Specialised where a broken text of this type is a cause to act on.
+template <class T>
+inline constexpr auto unreadable = MeetingError::Cause::none;
+
 /// Reads one value, as strict as the platform's decoder: unknown keys are ignored, a missing or null optional
 /// is absent, a missing required field is an error. `what` opens the German message of the MeetingError
-/// (invalidData) that any error throws; it names the text, such as „diarization.json“.
+/// (invalidData, with `unreadable` as its cause) that any error throws; it names the text, such as
+/// „diarization.json“.
 ///
 /// Defined in JSONReader.h and instantiated beside each record, so that its users need no JSON library.
 template <class T>

@@ -86,18 +86,13 @@ void skip(ondemand::value& value, int depth) {
     }
 }
 
-void report(const Failure& failure, const std::string& what) {
+void report(const Failure& failure, const std::string& what, MeetingError::Cause cause) {
     const auto place = failure.path.empty() ? std::string() : " (Feld „" + failure.path + "“)";
-    switch (failure.reason) {
-        case Failure::Reason::missing:
-            throw MeetingError::invalidData(what + " ist unvollständig: Das Feld „" + failure.path +
-                                            "“ fehlt.");
-        case Failure::Reason::unexpected:
-            throw MeetingError::invalidData(what + " enthält einen unzulässigen Wert" + place + ".");
-        case Failure::Reason::syntax:
-            break;
-    }
-    throw MeetingError::invalidData(what + " ist kein gültiges JSON" + place + ".");
+    auto wrong = " ist kein gültiges JSON" + place + ".";
+    if (failure.reason == Failure::Reason::missing)
+        wrong = " ist unvollständig: Das Feld „" + failure.path + "“ fehlt.";
+    if (failure.reason == Failure::Reason::unexpected) wrong = " enthält einen unzulässigen Wert" + place + ".";
+    throw MeetingError::invalidData(what + wrong, cause);
 }
 
 }  // namespace reading

@@ -290,7 +290,7 @@ private:
     ondemand::parser parser_{std::numeric_limits<std::uint32_t>::max()};
 };
 
-[[noreturn]] void report(const Failure& failure, const std::string& what);
+[[noreturn]] void report(const Failure& failure, const std::string& what, MeetingError::Cause cause);
 
 }  // namespace meetingcore::json::reading
 
@@ -306,7 +306,7 @@ void decode(std::string_view text, const std::string& what, reading::Parser& par
     try {
         parser.parse(text, [&](reading::ondemand::value& value) { reading::read(value, into); });
     } catch (const reading::Failure& failure) {
-        reading::report(failure, what);
+        reading::report(failure, what, unreadable<T>);
     }
 }
 

@@ -20,14 +20,42 @@ public:
         notConfigured,  ///< a required setting or resource is missing
     };
 
-    MeetingError(Kind kind, std::string message) : kind_(kind), message_(std::move(message)) {}
+    /// What a program may act on or has more to say about. Messages are for people, and never to be compared.
+    enum class Cause {
+        none,
+        databaseLocked,       ///< by another connection
+        databaseDamaged,      ///< or no database
+        databaseNotWritable,  ///< or not to be opened
+        databaseIO,           ///< the disk is full or fails
+        databaseOther,        ///< the message is SQLite's own, as with the four above
+        leaseLost,            ///< the job's lease has expired, or is another's
+        jobBusy,              ///< a job of the meeting is under a lease
+        lockFileUnavailable,
+        dataFolderUnreachable,
+        libraryUnreadable,      ///< "library.json" is broken
+        diarizationUnreadable,  ///< "diarization.json" is broken, or none of this meeting
+        editsUnreadable,        ///< "transcript-edits.json" is broken
+        summaryUnreadable,      ///< "summary.json" is broken
+        transcriptIncomplete,   ///< or there is none
+        speakersPending,
+    };
 
-    static MeetingError invalidData(std::string message) { return {Kind::invalidData, std::move(message)}; }
-    static MeetingError storage(std::string message) { return {Kind::storage, std::move(message)}; }
-    static MeetingError database(std::string message) { return {Kind::database, std::move(message)}; }
+    MeetingError(Kind kind, std::string message, Cause cause = Cause::none)
+        : kind_(kind), cause_(cause), message_(std::move(message)) {}
+
+    static MeetingError invalidData(std::string message, Cause cause = Cause::none) {
+        return {Kind::invalidData, std::move(message), cause};
+    }
+    static MeetingError storage(std::string message, Cause cause = Cause::none) {
+        return {Kind::storage, std::move(message), cause};
+    }
+    static MeetingError database(std::string message, Cause cause = Cause::none) {
+        return {Kind::database, std::move(message), cause};
+    }
     static MeetingError notConfigured(std::string message) { return {Kind::notConfigured, std::move(message)}; }
 
     Kind kind() const noexcept { return kind_; }
+    Cause cause() const noexcept { return cause_; }
 
     /// The user-facing description: the carried message, for every kind.
     const std::string& message() const noexcept { return message_; }
@@ -35,6 +63,7 @@ public:
 
 private:
     Kind kind_;
+    Cause cause_;
     std::string message_;
 };
 

@@ -10,7 +10,28 @@ namespace {
 
 constexpr int busyMilliseconds = 5000;
 
-[[noreturn]] void failWithMessage(sqlite3* db) { throw MeetingError::database(sqlite3_errmsg(db)); }
+MeetingError::Cause causeOf(int result) {
+    using enum MeetingError::Cause;
+    switch (result) {
+        case SQLITE_BUSY:
+            return databaseLocked;
+        case SQLITE_NOTADB:
+        case SQLITE_CORRUPT:
+            return databaseDamaged;
+        case SQLITE_READONLY:
+        case SQLITE_CANTOPEN:
+            return databaseNotWritable;
+        case SQLITE_FULL:
+        case SQLITE_IOERR:
+            return databaseIO;
+        default:
+            return databaseOther;
+    }
+}
+
+[[noreturn]] void failWithMessage(sqlite3* db) {
+    throw MeetingError::database(sqlite3_errmsg(db), causeOf(sqlite3_errcode(db)));
+}
 
 }  // namespace
 

@@ -47,7 +47,8 @@ std::string leaseEnd(Date now, double leaseSeconds) {
 bool isUsableLease(double leaseSeconds) { return std::isfinite(leaseSeconds) && leaseSeconds > 0; }
 
 void requireLeaseHeld(std::int64_t changedRows) {
-    if (changedRows != 1) throw MeetingError::database(SQLiteJobStore::lostLease);
+    if (changedRows == 1) return;
+    throw MeetingError::database("Veraltete oder unbekannte Worker-Lease.", MeetingError::Cause::leaseLost);
 }
 
 void requireUsableLease(double leaseSeconds) {
@@ -125,7 +126,7 @@ std::unique_ptr<SQLiteJobStore> SQLiteJobStore::forReading(const std::filesystem
         try {
             return std::make_unique<SQLiteJobStore>(file);
         } catch (const MeetingError& error) {  // a full disk, say
-            if (hasJournal || error.message() == "database is locked") throw;
+            if (hasJournal || error.cause() == MeetingError::Cause::databaseLocked) throw;
         }
     } else if (hasJournal) {
         throw MeetingError::storage(quotedName(file) +
@@ -270,7 +271,8 @@ void SQLiteJobStore::restartSession(const UUID& session) {
     db.transaction([&] {
         if (db.textValue("SELECT COUNT(*) FROM jobs WHERE session_id=? AND status='running'", {id}) != "0") {
             throw MeetingError::database(
-                "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.");
+                "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.",
+                MeetingError::Cause::jobBusy);
         }
         db.update(
             "INSERT INTO result_history(job_id,session_id,result,created_at) SELECT id,session_id,result,? "

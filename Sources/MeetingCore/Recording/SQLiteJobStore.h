@@ -74,10 +74,6 @@ struct JobLease {
 /// own message where the store has none. Times come from the caller.
 class SQLiteJobStore {
 public:
-    /// The message of the error in which finish, renew, fail and release end when the lease has expired or is
-    /// not the job's own.
-    static constexpr const char* lostLease = "Veraltete oder unbekannte Worker-Lease.";
-
     /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
@@ -106,7 +102,8 @@ public:
     /// The same for one job: nothing where it is not pending.
     std::optional<JobLease> claim(const std::string& id, Date now, double leaseSeconds);
 
-    /// Completes a leased job with its result, which must be JSON.
+    /// Completes a leased job with its result, which must be JSON. This and the three below throw with the
+    /// cause `leaseLost` where the lease has expired or is not the job's own.
     void finish(const JobLease& lease, const std::string& resultJSON, Date now);
 
     /// Lets the lease end `leaseSeconds` after now. A lease that has expired cannot be renewed.
@@ -125,7 +122,8 @@ public:
     void retryFailed(const std::string& id);
     void retrySession(const UUID& session);
 
-    /// Archives the session's results and makes all its jobs pending. Refused while one of them is running.
+    /// Archives the session's results and makes all its jobs pending. Refused (jobBusy) while one of them is
+    /// running.
     void restartSession(const UUID& session);
 
     /// Archives the result of one completed job and makes it pending; a job in another state stays as it is.

@@ -50,6 +50,9 @@ inline constexpr auto json::fields<SummaryArtifact> = json::record(
     json::field("createdAt", &SummaryArtifact::createdAt), json::field("summary", &SummaryArtifact::summary),
     json::field("instructions", &SummaryArtifact::instructions));
 
+template <>
+inline constexpr auto json::unreadable<SummaryArtifact> = MeetingError::Cause::summaryUnreadable;
+
 /// An automatic title, "automatic-title.json" in the meeting's folder.
 struct MeetingTitleArtifact {
     std::string transcriptFingerprint;

@@ -52,12 +52,17 @@ SummaryRun::SummaryRun(const UUID& session, const fs::path& root, FileManager& f
       unfinishedJobs_(countUnfinished(database_, session)) {
     const bool audioRemoved = AudioArchive::removed(session, root_);
     if (!audioRemoved && unfinishedJobs_ > 0) {
-        throw MeetingError::invalidData("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.");
+        throw MeetingError::invalidData("Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.",
+                                        MeetingError::Cause::transcriptIncomplete);
     }
     document_ = TranscriptStorage::load(session, root_, database_, files_);
-    if (document_.segments.empty()) throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.");
+    if (document_.segments.empty()) {
+        throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.",
+                                        MeetingError::Cause::transcriptIncomplete);
+    }
     if (!audioRemoved && document_.diarizationPending()) {
-        throw MeetingError::invalidData("Die Sprecherzuordnung muss zuerst abgeschlossen sein.");
+        throw MeetingError::invalidData("Die Sprecherzuordnung muss zuerst abgeschlossen sein.",
+                                        MeetingError::Cause::speakersPending);
     }
     fingerprint_ = SummaryArtifact::fingerprint(document_);
 }

@@ -26,7 +26,9 @@ Wording wording(WorkerLock::Purpose purpose) {
 
 WorkerLock::WorkerLock(const std::filesystem::path& root, Purpose purpose)
     : descriptor_(FileDescriptor::open(root / wording(purpose).fileName, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR)) {
-    if (!descriptor_) throw MeetingError::storage("KI-Sperrdatei nicht verfügbar.");
+    if (!descriptor_) {
+        throw MeetingError::storage("KI-Sperrdatei nicht verfügbar.", MeetingError::Cause::lockFileUnavailable);
+    }
     if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) {
         throw MeetingError::storage(wording(purpose).messageWhenTaken);
     }

@@ -33,7 +33,8 @@ void validateTurns(const DiarizationResult& diarization) {
                    std::isfinite(turn.endSeconds) && turn.startSeconds >= 0 &&
                    turn.endSeconds >= turn.startSeconds;
         });
-    if (!valid) throw MeetingError::invalidData("Ungültige Sprecherzeitmarken.");
+    if (!valid)
+        throw MeetingError::invalidData("Ungültige Sprecherzeitmarken.", json::unreadable<DiarizationResult>);
 }
 
 /// Where each result's segments begin, in the order in which the results came.
@@ -172,7 +173,7 @@ std::optional<DiarizationResult> loadDiarization(const UUID& session, const std:
         readOptional<DiarizationResult>(sessionDirectory(root, session) / "diarization.json", files);
     if (!diarization) return std::nullopt;
     if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
-        throw MeetingError::invalidData("Falsche Diarisierungssitzung.");
+        throw MeetingError::invalidData("Falsche Diarisierungssitzung.", json::unreadable<DiarizationResult>);
     }
     validateTurns(*diarization);
     return diarization;

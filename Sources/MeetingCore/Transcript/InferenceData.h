@@ -56,6 +56,9 @@ inline constexpr auto json::fields<DiarizationResult> = json::record(
     json::field("generation", &DiarizationResult::generation),
     json::field("finished", &DiarizationResult::finished), json::field("turns", &DiarizationResult::turns));
 
+template <>
+inline constexpr auto json::unreadable<DiarizationResult> = MeetingError::Cause::diarizationUnreadable;
+
 /// The user's corrections and speaker names, "transcript-edits.json" in the session's folder.
 struct TranscriptEdits {
     std::map<std::string, std::string> correctedText;  ///< by the segment's id as upper-case UUID text
@@ -70,6 +73,9 @@ inline constexpr auto json::fields<TranscriptEdits> =
     json::record(json::field("correctedText", &TranscriptEdits::correctedText),
                  json::field("speakerNames", &TranscriptEdits::speakerNames),
                  json::field("speakerGeneration", &TranscriptEdits::speakerGeneration));
+
+template <>
+inline constexpr auto json::unreadable<TranscriptEdits> = MeetingError::Cause::editsUnreadable;
 
 /// The transcript of one session as the user sees it. Immutable once built.
 struct TranscriptDocument {
