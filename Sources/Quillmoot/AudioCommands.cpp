@@ -238,7 +238,7 @@ std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
         name = folder.filename().string();
         moveToSystemTrash(folder);
     });
-    open.enterRemoval(meeting);
+    open.library().enterAudioRemoval(meeting);
     return name;
 }
 

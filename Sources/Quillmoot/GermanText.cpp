@@ -103,18 +103,4 @@ void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUI
                                  ", wenn niemand sie verlängert.");
 }
 
-TranscriptProcessingState processingOf(const MeetingEntry& meeting, const std::filesystem::path& root,
-                                       SQLiteJobStore& jobs, const TranscriptDocument* document) {
-    TranscriptProcessing processing;
-    processing.loaded = true;
-    processing.loadFailed = document == nullptr;
-    processing.recording = meeting.isBeingRecorded();
-    processing.meetingState = meeting.state;
-    processing.stats = jobs.jobStats(meeting.id);
-    processing.hasText = document != nullptr && !document->segments.empty();
-    processing.diarizationPending = document != nullptr && document->diarizationPending();
-    processing.audioRemoved = AudioArchive::removed(meeting.id, root);
-    return processing.resolve();
-}
-
 }  // namespace meetingcore::quillmoot

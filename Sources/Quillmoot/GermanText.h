@@ -50,8 +50,4 @@ std::optional<std::string> projectName(const LibrarySnapshot& library, const Mee
 /// In the handler of the error: throws it again; that a job is under a lease, with the time that it still has.
 [[noreturn]] void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting);
 
-/// How far a meeting's processing is. `document` is null where the transcript could not be read.
-TranscriptProcessingState processingOf(const MeetingEntry& meeting, const std::filesystem::path& root,
-                                       SQLiteJobStore& jobs, const TranscriptDocument* document);
-
 }  // namespace meetingcore::quillmoot

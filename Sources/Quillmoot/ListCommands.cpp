@@ -238,7 +238,9 @@ MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting,
         details.problem = error.message();
         unreadable = error;
     }
-    details.processing = processingOf(meeting, folder.root(), folder.jobs(), document ? &*document : nullptr);
+    details.processing = TranscriptProcessing::of(meeting, details.meeting.jobs,
+                                                  document ? &*document : nullptr, details.meeting.audioRemoved)
+                             .resolve();
     return details;
 }
 

@@ -90,16 +90,7 @@ DataFolder::DataFolder(fs::path root) : root_(std::move(root)) {
 }
 
 const LibrarySnapshot& DataFolder::library() {
-    if (library_) return *library_;
-    const auto file = root_ / "library.json";
-    library_ = pathExists(file) ? MeetingLibrary::read(file) : LibrarySnapshot{};
-    auto& meetings = library_->meetings;
-    if (std::ranges::any_of(meetings, &MeetingEntry::isBeingRecorded) &&
-        !WorkerLock::isTaken(root_, WorkerLock::Purpose::application)) {
-        for (auto& meeting : meetings) {
-            if (meeting.isBeingRecorded()) meeting.state = "interrupted";
-        }
-    }
+    if (!library_) library_ = MeetingLibrary::view(root_);
     return *library_;
 }
 
@@ -154,19 +145,10 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     };
     for (const auto& id : recovered.undone) tell(id, "Unterbrochenes Entfernen von Audio zurückgenommen: ");
     for (const auto& id : recovered.finished) {
-        if (knows(id)) enterRemoval(id);
+        if (knows(id)) library_->enterAudioRemoval(id);
         tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
     }
     for (const auto& problem : recovered.problems) notices.line(problem, Ink::red);
-}
-
-void OpenLibrary::enterRemoval(const UUID& meeting) {
-    change(meeting, [](MeetingEntry& entry) {
-        entry.chunkCount = 0;
-        if (entry.state != "completed") entry.state = "interrupted";
-    });
-    MeetingLibrary::appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
-                                TranscriptStorage::sessionDirectory(root_, meeting));
 }
 
 void takeLock(std::optional<WorkerLock>& lock, const fs::path& root, WorkerLock::Purpose purpose) {

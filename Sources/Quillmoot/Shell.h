@@ -36,7 +36,7 @@ public:
 
     const std::filesystem::path& root() const { return root_; }
 
-    /// A recording that is said to be running while nobody has the library open is interrupted.
+    /// As `MeetingLibrary::view` gives it.
     const LibrarySnapshot& library();
 
     /// Creates nothing: a missing database counts as empty.
@@ -77,9 +77,6 @@ public:
 
     /// Changes one meeting's entry.
     void change(const UUID& meeting, const std::function<void(MeetingEntry&)>& body);
-
-    /// Enters into the library that the meeting's audio was removed.
-    void enterRemoval(const UUID& meeting);
 
 private:
     void endInterruptedRemovals(Terminal& notices);

@@ -21,7 +21,8 @@ namespace meetingcore {
 ///     marker, staging folder, no audio    gathered
 ///     marker alone                        in the trash
 ///
-/// `root` is the data folder, whose application lock the caller holds. Errors are MeetingErrors.
+/// `root` is the data folder, whose application lock the caller holds. The caller also tells the library, by
+/// `MeetingLibrary::enterAudioRemoval`. Errors are MeetingErrors.
 namespace AudioRemoval {
 
 /// Moves a folder to the trash, or throws and leaves it where it is.

@@ -10,6 +10,7 @@
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
+#include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -79,13 +80,20 @@ std::unordered_map<UUID, RecordedAudio> audioBySession(std::span<const AudioChun
     return sessions;
 }
 
+/// To be called where nobody records.
+void interruptRecordings(LibrarySnapshot& library) {
+    for (auto& meeting : library.meetings) {
+        if (meeting.isBeingRecorded()) meeting.state = "interrupted";
+    }
+}
+
 void bringInLine(LibrarySnapshot& library, const std::unordered_map<UUID, RecordedAudio>& recorded) {
     for (auto& meeting : library.meetings) {
         const auto audio = recorded.find(meeting.id);
         meeting.chunkCount = audio == recorded.end() ? 0 : audio->second.chunkCount;
         if (audio != recorded.end()) meeting.duration = audio->second.endSeconds;
-        if (meeting.isBeingRecorded()) meeting.state = "interrupted";
     }
+    interruptRecordings(library);
     std::stable_sort(library.meetings.begin(), library.meetings.end(),
                      [](const auto& a, const auto& b) { return a.createdAt > b.createdAt; });
 }
@@ -119,6 +127,18 @@ LibrarySnapshot MeetingLibrary::read(const fs::path& file, FileManager& files) {
     return library;
 }
 
+LibrarySnapshot MeetingLibrary::view(const fs::path& root, FileManager& files) {
+    const auto file = root / "library.json";
+    if (!pathExists(file)) return {};
+    auto library = read(file, files);
+    if (std::any_of(library.meetings.begin(), library.meetings.end(),
+                    [](const auto& meeting) { return meeting.isBeingRecorded(); }) &&
+        !WorkerLock::isTaken(root, WorkerLock::Purpose::application)) {
+        interruptRecordings(library);
+    }
+    return library;
+}
+
 void MeetingLibrary::update(const std::function<void(LibrarySnapshot&)>& body) {
     auto changed = snapshot_;
     body(changed);
@@ -141,6 +161,18 @@ void MeetingLibrary::reconcile(const fs::path& meetings, std::span<const AudioCh
         addMissing(library, sessions);
         bringInLine(library, recorded);
     });
+}
+
+void MeetingLibrary::enterAudioRemoval(const UUID& meeting) {
+    update([&](LibrarySnapshot& library) {
+        const auto entry = std::find_if(library.meetings.begin(), library.meetings.end(),
+                                        [&](const auto& candidate) { return candidate.id == meeting; });
+        if (entry == library.meetings.end()) throw MeetingError::invalidData("Unbekanntes Meeting.");
+        entry->chunkCount = 0;
+        if (entry->state != "completed") entry->state = "interrupted";
+    });
+    appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
+                TranscriptStorage::sessionDirectory(file_.parent_path(), meeting), files_);
 }
 
 void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {

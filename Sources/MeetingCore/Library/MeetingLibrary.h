@@ -109,6 +109,10 @@ public:
     /// Reads a library file. Throws for one that is missing, broken or of another version.
     static LibrarySnapshot read(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
+    /// The library of a data folder for who only looks at it; empty where there is none. A recording that is
+    /// said to be running is shown as interrupted where nobody has the application lock.
+    static LibrarySnapshot view(const std::filesystem::path& root, FileManager& files = FileManager::system());
+
     const std::filesystem::path& file() const noexcept { return file_; }
 
     /// The last state that was written.
@@ -126,6 +130,12 @@ public:
     /// is never changed, and meetings without a folder stay. Throws, and changes nothing, at the first session
     /// folder whose manifest cannot be read or belongs to another session.
     void reconcile(const std::filesystem::path& meetings, std::span<const AudioChunk> chunks);
+
+    /// Enters that a meeting's audio is gone: no chunks, the state "interrupted" unless the recording was
+    /// completed, and the event "audioRemoved". To be called after `AudioRemoval::moveToTrash`, and for each
+    /// meeting whose removal `AudioRemoval::recover` has finished. Throws, and changes nothing, for a meeting
+    /// that the library does not have.
+    void enterAudioRemoval(const UUID& meeting);
 
     /// Appends an event to "events.json" in a session's folder. Durable on return.
     static void appendEvent(const SessionEvent& event, const std::filesystem::path& directory,

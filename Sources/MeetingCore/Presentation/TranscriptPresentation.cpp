@@ -25,6 +25,19 @@ std::unordered_map<TranscriptSpeakerKey, SpeakerColorPreset> SpeakerColors::assi
     return colors;
 }
 
+TranscriptProcessing TranscriptProcessing::of(const MeetingEntry& meeting,
+                                              std::map<std::string, std::int64_t> stats,
+                                              const TranscriptDocument* document, bool audioRemoved) {
+    return {.loaded = true,
+            .loadFailed = document == nullptr,
+            .recording = meeting.isBeingRecorded(),
+            .meetingState = meeting.state,
+            .stats = std::move(stats),
+            .hasText = document != nullptr && !document->segments.empty(),
+            .diarizationPending = document != nullptr && document->diarizationPending(),
+            .audioRemoved = audioRemoved};
+}
+
 TranscriptProcessingState TranscriptProcessing::resolve() const {
     using State = TranscriptProcessingState;
     const auto has = [&](const char* state) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Presentation/TranscriptLayout.h"
 
 namespace meetingcore {
@@ -53,6 +54,10 @@ struct TranscriptProcessing {
     bool hasText = false;
     bool diarizationPending = false;
     bool audioRemoved = false;
+
+    /// Of a meeting with the numbers of its jobs. `document` is null where the transcript could not be read.
+    static TranscriptProcessing of(const MeetingEntry& meeting, std::map<std::string, std::int64_t> stats,
+                                   const TranscriptDocument* document, bool audioRemoved);
 
     /// Once the audio is gone, unfinished work stays undone: the transcript is partial and not waiting.
     TranscriptProcessingState resolve() const;
