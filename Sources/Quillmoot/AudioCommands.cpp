@@ -64,32 +64,29 @@ struct Values {
 /// Reads "2026-03-14 09:30[:05]", with a "T" between for the same, in the local zone or, with "Z" or "+01:00"
 /// behind it, in that one.
 Date parseTime(const std::string& text) {
-    std::tm time{};
+    constexpr auto example = " (etwa 2026-03-14 09:30)";
+    std::tm read{};
     const char* rest = nullptr;
     for (const char* const format :
          {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
-        time = {};
-        rest = ::strptime(text.c_str(), format, &time);
+        read = {};
+        rest = ::strptime(text.c_str(), format, &read);
         if (rest != nullptr) break;
     }
-    if (rest == nullptr) throw UsageError("Ungültige Zeit: " + text + " (etwa 2026-03-14 09:30)");
-    const auto day = time.tm_mday;
-    std::tm checked = time;
-    static_cast<void>(::timegm(&checked));  // puts the 31st of February into March
-    if (checked.tm_mday != day || time.tm_year < 0) throw UsageError("Ungültige Zeit: " + text);
+    if (rest == nullptr) throw UsageError("Ungültige Zeit: " + text + example);
+    const LocalTime time{read.tm_year + 1900, read.tm_mon + 1, read.tm_mday,
+                         read.tm_hour,        read.tm_min,     read.tm_sec};
+    const auto inUTC = TimeZone("UTC").instant(time);
+    if (!inUTC || time.year < 1900) throw UsageError("Ungültige Zeit: " + text);
     if (*rest == '\0') {
-        std::tm local = time;
-        local.tm_isdst = -1;
-        const auto instant = std::mktime(&local);  // goes round what the change to summer time leaves out
-        if (local.tm_hour != time.tm_hour || local.tm_min != time.tm_min)
-            throw UsageError("Diese Uhrzeit gibt es hier nicht (Zeitumstellung): " + text);
-        return Date::since1970(static_cast<double>(instant));
+        const auto local = TimeZone::current().instant(time);
+        if (!local) throw UsageError("Diese Uhrzeit gibt es hier nicht (Zeitumstellung): " + text);
+        return *local;
     }
     std::tm zone{};
     const char* const end = ::strptime(rest, "%z", &zone);
-    if (end == nullptr || *end != '\0')
-        throw UsageError("Ungültige Zeit: " + text + " (etwa 2026-03-14 09:30)");
-    return Date::since1970(static_cast<double>(::timegm(&time) - zone.tm_gmtoff));
+    if (end == nullptr || *end != '\0') throw UsageError("Ungültige Zeit: " + text + example);
+    return inUTC->advanced(-static_cast<double>(zone.tm_gmtoff));
 }
 
 Date lastChange(const fs::path& file) {

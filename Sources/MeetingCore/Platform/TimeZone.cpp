@@ -80,6 +80,18 @@ LocalTime TimeZone::local(Date instant) const {
     return local;
 }
 
+std::optional<Date> TimeZone::instant(const LocalTime& wanted) const {
+    auto* const calendar = static_cast<UCalendar*>(calendar_.get());
+    UErrorCode status = U_ZERO_ERROR;
+    ucal_clear(calendar);  // also the milliseconds
+    ucal_setDateTime(calendar, wanted.year, wanted.month - 1, wanted.day, wanted.hour, wanted.minute,
+                     wanted.second, &status);
+    const auto found = Date::since1970(ucal_getMillis(calendar, &status) / 1000);
+    check(status);
+    // ICU goes round what there is not.
+    return local(found) == wanted ? std::optional(found) : std::nullopt;
+}
+
 std::string iso8601(Date instant) {
     const auto local = TimeZone("UTC").local(instant);
     char buffer[96];

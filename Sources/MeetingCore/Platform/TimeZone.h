@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "MeetingCore/Platform/Date.h"
@@ -15,6 +16,8 @@ struct LocalTime {
     int hour = 0;  ///< 0 to 23
     int minute = 0;
     int second = 0;
+
+    bool operator==(const LocalTime&) const = default;
 };
 
 /// A time zone with its daylight saving rules. One object is for one thread at a time.
@@ -34,6 +37,10 @@ public:
 
     /// Fractions of a second are cut off. An instant that is not finite is taken for the reference date.
     LocalTime local(Date instant) const;
+
+    /// When calendar and clock show this; the later time where they show it twice. Empty where they never do,
+    /// for a date that there is not or a time that the clock skips.
+    std::optional<Date> instant(const LocalTime& wanted) const;
 
 private:
     struct Close {
