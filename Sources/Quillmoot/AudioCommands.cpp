@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "AudioFile.h"
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/RecordingImport.h"
@@ -14,6 +14,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "Names.h"
 #include "Program.h"
 
 namespace meetingcore {

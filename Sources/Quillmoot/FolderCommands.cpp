@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"
 #include "MeetingCore/Library/LibraryCheck.h"
 #include "MeetingCore/Library/Trash.h"
@@ -18,11 +18,19 @@ struct FolderRow {
     bool isDefault = false;
 };
 
+enum class ModelState {
+    missing,
+    incomplete,
+    damaged,
+    intact,
+    present,  ///< of the right size, its content unchecked
+};
+
 struct ModelRow {
     std::string id;
     std::string filename;
     std::int64_t bytes = 0;
-    std::string state;  ///< "missing", "incomplete", "damaged", "intact" or, unchecked, "present"
+    ModelState state = ModelState::missing;
     std::string path;
 };
 
@@ -33,6 +41,10 @@ template <>
 inline constexpr auto json::fields<quillmoot::FolderRow> = json::record(
     json::field("path", &quillmoot::FolderRow::path), json::field("exists", &quillmoot::FolderRow::exists),
     json::field("isDefault", &quillmoot::FolderRow::isDefault));
+
+template <>
+inline constexpr auto json::names<quillmoot::ModelState> =
+    std::to_array<std::string_view>({"missing", "incomplete", "damaged", "intact", "present"});
 
 template <>
 inline constexpr auto json::fields<quillmoot::ModelRow> = json::record(
@@ -139,29 +151,39 @@ int doctor(Shell& shell, const Values& values) {
 }
 
 ModelRow check(const LocalModel& model, const fs::path& folder, bool quick) {
-    ModelRow row{model.id, model.filename, model.bytes, "missing", (folder / model.filename).string()};
+    ModelRow row{model.id, model.filename, model.bytes, ModelState::missing,
+                 (folder / model.filename).string()};
     std::error_code error;
     if (!fs::exists(row.path, error)) return row;
     if (!modelCatalog().present(model.id, folder)) {
-        row.state = "incomplete";
+        row.state = ModelState::incomplete;
     } else if (quick) {
-        row.state = "present";
+        row.state = ModelState::present;
     } else {
         try {
             modelCatalog().verify(model.id, folder);
-            row.state = "intact";
+            row.state = ModelState::intact;
         } catch (const MeetingError&) {
-            row.state = "damaged";
+            row.state = ModelState::damaged;
         }
     }
     return row;
 }
 
-std::string_view wordFor(const std::string& state) {
-    if (state == "intact") return "unversehrt";
-    if (state == "present") return "vorhanden";
-    if (state == "incomplete") return "unvollständig";
-    return state == "damaged" ? "beschädigt" : "fehlt";
+std::string_view wordFor(ModelState state) {
+    switch (state) {
+        case ModelState::missing:
+            return "fehlt";
+        case ModelState::incomplete:
+            return "unvollständig";
+        case ModelState::damaged:
+            return "beschädigt";
+        case ModelState::intact:
+            return "unversehrt";
+        case ModelState::present:
+            break;
+    }
+    return "vorhanden";
 }
 
 int models(Shell& shell, const Values& values) {
@@ -180,8 +202,9 @@ int models(Shell& shell, const Values& values) {
         table.add({row.id, gigabytes + " GB", std::string(wordFor(row.state)), row.filename});
     }
     table.write(shell.out());
-    const bool complete = std::ranges::all_of(
-        rows, [](const ModelRow& row) { return row.state == "intact" || row.state == "present"; });
+    const bool complete = std::ranges::all_of(rows, [](const ModelRow& row) {
+        return row.state == ModelState::intact || row.state == ModelState::present;
+    });
     if (!complete) {
         shell.out().line();
         shell.out().wrapped("",

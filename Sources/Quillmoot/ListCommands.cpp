@@ -3,12 +3,13 @@
 #include <span>
 
 #include "CommandDescription.h"
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Library/MeetingSearch.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "Names.h"
 #include "Program.h"
 
 namespace meetingcore {
@@ -68,7 +69,7 @@ struct HitRow {
 struct JobRow {
     std::string id;
     std::string kind;
-    std::string status;
+    JobStatus status = JobStatus::pending;
     std::int64_t attempts = 0;
     std::optional<AudioSource> source;
     std::optional<double> startSeconds;
@@ -356,7 +357,7 @@ int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
 JobRow rowOf(const JobState& job) {
     JobRow row{.id = job.id,
                .kind = job.kind,
-               .status = std::string(json::nameOf(job.status)),
+               .status = job.status,
                .attempts = job.attempts,
                .source = {},
                .startSeconds = {},
@@ -417,7 +418,7 @@ int jobs(Shell& shell, const Values& values) {
     for (const auto& row : rows) {
         table.add({std::string(row.source ? trackName(*row.source) : std::string_view(row.kind)),
                    row.startSeconds ? lengthOf(*row.startSeconds) + "–" + lengthOf(*row.endSeconds) : "",
-                   std::string(wordForJob(row.status)), std::to_string(row.attempts),
+                   std::string(quillmoot::wordFor(row.status)), std::to_string(row.attempts),
                    row.lastError.value_or("")});
     }
     table.write(shell.out());

@@ -1,9 +1,10 @@
 #include <algorithm>
 #include <iostream>
 
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
+#include "Names.h"
 #include "Program.h"
 
 namespace meetingcore {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 

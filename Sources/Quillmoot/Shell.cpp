@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <thread>
 
 #include <unistd.h>
 
+#include "GermanWords.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/DataDirectoryPreference.h"
 #include "MeetingCore/Library/MeetingReference.h"
@@ -162,6 +164,20 @@ void takeLock(std::optional<WorkerLock>& lock, const fs::path& root, WorkerLock:
             std::this_thread::sleep_for(pause);
         }
     }
+}
+
+void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting) {
+    if (error.cause() != MeetingError::Cause::jobBusy) throw;
+    double seconds = 0;
+    const auto now = Date::now().secondsSinceReferenceDate();
+    for (const auto& job : jobs.jobs(meeting)) {
+        if (job.status == JobStatus::running && job.leaseUntil)
+            seconds = std::max(seconds, std::ceil(job.leaseUntil->secondsSinceReferenceDate() - now));
+    }
+    if (seconds < 1) throw;
+    throw MeetingError::database(error.message() + " Sie endet in " +
+                                 countOf(static_cast<std::size_t>(seconds), "Sekunde", "Sekunden") +
+                                 ", wenn niemand sie verlängert.");
 }
 
 SQLiteJobStore& OpenLibrary::jobs() {

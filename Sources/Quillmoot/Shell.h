@@ -28,6 +28,9 @@ class UsageError : public std::runtime_error {
 /// for hours. Throws MeetingError (storage) after that.
 void takeLock(std::optional<WorkerLock>& lock, const std::filesystem::path& root, WorkerLock::Purpose purpose);
 
+/// In the handler of the error: throws it again; that a job is under a lease, with the time that it still has.
+[[noreturn]] void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting);
+
 /// A data folder opened for reading. Its parts are read when they are first asked for.
 class DataFolder {
 public:

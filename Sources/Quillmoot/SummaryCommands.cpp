@@ -2,7 +2,7 @@
 #include <future>
 
 #include "CommandDescription.h"
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 #include "MeetingCore/Summary/ExtractiveSummarizer.h"
 #include "MeetingCore/Summary/SummaryProcess.h"

@@ -1,7 +1,7 @@
 #include "CommandDescription.h"
 #include "Completion.h"
-#include "GermanText.h"
 #include "Manual.h"
+#include "Names.h"
 #include "Program.h"
 
 namespace meetingcore::quillmoot {

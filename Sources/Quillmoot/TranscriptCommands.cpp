@@ -4,7 +4,7 @@
 #include <map>
 
 #include "CommandDescription.h"
-#include "GermanText.h"
+#include "GermanWords.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/SpeakerIntake.h"
 #include "MeetingCore/Library/TranscriptIntake.h"
@@ -19,6 +19,7 @@
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
+#include "Names.h"
 #include "Program.h"
 
 namespace meetingcore {

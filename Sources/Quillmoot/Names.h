@@ -5,21 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "MeetingCore/Platform/JSON.h"
-#include "MeetingCore/Platform/MeetingError.h"
-#include "MeetingCore/Platform/TimeZone.h"
-#include "Shell.h"
+#include "MeetingCore/Library/MeetingLibrary.h"
 
 namespace meetingcore::quillmoot {
-
-/// "3 Segmente", "1 Segment".
-std::string countOf(std::size_t count, const char* one, const char* many);
-
-/// The instant in the local time zone: "14.03.2025 09:26".
-std::string localTime(Date instant, const TimeZone& zone = TimeZone::current());
-
-/// A length of time: "1:02:03" or "02:03".
-std::string lengthOf(double seconds);
 
 /// The first eight digits of an identifier, which a person can type.
 std::string shortID(const UUID& id);
@@ -38,16 +26,7 @@ auto named(List& list, const std::string& name, const std::string& what) {
     return found;
 }
 
-std::string_view trackName(AudioSource source);
-
-/// One of our state words in German.
-std::string_view wordFor(TranscriptProcessingState state);
-std::string_view wordForJob(const std::string& status);
-
 /// The project's name; nothing without one.
 std::optional<std::string> projectName(const LibrarySnapshot& library, const MeetingEntry& meeting);
-
-/// In the handler of the error: throws it again; that a job is under a lease, with the time that it still has.
-[[noreturn]] void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUID& meeting);
 
 }  // namespace meetingcore::quillmoot
