@@ -97,13 +97,14 @@ const LibrarySnapshot& DataFolder::library() {
 }
 
 SQLiteJobStore& DataFolder::jobs() {
+    if (queue_ != nullptr) return *queue_;
     if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / "quillmoot.sqlite");
     return *jobs_;
 }
 
 SQLiteJobStore& DataFolder::queue() {
-    jobs_ = openJobs(root_);
-    return *jobs_;
+    if (queue_ == nullptr) queue_ = openJobs(root_);
+    return *queue_;
 }
 
 const MeetingEntry& DataFolder::meeting(const std::string& reference) {

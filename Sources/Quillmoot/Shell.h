@@ -42,10 +42,12 @@ public:
     /// As `MeetingLibrary::view` gives it.
     const LibrarySnapshot& library();
 
-    /// Creates nothing: a missing database counts as empty.
+    /// The jobs to read. Creates nothing: a missing database counts as empty. Once `queue` was called, it is
+    /// that.
     SQLiteJobStore& jobs();
 
-    /// The jobs to work on, in a database that is created where it is missing. `jobs` is the same from now on.
+    /// The jobs to work on, in a database that is created where it is missing. What `jobs` gave before stays
+    /// usable.
     SQLiteJobStore& queue();
 
     /// Throws MeetingError (invalidData) unless exactly one meeting fits.
@@ -62,7 +64,8 @@ public:
 private:
     std::filesystem::path root_;
     std::optional<LibrarySnapshot> library_;
-    std::unique_ptr<SQLiteJobStore> jobs_;
+    std::unique_ptr<SQLiteJobStore> jobs_;   ///< perhaps in memory, or of a file that may not be written
+    std::unique_ptr<SQLiteJobStore> queue_;  ///< once there is something to change
 };
 
 /// A library opened for changes: no other program may change it meanwhile.

@@ -308,7 +308,7 @@ int transcribe(Shell& shell, const Values& values) {
     TranscriptionRun::Options options;
     options.jobs = values.jobs;
     const auto report = TranscriptionRun::run(
-        meeting, folder.root(), folder.jobs(), engine, options, stop,
+        meeting, folder.root(), folder.queue(), engine, options, stop,
         [&](const TranscriptionRun::Progress& progress) {
             const auto share = progress.total == 0 ? 1.0
                                                    : static_cast<double>(progress.done + progress.failed) /
