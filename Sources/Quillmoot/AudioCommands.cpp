@@ -49,16 +49,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Values {
-    std::string meeting;
+struct ImportValues {
     std::string title{defaultMeetingTitle};
     std::string microphone;
     std::string application;
     std::optional<std::string> start;
     std::string project;
+    bool json = false;
+};
+
+struct RemovalValues {
+    std::string meeting;
+    bool yes = false;
+};
+
+struct RetentionValues {
     std::optional<std::string> days;
     bool apply = false;
-    bool yes = false;
     bool json = false;
 };
 
@@ -101,7 +108,7 @@ struct Input {
     std::unique_ptr<AudioFile> file;
 };
 
-std::vector<Input> inputsOf(const Values& values) {
+std::vector<Input> inputsOf(const ImportValues& values) {
     std::vector<Input> inputs;
     const auto add = [&](AudioSource source, const std::string& path) {
         if (path.empty()) return;
@@ -116,7 +123,7 @@ std::vector<Input> inputsOf(const Values& values) {
 }
 
 /// All of the recording but the project, which the library has to know.
-RecordingImport::Recording recordingOf(const Values& values, const std::vector<Input>& inputs) {
+RecordingImport::Recording recordingOf(const ImportValues& values, const std::vector<Input>& inputs) {
     RecordingImport::Recording recording;
     if (text::trimmed(values.title).empty()) throw UsageError("Der Titel darf nicht leer sein.");
     recording.title = checkedName(values.title, "Der Titel");
@@ -161,7 +168,7 @@ RecordingImport::Outcome runImport(const RecordingImport::Recording& recording, 
     return outcome;
 }
 
-int importAudio(Shell& shell, const Values& values) {
+int importAudio(Shell& shell, const ImportValues& values) {
     const auto inputs = inputsOf(values);
     auto recording = recordingOf(values, inputs);
     auto open = shell.openLibrary(Shell::Creation::ofAny);
@@ -208,7 +215,7 @@ bool tellMissing(const MeetingEntry& meeting, const RecoveryReport& report, Shel
     return !gaps.empty() || missing > 0;
 }
 
-int archive(Shell& shell, const Values& values) {
+int archive(Shell& shell, const MeetingValues& values) {
     auto open = shell.openLibrary();
     const auto& entry = open.meeting(values.meeting);
     const auto meeting = entry.id;
@@ -240,7 +247,7 @@ std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
     return name;
 }
 
-int removeAudio(Shell& shell, const Values& values) {
+int removeAudio(Shell& shell, const RemovalValues& values) {
     auto open = shell.openLibrary();
     const auto id = open.meeting(values.meeting).id;
     if (AudioArchive::removed(id, open.root()))
@@ -300,7 +307,7 @@ AudioRetentionPolicy policyOf(const std::string& days) {
     }
 }
 
-int retention(Shell& shell, const Values& values) {
+int retention(Shell& shell, const RetentionValues& values) {
     std::optional<AudioRetentionPolicy> wanted;
     if (values.days) wanted = policyOf(*values.days);
     if (wanted || values.apply) {
@@ -324,41 +331,38 @@ int retention(Shell& shell, const Values& values) {
 }  // namespace
 
 void addAudioCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto add = [&](const char* name, const char* description,
-                         int (*body)(Shell&, const Values&)) -> CLI::App& {
-        return addCommand(app, shell, name, description,
-                          [&shell, values, body] { return body(shell, *values); });
-    };
-    auto& imported = add("import", "Nimmt Tondateien als Meeting auf", importAudio);
-    imported.add_option("--title", values->title, "Der Titel; ohne ihn bekommt das Meeting später einen")
+    const auto [imported, recording] =
+        addCommand(app, shell, "import", "Nimmt Tondateien als Meeting auf", importAudio);
+    imported.add_option("--title", recording.title, "Der Titel; ohne ihn bekommt das Meeting später einen")
         ->type_name("TITEL");
-    imported.add_option("--microphone", values->microphone, "Die Spur des eigenen Mikrofons")
+    imported.add_option("--microphone", recording.microphone, "Die Spur des eigenen Mikrofons")
         ->type_name("DATEI");
-    imported.add_option("--meeting", values->application, "Die Spur mit dem Ton der anderen")
+    imported.add_option("--meeting", recording.application, "Die Spur mit dem Ton der anderen")
         ->type_name("DATEI");
-    imported.add_option("--start", values->start, "Wann die Aufnahme begann, etwa „2026-03-14 09:30“")
+    imported.add_option("--start", recording.start, "Wann die Aufnahme begann, etwa „2026-03-14 09:30“")
         ->type_name("ZEIT");
-    imported.add_option("--project", values->project, "Das Projekt, dem das Meeting gehört")->type_name("NAME");
-    imported.add_flag("--json", values->json, "Als JSON für Programme");
+    imported.add_option("--project", recording.project, "Das Projekt, dem das Meeting gehört")
+        ->type_name("NAME");
+    addJSON(imported, recording.json);
     imported.footer(
         "Wer importiert, bestätigt, dass alle Beteiligten der Aufnahme zugestimmt haben.\n"
         "Unterbrochen oder abgestürzt: Derselbe Aufruf setzt den Import fort.");
 
-    auto& archived = add("audio", "Schreibt eine vollständige WAV-Datei je Tonspur", archive);
-    archived.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    archived.add_flag("--json", values->json, "Als JSON für Programme");
+    const auto [archived, track] =
+        addMeetingCommand(app, shell, "audio", "Schreibt eine vollständige WAV-Datei je Tonspur", archive);
+    addJSON(archived, track.json);
 
-    auto& removed = add("remove-audio", "Legt das Audio eines Meetings in den Papierkorb", removeAudio);
-    removed.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    removed.add_flag("--yes", values->yes, "Auch, wenn noch nicht alles transkribiert ist");
+    const auto [removed, removal] = addMeetingCommand(
+        app, shell, "remove-audio", "Legt das Audio eines Meetings in den Papierkorb", removeAudio);
+    removed.add_flag("--yes", removal.yes, "Auch, wenn noch nicht alles transkribiert ist");
 
-    auto& kept = add("retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
-    kept.add_option("TAGE", values->days, "Tage nach dem Ende des Meetings, oder „nie“");
+    const auto [kept, policy] =
+        addCommand(app, shell, "retention", "Zeigt oder setzt, wie lange Audio aufgehoben wird", retention);
+    kept.add_option("TAGE", policy.days, "Tage nach dem Ende des Meetings, oder „nie“");
     kept.add_flag(
-        "--apply", values->apply,
+        "--apply", policy.apply,
         "Legt jetzt in den Papierkorb, was lange genug aufgehoben wurde; mit TAGE erst nach dem Merken");
-    kept.add_flag("--json", values->json, "Als JSON für Programme");
+    addJSON(kept, policy.json);
 }
 
 }  // namespace quillmoot

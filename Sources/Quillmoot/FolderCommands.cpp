@@ -57,11 +57,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Values {
+struct FolderValues {
     std::optional<std::string> path;
+    bool json = false;
+};
+
+struct ModelValues {
+    std::string models;
+    bool quick = false;
+    bool json = false;
+};
+
+struct DoctorValues {
     std::string models;
     bool repair = false;
-    bool quick = false;
     bool json = false;
 };
 
@@ -71,7 +80,7 @@ bool isFolder(const fs::path& path) {
     return fs::is_directory(path, unknown);
 }
 
-int dataFolder(Shell& shell, const Values& values) {
+int dataFolder(Shell& shell, const FolderValues& values) {
     if (values.path && values.path->empty()) throw UsageError("PFAD darf nicht leer sein.");
     const auto root = values.path ? fs::absolute(*values.path).lexically_normal() : shell.root();
     if (values.path) Shell::chooseFolder(root);
@@ -121,7 +130,7 @@ std::string_view markOf(LibraryCheck::Severity severity) {
     return "FEHLER   ";
 }
 
-int doctor(Shell& shell, const Values& values) {
+int doctor(Shell& shell, const DoctorValues& values) {
     const auto root = shell.root();
     LibraryCheck::Options options;
     // A broken library is what is to be found out, so it is not opened; only the locks matter here.
@@ -186,7 +195,7 @@ std::string_view wordFor(ModelState state) {
     return "vorhanden";
 }
 
-int models(Shell& shell, const Values& values) {
+int models(Shell& shell, const ModelValues& values) {
     const auto folder = modelFolder(values.models, shell.root());
     std::vector<ModelRow> rows;
     for (const auto& model : modelCatalog().models()) rows.push_back(check(model, folder, values.quick));
@@ -217,22 +226,22 @@ int models(Shell& shell, const Values& values) {
 }  // namespace
 
 void addFolderCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto add = [&](const char* name, const char* description,
-                         int (*body)(Shell&, const Values&)) -> CLI::App& {
-        auto& command =
-            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
-        command.add_flag("--json", values->json, "Als JSON für Programme");
-        return command;
-    };
-    add("data-folder", "Zeigt oder wählt den Ordner mit allen Meetings", dataFolder)
-        .add_option("PFAD", values->path, "Der neue Datenordner, leer oder schon einer");
-    auto& checked = add("models", "Welche Modelle da und unversehrt sind", models);
-    checked.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
-    checked.add_flag("--quick", values->quick, "Nur die Größe prüfen, nicht den Inhalt");
-    auto& examined = add("doctor", "Prüft den ganzen Datenordner", doctor);
-    examined.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
-    examined.add_flag("--repair", values->repair, "Behebt, was sich gefahrlos beheben lässt");
+    const auto [chosen, folder] =
+        addCommand(app, shell, "data-folder", "Zeigt oder wählt den Ordner mit allen Meetings", dataFolder);
+    addJSON(chosen, folder.json);
+    chosen.add_option("PFAD", folder.path, "Der neue Datenordner, leer oder schon einer");
+
+    const auto [checked, files] =
+        addCommand(app, shell, "models", "Welche Modelle da und unversehrt sind", models);
+    addJSON(checked, files.json);
+    addModels(checked, files.models);
+    checked.add_flag("--quick", files.quick, "Nur die Größe prüfen, nicht den Inhalt");
+
+    const auto [examined, examination] =
+        addCommand(app, shell, "doctor", "Prüft den ganzen Datenordner", doctor);
+    addJSON(examined, examination.json);
+    addModels(examined, examination.models);
+    examined.add_flag("--repair", examination.repair, "Behebt, was sich gefahrlos beheben lässt");
 }
 
 }  // namespace quillmoot

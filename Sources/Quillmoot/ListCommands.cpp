@@ -173,10 +173,15 @@ std::string progressOf(const MeetingRow& row) {
     return processing == "ohne Transkript" ? "unterbrochen" : processing + ", unterbrochen";
 }
 
-int list(Shell& shell, const std::string& project, bool asJSON) {
+struct ListValues {
+    std::string project;
+    bool json = false;
+};
+
+int list(Shell& shell, const ListValues& values) {
     auto folder = shell.folder();
     std::optional<UUID> only;
-    if (!project.empty()) only = named(folder.library().projects, project, "Ein Projekt")->id;
+    if (!values.project.empty()) only = named(folder.library().projects, values.project, "Ein Projekt")->id;
     std::vector<MeetingRow> rows;
     auto counts = folder.jobs().jobStatsBySession();
     for (const auto& meeting : folder.library().meetings) {
@@ -184,7 +189,7 @@ int list(Shell& shell, const std::string& project, bool asJSON) {
         rows.push_back(rowOf(folder, meeting, std::move(counts[meeting.id])));
     }
     std::ranges::stable_sort(rows, std::ranges::greater(), &MeetingRow::pinned);
-    if (asJSON) {
+    if (values.json) {
         shell.writeJSON(rows);
         return done;
     }
@@ -263,12 +268,12 @@ std::string_view wordFor(SummaryState state) {
     return "keine";
 }
 
-int show(Shell& shell, const std::string& reference, bool asJSON) {
+int show(Shell& shell, const MeetingValues& values) {
     auto folder = shell.folder();
-    const auto& meeting = folder.meeting(reference);
+    const auto& meeting = folder.meeting(values.meeting);
     std::optional<MeetingError> unreadable;
     const auto details = detailsOf(folder, meeting, unreadable);
-    if (asJSON) {
+    if (values.json) {
         shell.writeJSON(details);
         return unreadable ? failed : done;
     }
@@ -304,17 +309,22 @@ int show(Shell& shell, const std::string& reference, bool asJSON) {
     return failed;
 }
 
-int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
+struct SearchValues {
+    std::vector<std::string> words;
+    bool json = false;
+};
+
+int search(Shell& shell, const SearchValues& values) {
     auto folder = shell.folder();
-    auto query = words.front();
-    for (const auto& word : std::span(words).subspan(1)) query += " " + word;
+    auto query = values.words.front();
+    for (const auto& word : std::span(values.words).subspan(1)) query += " " + word;
     std::vector<HitRow> rows;
     const MeetingEntry* last = nullptr;
     auto& out = shell.out();
     const auto problems = MeetingSearch::run(
         query, folder.library(), folder.root(), folder.jobs(), [&](const MeetingSearch::Hit& hit) {
             const bool spoken = hit.place == MeetingSearch::Place::transcript;
-            if (asJSON) {
+            if (values.json) {
                 HitRow row;
                 row.meeting = hit.meeting.id.string();
                 row.title = hit.meeting.title;
@@ -345,7 +355,7 @@ int search(Shell& shell, const std::vector<std::string>& words, bool asJSON) {
                                    : std::string("  Notizen: ");
             out.highlighted(first, hit.text, hit.ranges);
         });
-    if (asJSON) {
+    if (values.json) {
         shell.writeJSON(rows);
     } else if (last == nullptr) {
         shell.err().line("Keine Treffer.");
@@ -391,16 +401,14 @@ void openJobs(const UUID& meeting, const std::string& action, bool confirmed, Da
     }
 }
 
-struct Values {
+struct JobsValues {
     std::string meeting;
     std::string action;
-    std::string project;
-    std::vector<std::string> words;
     bool yes = false;
     bool json = false;
 };
 
-int jobs(Shell& shell, const Values& values) {
+int jobs(Shell& shell, const JobsValues& values) {
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
     if (!values.action.empty()) openJobs(meeting.id, values.action, values.yes, folder);
@@ -428,35 +436,26 @@ int jobs(Shell& shell, const Values& values) {
 }  // namespace
 
 void addListCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto withJSON = [&](CLI::App& command) {
-        command.add_flag("--json", values->json, "Als JSON für Programme");
-    };
+    const auto [listed, selection] = addCommand(app, shell, "list", "Alle Meetings, die neuesten zuerst", list);
+    listed.add_option("--project", selection.project, "Nur die Meetings eines Projekts")->type_name("NAME");
+    addJSON(listed, selection.json);
 
-    auto& listed = addCommand(app, shell, "list", "Alle Meetings, die neuesten zuerst",
-                              [&shell, values] { return list(shell, values->project, values->json); });
-    listed.add_option("--project", values->project, "Nur die Meetings eines Projekts")->type_name("NAME");
-    withJSON(listed);
+    const auto [shown, details] =
+        addMeetingCommand(app, shell, "show", "Was über ein Meeting bekannt ist", show);
+    addJSON(shown, details.json);
 
-    auto& shown = addCommand(app, shell, "show", "Was über ein Meeting bekannt ist",
-                             [&shell, values] { return show(shell, values->meeting, values->json); });
-    shown.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    withJSON(shown);
+    const auto [searched, query] =
+        addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings", search);
+    searched.add_option("WORT", query.words, "Ein Treffer enthält alle Wörter")->required();
+    addJSON(searched, query.json);
 
-    auto& searched =
-        addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings",
-                   [&shell, values] { return search(shell, values->words, values->json); });
-    searched.add_option("WORT", values->words, "Ein Treffer enthält alle Wörter")->required();
-    withJSON(searched);
-
-    auto& queued = addCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings",
-                              [&shell, values] { return jobs(shell, *values); });
-    queued.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    oneOf(queued.add_option("AKTION", values->action,
+    const auto [queued, queue] =
+        addMeetingCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings", jobs);
+    oneOf(queued.add_option("AKTION", queue.action,
                             "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn"),
           {"retry", "restart"});
-    queued.add_flag("--yes", values->yes, "restart auch, wenn schon etwas transkribiert ist");
-    withJSON(queued);
+    queued.add_flag("--yes", queue.yes, "restart auch, wenn schon etwas transkribiert ist");
+    addJSON(queued, queue.json);
 }
 
 }  // namespace quillmoot

@@ -29,15 +29,54 @@ inline constexpr auto json::fields<quillmoot::ProjectRow> = json::record(
 namespace quillmoot {
 namespace {
 
-struct Values {
+struct RenameValues {
     std::string meeting;
-    std::string name;
-    std::string newName;
+    std::string title;
+};
+
+struct PinValues {
+    std::string meeting;
+    bool off = false;
+};
+
+struct NoteValues : MeetingValues {
     std::optional<std::string> text;
+};
+
+struct ParticipantsValues : MeetingValues {
     std::vector<std::string> added;
     std::vector<std::string> removed;
-    bool off = false;
+};
+
+struct InstructionsValues : MeetingValues {
+    std::optional<std::string> base;
+    std::optional<std::string> hint;
+    bool reset = false;
+};
+
+struct ListingValues {
     bool json = false;
+};
+
+/// The name of a project or field.
+struct NameValues {
+    std::string name;
+};
+
+struct NewNameValues {
+    std::string name;
+    std::string newName;
+};
+
+struct AssignmentValues {
+    std::string meeting;
+    std::string project;
+};
+
+struct FieldValues {
+    std::string meeting;
+    std::string field;
+    std::optional<std::string> value;
 };
 
 /// The argument itself, or for "-" what comes on standard input.
@@ -61,8 +100,8 @@ void requireFree(const std::vector<MeetingProject>& projects, const std::string&
         throw MeetingError::invalidData("Ein Projekt „" + name + "“ gibt es schon.");
 }
 
-int rename(Shell& shell, const Values& values) {
-    const auto title = checkedName(values.name, "Der Titel");
+int rename(Shell& shell, const RenameValues& values) {
+    const auto title = checkedName(values.title, "Der Titel");
     auto open = shell.openLibrary();
     open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) {
         entry.title = title;
@@ -71,13 +110,13 @@ int rename(Shell& shell, const Values& values) {
     return done;
 }
 
-int pin(Shell& shell, const Values& values) {
+int pin(Shell& shell, const PinValues& values) {
     auto open = shell.openLibrary();
     open.change(open.meeting(values.meeting).id, [&](MeetingEntry& entry) { entry.pinned = !values.off; });
     return done;
 }
 
-int note(Shell& shell, const Values& values) {
+int note(Shell& shell, const NoteValues& values) {
     if (!values.text) {
         auto folder = shell.folder();
         const auto& notes = folder.meeting(values.meeting).notes;
@@ -95,7 +134,7 @@ int note(Shell& shell, const Values& values) {
     return done;
 }
 
-int listProjects(Shell& shell, const Values& values) {
+int listProjects(Shell& shell, const ListingValues& values) {
     auto folder = shell.folder();
     const auto& library = folder.library();
     std::vector<ProjectRow> rows;
@@ -115,7 +154,7 @@ int listProjects(Shell& shell, const Values& values) {
     return done;
 }
 
-int addProject(Shell& shell, const Values& values) {
+int addProject(Shell& shell, const NameValues& values) {
     const auto name = checkedName(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         requireFree(library.projects, name);
@@ -124,7 +163,7 @@ int addProject(Shell& shell, const Values& values) {
     return done;
 }
 
-int renameProject(Shell& shell, const Values& values) {
+int renameProject(Shell& shell, const NewNameValues& values) {
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         const auto project = named(library.projects, values.name, "Ein Projekt");
         const auto name = checkedName(values.newName, "Der Name");
@@ -134,7 +173,7 @@ int renameProject(Shell& shell, const Values& values) {
     return done;
 }
 
-int removeProject(Shell& shell, const Values& values) {
+int removeProject(Shell& shell, const NameValues& values) {
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         const auto project = named(library.projects, values.name, "Ein Projekt");
         for (auto& meeting : library.meetings) {
@@ -145,15 +184,15 @@ int removeProject(Shell& shell, const Values& values) {
     return done;
 }
 
-int assignProject(Shell& shell, const Values& values) {
+int assignProject(Shell& shell, const AssignmentValues& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     open.library().update([&](LibrarySnapshot& library) {
         auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
-        if (values.name.empty()) {
+        if (values.project.empty()) {
             entry.projectID.reset();
         } else {
-            entry.projectID = named(library.projects, values.name, "Ein Projekt")->id;
+            entry.projectID = named(library.projects, values.project, "Ein Projekt")->id;
         }
     });
     return done;
@@ -172,7 +211,7 @@ void addParticipant(MeetingMetadata& metadata, const std::string& typed) {
     metadata.addParticipant(name);
 }
 
-int participants(Shell& shell, const Values& values) {
+int participants(Shell& shell, const ParticipantsValues& values) {
     if (values.added.empty() && values.removed.empty()) {
         auto folder = shell.folder();
         const auto names = folder.meeting(values.meeting).metadata.value_or(MeetingMetadata{}).participants;
@@ -200,7 +239,7 @@ int participants(Shell& shell, const Values& values) {
     return done;
 }
 
-int listFields(Shell& shell, const Values& values) {
+int listFields(Shell& shell, const ListingValues& values) {
     auto folder = shell.folder();
     const auto fields = folder.library().customFields.value_or(std::vector<MeetingFieldDefinition>{});
     if (values.json) {
@@ -225,7 +264,7 @@ bool isDefined(const MeetingFieldValue& value, const std::vector<MeetingFieldDef
 }
 
 /// Adds a field. What meetings still say in a removed one of this name belongs to the new one.
-int addField(Shell& shell, const Values& values) {
+int addField(Shell& shell, const NameValues& values) {
     const auto name = checkedName(values.name, "Der Name");
     shell.openLibrary().library().update([&](LibrarySnapshot& library) {
         auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
@@ -244,19 +283,29 @@ int addField(Shell& shell, const Values& values) {
     return done;
 }
 
-int setField(Shell& shell, const Values& values) {
+int renameField(Shell& shell, const NewNameValues& values) {
+    return changeFields(shell, [&](auto& fields) {
+        named(fields, values.name, "Ein Feld")->name = checkedName(values.newName, "Der Name");
+    });
+}
+
+int removeField(Shell& shell, const NameValues& values) {
+    return changeFields(shell, [&](auto& fields) { fields.erase(named(fields, values.name, "Ein Feld")); });
+}
+
+int setField(Shell& shell, const FieldValues& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     open.library().update([&](LibrarySnapshot& library) {
         const auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
         auto& entry = *std::ranges::find(library.meetings, meeting, &MeetingEntry::id);
         auto metadata = entry.metadata.value_or(MeetingMetadata{}).resolving(fields);
-        const auto value = values.text ? text::trimmed(*values.text) : std::string_view();
+        const auto value = values.value ? text::trimmed(*values.value) : std::string_view();
         const auto removed = std::erase_if(metadata.fields, [&](const MeetingFieldValue& field) {
-            return sameName(field.name, values.name) && !isDefined(field, fields);
+            return sameName(field.name, values.field) && !isDefined(field, fields);
         });
         if (!value.empty() || removed == 0) {
-            const auto field = named(fields, values.name, "Ein Feld");
+            const auto field = named(fields, values.field, "Ein Feld");
             std::ranges::find(metadata.fields, field->id, &MeetingFieldValue::id)->value = value;
         }
         entry.metadata = std::move(metadata);
@@ -264,18 +313,18 @@ int setField(Shell& shell, const Values& values) {
     return done;
 }
 
-int instructions(Shell& shell, const Values& values, const std::optional<std::string>& base) {
-    if (base == "-" && values.text == "-")
+int instructions(Shell& shell, const InstructionsValues& values) {
+    if (values.base == "-" && values.hint == "-")
         throw UsageError("Nur eines von --base und --hint kann von der Standardeingabe kommen.");
     auto folder = shell.folder();
     const auto file = folder.folderOf(folder.meeting(values.meeting).id) / "summary-request.json";
     SummaryInstructions wishes;
     const auto read = [&] {
-        if (!values.off) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
+        if (!values.reset) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);
     };
-    if (base || values.text || values.off) {
-        const auto newBase = base ? std::optional(textOf(*base)) : std::nullopt;
-        const auto newHint = values.text ? std::optional(textOf(*values.text)) : std::nullopt;
+    if (values.base || values.hint || values.reset) {
+        const auto newBase = values.base ? std::optional(textOf(*values.base)) : std::nullopt;
+        const auto newHint = values.hint ? std::optional(textOf(*values.hint)) : std::nullopt;
         const auto open = shell.openLibrary();
         read();
         wishes.basePrompt = newBase.value_or(wishes.basePrompt);
@@ -296,95 +345,85 @@ int instructions(Shell& shell, const Values& values, const std::optional<std::st
     return done;
 }
 
-void addProjectCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>& values) {
-    auto& project = addCommand(app, shell, "project", "Projekte, die Meetings zusammenfassen",
-                               [&shell, values] { return listProjects(shell, *values); });
-    project.add_flag("--json", values->json, "Als JSON für Programme");
-    const auto action = [&](const char* name, const char* description,
-                            int (*body)(Shell&, const Values&)) -> CLI::App& {
-        return addCommand(project, shell, name, description,
-                          [&shell, values, body] { return body(shell, *values); });
-    };
-    action("add", "Legt ein Projekt an", addProject).add_option("NAME", values->name, "Der Name")->required();
-    auto& renamed = action("rename", "Benennt ein Projekt um", renameProject);
-    renamed.add_option("NAME", values->name, "Der bisherige Name")->required();
-    renamed.add_option("NEU", values->newName, "Der neue Name")->required();
-    action("remove", "Löst ein Projekt auf; seine Meetings bleiben", removeProject)
-        .add_option("NAME", values->name, "Der Name")
-        ->required();
-    auto& assigned = action("assign", "Ordnet ein Meeting einem Projekt zu", assignProject);
-    assigned.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    assigned.add_option("NAME", values->name, "Das Projekt; ohne Namen keines mehr");
+void addName(CLI::App& command, NameValues& values) {
+    command.add_option("NAME", values.name, "Der Name")->required();
 }
 
-void addFieldCommands(CLI::App& app, Shell& shell, const std::shared_ptr<Values>& values) {
-    auto& fields = addCommand(app, shell, "fields", "Eigene Felder für die Angaben zu Meetings",
-                              [&shell, values] { return listFields(shell, *values); });
-    fields.add_flag("--json", values->json, "Als JSON für Programme");
-    addCommand(fields, shell, "add", "Legt ein Feld an", [&shell, values] { return addField(shell, *values); })
-        .add_option("NAME", values->name, "Der Name")
-        ->required();
-    auto& renamed = addCommand(fields, shell, "rename", "Benennt ein Feld um", [&shell, values] {
-        return changeFields(shell, [&](auto& list) {
-            named(list, values->name, "Ein Feld")->name = checkedName(values->newName, "Der Name");
-        });
-    });
-    renamed.add_option("NAME", values->name, "Der bisherige Name")->required();
-    renamed.add_option("NEU", values->newName, "Der neue Name")->required();
-    addCommand(fields, shell, "remove", "Entfernt ein Feld; was darin steht, bleibt bei den Meetings",
-               [&shell, values] {
-                   return changeFields(shell,
-                                       [&](auto& list) { list.erase(named(list, values->name, "Ein Feld")); });
-               })
-        .add_option("NAME", values->name, "Der Name")
-        ->required();
-    auto& set = addCommand(fields, shell, "set", "Füllt ein Feld eines Meetings aus",
-                           [&shell, values] { return setField(shell, *values); });
-    set.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    set.add_option("NAME", values->name, "Das Feld")->required();
-    set.add_option("WERT", values->text, "Der Wert; ohne ihn wird das Feld geleert");
+void addNames(CLI::App& command, NewNameValues& values) {
+    command.add_option("NAME", values.name, "Der bisherige Name")->required();
+    command.add_option("NEU", values.newName, "Der neue Name")->required();
+}
+
+void addProjectCommands(CLI::App& app, Shell& shell) {
+    const auto [project, listing] =
+        addCommand(app, shell, "project", "Projekte, die Meetings zusammenfassen", listProjects);
+    addJSON(project, listing.json);
+    const auto [added, addition] = addCommand(project, shell, "add", "Legt ein Projekt an", addProject);
+    addName(added, addition);
+    const auto [renamed, names] = addCommand(project, shell, "rename", "Benennt ein Projekt um", renameProject);
+    addNames(renamed, names);
+    const auto [removed, removal] =
+        addCommand(project, shell, "remove", "Löst ein Projekt auf; seine Meetings bleiben", removeProject);
+    addName(removed, removal);
+    const auto [assigned, assignment] =
+        addMeetingCommand(project, shell, "assign", "Ordnet ein Meeting einem Projekt zu", assignProject);
+    assigned.add_option("NAME", assignment.project, "Das Projekt; ohne Namen keines mehr");
+}
+
+void addFieldCommands(CLI::App& app, Shell& shell) {
+    const auto [fields, listing] =
+        addCommand(app, shell, "fields", "Eigene Felder für die Angaben zu Meetings", listFields);
+    addJSON(fields, listing.json);
+    const auto [added, addition] = addCommand(fields, shell, "add", "Legt ein Feld an", addField);
+    addName(added, addition);
+    const auto [renamed, names] = addCommand(fields, shell, "rename", "Benennt ein Feld um", renameField);
+    addNames(renamed, names);
+    const auto [removed, removal] = addCommand(
+        fields, shell, "remove", "Entfernt ein Feld; was darin steht, bleibt bei den Meetings", removeField);
+    addName(removed, removal);
+    const auto [set, filling] =
+        addMeetingCommand(fields, shell, "set", "Füllt ein Feld eines Meetings aus", setField);
+    set.add_option("NAME", filling.field, "Das Feld")->required();
+    set.add_option("WERT", filling.value, "Der Wert; ohne ihn wird das Feld geleert");
 }
 
 }  // namespace
 
 void addMeetingCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto forMeeting = [&](const char* name, const char* description,
-                                int (*body)(Shell&, const Values&)) -> CLI::App& {
-        auto& command =
-            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
-        command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-        return command;
-    };
-    forMeeting("rename", "Gibt einem Meeting einen Titel", rename)
-        .add_option("TITEL", values->name, "Der neue Titel")
-        ->required();
-    forMeeting("pin", "Heftet ein Meeting oben an", pin)
-        .add_flag("--off", values->off, "Nicht mehr oben anheften");
-    auto& noted = forMeeting("note", "Zeigt oder ersetzt die Notizen zu einem Meeting", note);
-    noted.add_option("TEXT", values->text, "Der neue Text; „-“ liest ihn von der Standardeingabe");
-    noted.add_flag("--json", values->json, "Als JSON für Programme");
-    auto& people = forMeeting("participants", "Zeigt oder ändert die Teilnehmer eines Meetings", participants);
-    people.add_option("--add", values->added, "Nimmt einen Namen auf")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    people.add_option("--remove", values->removed, "Streicht einen Namen")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    people.add_flag("--json", values->json, "Als JSON für Programme");
-    addProjectCommands(app, shell, values);
-    addFieldCommands(app, shell, values);
+    const auto [renamed, naming] =
+        addMeetingCommand(app, shell, "rename", "Gibt einem Meeting einen Titel", rename);
+    renamed.add_option("TITEL", naming.title, "Der neue Titel")->required();
 
-    const auto base = std::make_shared<std::optional<std::string>>();
-    auto& wishes =
-        addCommand(app, shell, "instructions", "Zeigt oder ändert die Vorgaben für die Zusammenfassung",
-                   [&shell, values, base] { return instructions(shell, *values, *base); });
-    wishes.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-    wishes.add_option("--base", *base, "Inhalt und Stil; „-“ liest von der Standardeingabe")->type_name("TEXT");
-    wishes.add_option("--hint", values->text, "Hinweise zu diesem Meeting; „-“ liest von der Standardeingabe")
+    const auto [pinned, pinning] = addMeetingCommand(app, shell, "pin", "Heftet ein Meeting oben an", pin);
+    pinned.add_flag("--off", pinning.off, "Nicht mehr oben anheften");
+
+    const auto [noted, notes] =
+        addMeetingCommand(app, shell, "note", "Zeigt oder ersetzt die Notizen zu einem Meeting", note);
+    noted.add_option("TEXT", notes.text, "Der neue Text; „-“ liest ihn von der Standardeingabe");
+    addJSON(noted, notes.json);
+
+    const auto [people, names] = addMeetingCommand(
+        app, shell, "participants", "Zeigt oder ändert die Teilnehmer eines Meetings", participants);
+    people.add_option("--add", names.added, "Nimmt einen Namen auf")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    people.add_option("--remove", names.removed, "Streicht einen Namen")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    addJSON(people, names.json);
+
+    addProjectCommands(app, shell);
+    addFieldCommands(app, shell);
+
+    const auto [instructed, wishes] = addMeetingCommand(
+        app, shell, "instructions", "Zeigt oder ändert die Vorgaben für die Zusammenfassung", instructions);
+    instructed.add_option("--base", wishes.base, "Inhalt und Stil; „-“ liest von der Standardeingabe")
         ->type_name("TEXT");
-    wishes.add_flag("--reset", values->off, "Zurück zu den üblichen Vorgaben");
-    wishes.add_flag("--json", values->json, "Als JSON für Programme");
+    instructed
+        .add_option("--hint", wishes.hint, "Hinweise zu diesem Meeting; „-“ liest von der Standardeingabe")
+        ->type_name("TEXT");
+    instructed.add_flag("--reset", wishes.reset, "Zurück zu den üblichen Vorgaben");
+    addJSON(instructed, wishes.json);
 }
 
 }  // namespace quillmoot

@@ -223,6 +223,12 @@ CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, co
     return command;
 }
 
+void addJSON(CLI::App& command, bool& json) { command.add_flag("--json", json, "Als JSON für Programme"); }
+
+void addModels(CLI::App& command, std::string& folder) {
+    command.add_option("--models", folder, "Der Ordner der Modelle")->type_name("ORDNER");
+}
+
 void describe(CLI::App& app, Shell& shell) {
     app.name("quillmoot");
     app.description(

@@ -19,6 +19,44 @@ void describe(CLI::App& app, Shell& shell);
 CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, const std::string& description,
                      std::function<int()> body);
 
+/// A command and what its options fill in, which lives as long as the command.
+template <class Values>
+struct CommandWithValues {
+    CLI::App& command;
+    Values& values;
+};
+
+/// Adds a command that runs `body` with values of its own.
+template <class Values>
+CommandWithValues<Values> addCommand(CLI::App& parent, Shell& shell, const std::string& name,
+                                     const std::string& description, int (*body)(Shell&, const Values&)) {
+    const auto values = std::make_shared<Values>();
+    return {
+        addCommand(parent, shell, name, description, [&shell, values, body] { return body(shell, *values); }),
+        *values};
+}
+
+/// Adds a command for one meeting, MEETING being its first argument.
+template <class Values>
+CommandWithValues<Values> addMeetingCommand(CLI::App& parent, Shell& shell, const std::string& name,
+                                            const std::string& description,
+                                            int (*body)(Shell&, const Values&)) {
+    const auto added = addCommand(parent, shell, name, description, body);
+    added.command.add_option("MEETING", added.values.meeting, "Kennung, ihr Anfang, oder der Titel")
+        ->required();
+    return added;
+}
+
+/// What many commands take.
+struct MeetingValues {
+    std::string meeting;
+    bool json = false;
+};
+
+/// Options that several commands have.
+void addJSON(CLI::App& command, bool& json);
+void addModels(CLI::App& command, std::string& folder);
+
 /// Tells what went wrong, behind `lead`, each line of the message as one, and a next step where there is one.
 void explain(Terminal& out, const MeetingError& error, const std::string& lead = {});
 

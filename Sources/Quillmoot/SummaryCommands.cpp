@@ -68,12 +68,10 @@ inline constexpr auto json::fields<quillmoot::TitleRow> = json::record(
 namespace quillmoot {
 namespace {
 
-struct Values {
-    std::string meeting;
+struct EngineValues : MeetingValues {
     std::string models;
     std::string engine;
     std::string worker;
-    bool json = false;
 };
 
 std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const TranscriptDocument& document) {
@@ -86,14 +84,14 @@ std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const Tr
     return rows;
 }
 
-int showSummary(Shell& shell, const std::string& reference, bool asJSON) {
+int showSummary(Shell& shell, const MeetingValues& values) {
     auto folder = shell.folder();
-    const auto& meeting = folder.meeting(reference);
+    const auto& meeting = folder.meeting(values.meeting);
     const auto document = folder.transcript(meeting.id);
     const auto stored = folder.summary(meeting.id);
     const auto state =
         MeetingExport::summaryState({meeting, &document, stored ? &*stored : nullptr, std::nullopt});
-    if (asJSON) {
+    if (values.json) {
         SummaryRow row;
         row.state = state;
         if (stored) {
@@ -164,7 +162,7 @@ bool runWorker(Shell& shell, const SummaryProcess::Task& task) {
 }
 
 /// Which engine is to work. Without a choice the model does where its file is intact, and the user is told.
-bool useModel(Shell& shell, const Values& values, const std::filesystem::path& models) {
+bool useModel(Shell& shell, const EngineValues& values, const std::filesystem::path& models) {
     if (!values.engine.empty()) return values.engine == "model";
     try {
         modelCatalog().verify("summary", models);
@@ -179,7 +177,7 @@ bool useModel(Shell& shell, const Values& values, const std::filesystem::path& m
 }
 
 /// Works on one meeting's summary or title; false when the user stopped it.
-bool work(Shell& shell, DataFolder& folder, const Values& values, bool titleOnly) {
+bool work(Shell& shell, DataFolder& folder, const EngineValues& values, bool titleOnly) {
     const auto meeting = folder.meeting(values.meeting).id;
     const auto models = modelFolder(values.models, folder.root());
     if (useModel(shell, values, models)) {
@@ -206,13 +204,13 @@ int stoppedByUser(Shell& shell) {
     return failed;
 }
 
-int summarize(Shell& shell, const Values& values) {
+int summarize(Shell& shell, const EngineValues& values) {
     auto folder = shell.folder();
     if (!work(shell, folder, values, false)) return stoppedByUser(shell);
     if (!folder.summary(folder.meeting(values.meeting).id)) {
         throw MeetingError::storage("Die Zusammenfassung wurde nicht gespeichert.");
     }
-    return showSummary(shell, values.meeting, values.json);
+    return showSummary(shell, values);
 }
 
 /// Gives the meeting the title unless it has one of the user's.
@@ -227,7 +225,7 @@ bool adopt(Shell& shell, const UUID& meeting, const std::string& title) {
     return adopted;
 }
 
-int title(Shell& shell, const Values& values) {
+int title(Shell& shell, const EngineValues& values) {
     auto folder = shell.folder();
     const auto meeting = folder.meeting(values.meeting).id;
     if (!work(shell, folder, values, true)) return stoppedByUser(shell);
@@ -249,26 +247,22 @@ int title(Shell& shell, const Values& values) {
 }  // namespace
 
 void addSummaryCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto add = [&](const char* name, const char* description,
-                         int (*body)(Shell&, const Values&)) -> CLI::App& {
-        auto& command =
-            addCommand(app, shell, name, description, [&shell, values, body] { return body(shell, *values); });
-        command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-        command.add_flag("--json", values->json, "Als JSON für Programme");
-        return command;
-    };
-    const auto withEngine = [&](CLI::App& command) {
-        oneOf(command.add_option("--engine", values->engine, "Das Sprachmodell, oder Stellen des Transkripts"),
+    const auto addWithEngine = [&](const char* name, const char* description,
+                                   int (*body)(Shell&, const EngineValues&)) {
+        const auto [command, values] = addMeetingCommand(app, shell, name, description, body);
+        addJSON(command, values.json);
+        oneOf(command.add_option("--engine", values.engine, "Das Sprachmodell, oder Stellen des Transkripts"),
               {"model", "extractive"});
-        command.add_option("--models", values->models, "Der Ordner der Modelle")->type_name("ORDNER");
-        command.add_option("--worker", values->worker, "Der SummaryWorker, sonst der neben quillmoot")
+        addModels(command, values.models);
+        command.add_option("--worker", values.worker, "Der SummaryWorker, sonst der neben quillmoot")
             ->type_name("PROGRAMM");
     };
-    withEngine(add("summarize", "Fasst ein Meeting mit Belegen zusammen", summarize));
-    withEngine(add("title", "Schlägt einen Titel vor und gibt ihn einem Meeting, das keinen hat", title));
-    add("summary", "Zeigt die gespeicherte Zusammenfassung",
-        [](Shell& s, const Values& v) { return showSummary(s, v.meeting, v.json); });
+    addWithEngine("summarize", "Fasst ein Meeting mit Belegen zusammen", summarize);
+    addWithEngine("title", "Schlägt einen Titel vor und gibt ihn einem Meeting, das keinen hat", title);
+
+    const auto [shown, values] =
+        addMeetingCommand(app, shell, "summary", "Zeigt die gespeicherte Zusammenfassung", showSummary);
+    addJSON(shown, values.json);
 }
 
 }  // namespace quillmoot

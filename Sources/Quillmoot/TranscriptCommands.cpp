@@ -74,26 +74,57 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Values {
-    std::string meeting;
-    std::string segment;
-    std::string text;
-    std::string speaker;
-    std::string name;
-    std::string format;
-    std::string content = "all";
-    std::string output;
-    std::string source;
-    std::string file;
-    std::optional<std::string> recording;
-    std::string engine;
-    int jobs = 1;
-    int timeout = 600;
-    bool replace = false;
+struct TranscriptValues : MeetingValues {
     bool original = false;
     bool clock = false;
     bool numbers = false;
-    bool json = false;
+};
+
+struct TranscriptImportValues {
+    std::string meeting;
+    std::string file;
+    std::string source;
+    bool replace = false;
+};
+
+struct SpeakerImportValues {
+    std::string meeting;
+    std::string file;
+    std::string source;
+    std::optional<std::string> recording;
+    bool replace = false;
+};
+
+struct NoSpeakersValues {
+    std::string meeting;
+    bool replace = false;
+};
+
+struct TranscribeValues {
+    std::string meeting;
+    std::string engine;
+    int jobs = 1;
+    int timeout = 600;
+};
+
+struct CorrectionValues {
+    std::string meeting;
+    std::string segment;
+    std::string text;
+};
+
+struct SpeakerNameValues {
+    std::string meeting;
+    std::string speaker;
+    std::string name;
+};
+
+struct ExportValues {
+    std::string meeting;
+    std::string format;
+    std::string content = "all";
+    std::string output;
+    bool clock = false;
 };
 
 int writeTranscriptJSON(Shell& shell, const TranscriptDocument& document, bool original) {
@@ -124,7 +155,7 @@ void forEachParagraph(const TranscriptBlock& block, const Use& use) {
     }
 }
 
-int transcript(Shell& shell, const Values& values) {
+int transcript(Shell& shell, const TranscriptValues& values) {
     if (values.meeting.empty()) throw UsageError("Es fehlt: MEETING");
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
@@ -163,14 +194,14 @@ int transcript(Shell& shell, const Values& values) {
     return done;
 }
 
-int correct(Shell& shell, const Values& values) {
+int correct(Shell& shell, const CorrectionValues& values) {
     auto open = shell.openLibrary();
     TranscriptEditing::correct(open.meeting(values.meeting).id, values.segment, values.text, open.root(),
                                open.jobs());
     return done;
 }
 
-int nameSpeaker(Shell& shell, const Values& values) {
+int nameSpeaker(Shell& shell, const SpeakerNameValues& values) {
     auto open = shell.openLibrary();
     TranscriptEditing::nameSpeaker(open.meeting(values.meeting).id, values.speaker, values.name, open.root(),
                                    open.jobs());
@@ -181,7 +212,7 @@ AudioSource trackOf(const std::string& name) {
     return name == "microphone" ? AudioSource::microphone : AudioSource::meeting;
 }
 
-int importTranscript(Shell& shell, const Values& values) {
+int importTranscript(Shell& shell, const TranscriptImportValues& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     const auto file = CaptionFile::read(values.file);
@@ -204,13 +235,14 @@ int importTranscript(Shell& shell, const Values& values) {
     return done;
 }
 
-SpeakerIntake::Existing existingSpeakers(const Values& values) {
-    return values.replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
+SpeakerIntake::Existing existingSpeakers(bool replace) {
+    return replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
 }
 
 /// Which recording of the file belongs to which track. Recordings named like the tracks are theirs; the only
 /// one of another name is the meeting's. What stays open is left to the import to refuse.
-std::vector<SpeakerIntake::Selection> selections(const Values& values, const SpeakerTurnFile& file) {
+std::vector<SpeakerIntake::Selection> selections(const SpeakerImportValues& values,
+                                                 const SpeakerTurnFile& file) {
     const auto recordings = file.recordings();
     const auto isThere = [&](const std::string& name) { return std::ranges::count(recordings, name) != 0; };
     if (values.recording) {
@@ -229,11 +261,11 @@ std::vector<SpeakerIntake::Selection> selections(const Values& values, const Spe
     return found;
 }
 
-int importSpeakers(Shell& shell, const Values& values) {
+int importSpeakers(Shell& shell, const SpeakerImportValues& values) {
     auto open = shell.openLibrary();
     const auto meeting = open.meeting(values.meeting).id;
     const auto file = SpeakerTurnFile::read(values.file);
-    const auto existing = existingSpeakers(values);
+    const auto existing = existingSpeakers(values.replace);
     const auto reports =
         SpeakerIntake::take(meeting, file, selections(values, file), open.root(), open.jobs(), existing);
     for (const auto& report : reports) {
@@ -245,15 +277,15 @@ int importSpeakers(Shell& shell, const Values& values) {
     return done;
 }
 
-int withoutSpeakers(Shell& shell, const Values& values) {
+int withoutSpeakers(Shell& shell, const NoSpeakersValues& values) {
     auto open = shell.openLibrary();
     SpeakerIntake::declareNone(open.meeting(values.meeting).id, open.root(), open.jobs(),
-                               existingSpeakers(values));
+                               existingSpeakers(values.replace));
     shell.err().line("Das Meeting bleibt ohne unterschiedene Sprecher.");
     return done;
 }
 
-int speakers(Shell& shell, const Values& values) {
+int speakers(Shell& shell, const MeetingValues& values) {
     if (values.meeting.empty()) throw UsageError("Es fehlt: MEETING");
     auto folder = shell.folder();
     const auto document = folder.transcript(folder.meeting(values.meeting).id);
@@ -294,7 +326,7 @@ void planWindows(const UUID& meeting, DataFolder& folder) {
     WorkScheduler::enqueue(coverage.unplanned, folder.queue(), true);
 }
 
-int transcribe(Shell& shell, const Values& values) {
+int transcribe(Shell& shell, const TranscribeValues& values) {
     auto folder = shell.folder();
     const auto& entry = folder.meeting(values.meeting);
     if (entry.state != "completed" && entry.state != "interrupted") {
@@ -346,7 +378,7 @@ int transcribe(Shell& shell, const Values& values) {
     return complete ? done : failed;
 }
 
-std::string rendered(const Values& values, const ExportedMeeting& meeting) {
+std::string rendered(const ExportValues& values, const ExportedMeeting& meeting) {
     const std::map<std::string, MeetingExport::Content> contents{
         {"all", MeetingExport::Content::all},
         {"transcript", MeetingExport::Content::transcript},
@@ -398,7 +430,7 @@ void writeTo(const fs::path& named, const std::string& text) {
     if (kind == fs::file_type::regular) fs::permissions(target, before, unknown);
 }
 
-int exportMeeting(Shell& shell, const Values& values) {
+int exportMeeting(Shell& shell, const ExportValues& values) {
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
     const auto document = folder.transcript(meeting.id);
@@ -428,88 +460,79 @@ std::function<std::string(const std::string&)> inRange(int least, int most) {
     };
 }
 
-void addImportCommands(CLI::App& transcripts, CLI::App& speakers, Shell& shell,
-                       const std::shared_ptr<Values>& values) {
-    constexpr auto meetingText = "Kennung, ihr Anfang, oder der Titel";
-    auto& captions = addCommand(transcripts, shell, "import", "Übernimmt ein Transkript aus einer Datei",
-                                [&shell, values] { return importTranscript(shell, *values); });
-    captions.add_option("MEETING", values->meeting, meetingText)->required();
-    captions.add_option("DATEI", values->file, "WebVTT, SubRip, JSON von whisper.cpp oder WhisperX")
-        ->required();
-    oneOf(captions.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"})
-        ->required();
-    captions.add_flag("--replace", values->replace, "Ersetzt, was auf der Tonspur schon erkannt ist");
+void addSpeakerCommands(CLI::App& app, Shell& shell) {
+    const auto [heard, shown] =
+        addMeetingCommand(app, shell, "speakers", "Zeigt die Sprecher eines Meetings", speakers);
+    heard.get_option("MEETING")->required(false);  // its subcommands stand in its place
+    addJSON(heard, shown.json);
 
-    auto& turns = addCommand(speakers, shell, "import", "Übernimmt, wer wann spricht",
-                             [&shell, values] { return importSpeakers(shell, *values); });
-    turns.add_option("MEETING", values->meeting, meetingText)->required();
-    turns.add_option("DATEI", values->file, "RTTM, oder ein Transkript mit Sprechern")->required();
-    oneOf(turns.add_option("--source", values->source, "Die Tonspur"), {"microphone", "meeting"});
-    turns.add_option("--recording", values->recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
-    turns.add_flag("--replace", values->replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
-    auto& none = addCommand(speakers, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden",
-                            [&shell, values] { return withoutSpeakers(shell, *values); });
-    none.add_option("MEETING", values->meeting, meetingText)->required();
-    none.add_flag("--replace", values->replace, "Ersetzt alle Sprecher mit ihren Namen");
+    const auto [turns, taken] =
+        addMeetingCommand(heard, shell, "import", "Übernimmt, wer wann spricht", importSpeakers);
+    turns.add_option("DATEI", taken.file, "RTTM, oder ein Transkript mit Sprechern")->required();
+    oneOf(turns.add_option("--source", taken.source, "Die Tonspur"), {"microphone", "meeting"});
+    turns.add_option("--recording", taken.recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
+    turns.add_flag("--replace", taken.replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
+
+    const auto [none, declared] = addMeetingCommand(
+        heard, shell, "none", "Erklärt, dass die Sprecher nicht unterschieden werden", withoutSpeakers);
+    none.add_flag("--replace", declared.replace, "Ersetzt alle Sprecher mit ihren Namen");
 }
 
 }  // namespace
 
 void addTranscriptCommands(CLI::App& app, Shell& shell) {
-    const auto values = std::make_shared<Values>();
-    const auto add = [&](const char* name, const char* description,
-                         int (*body)(Shell&, const Values&)) -> CLI::App& {
-        return addCommand(app, shell, name, description,
-                          [&shell, values, body] { return body(shell, *values); });
-    };
-    const auto withMeeting = [&](CLI::App& command) -> CLI::App& {
-        command.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel")->required();
-        return command;
-    };
-    auto& shown = add("transcript", "Zeigt das Transkript eines Meetings", transcript);
-    shown.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel");
-    shown.add_flag("--original", values->original, "Wie erkannt, ohne Korrekturen");
-    shown.add_flag("--clock", values->clock, "Uhrzeiten statt der Zeit seit Beginn");
-    shown.add_flag("--numbers", values->numbers, "Jedes Segment auf einer Zeile mit seiner Nummer");
-    shown.add_flag("--json", values->json, "Als JSON für Programme");
+    const auto [shown, view] =
+        addMeetingCommand(app, shell, "transcript", "Zeigt das Transkript eines Meetings", transcript);
+    shown.get_option("MEETING")->required(false);  // its subcommands stand in its place
+    shown.add_flag("--original", view.original, "Wie erkannt, ohne Korrekturen");
+    shown.add_flag("--clock", view.clock, "Uhrzeiten statt der Zeit seit Beginn");
+    shown.add_flag("--numbers", view.numbers, "Jedes Segment auf einer Zeile mit seiner Nummer");
+    addJSON(shown, view.json);
 
-    auto& heard = add("speakers", "Zeigt die Sprecher eines Meetings", speakers);
-    heard.add_option("MEETING", values->meeting, "Kennung, ihr Anfang, oder der Titel");
-    heard.add_flag("--json", values->json, "Als JSON für Programme");
-    addImportCommands(shown, heard, shell, values);
+    const auto [captions, taken] =
+        addMeetingCommand(shown, shell, "import", "Übernimmt ein Transkript aus einer Datei", importTranscript);
+    captions.add_option("DATEI", taken.file, "WebVTT, SubRip, JSON von whisper.cpp oder WhisperX")->required();
+    oneOf(captions.add_option("--source", taken.source, "Die Tonspur"), {"microphone", "meeting"})->required();
+    captions.add_flag("--replace", taken.replace, "Ersetzt, was auf der Tonspur schon erkannt ist");
 
-    auto& recognised = withMeeting(add("transcribe", "Transkribiert mit einem Programm nach Wahl", transcribe));
-    recognised.add_option("--engine", values->engine, "Der Aufruf; {wav} steht für die Tondatei")
+    addSpeakerCommands(app, shell);
+
+    const auto [recognised, recognition] =
+        addMeetingCommand(app, shell, "transcribe", "Transkribiert mit einem Programm nach Wahl", transcribe);
+    recognised.add_option("--engine", recognition.engine, "Der Aufruf; {wav} steht für die Tondatei")
         ->type_name("BEFEHL")
         ->required();
-    recognised.add_option("--jobs", values->jobs, "Wie viele zugleich")
+    recognised.add_option("--jobs", recognition.jobs, "Wie viele zugleich")
         ->type_name("ZAHL")
         ->check(inRange(1, 64));
-    recognised.add_option("--timeout", values->timeout, "Sekunden, die ein Abschnitt dauern darf")
+    recognised.add_option("--timeout", recognition.timeout, "Sekunden, die ein Abschnitt dauern darf")
         ->type_name("SEKUNDEN")
         ->check(inRange(1, 86'400));
     recognised.footer(
         "Was das Programm liest und schreibt, steht in Transcription.md (installiert: "
         "/usr/share/doc/quillmoot/Transcription.md).");
 
-    auto& corrected = withMeeting(add("correct", "Berichtigt den Text eines Segments", correct));
-    corrected.add_option("SEGMENT", values->segment, "Nummer aus „transcript --numbers“ oder Kennung")
+    const auto [corrected, correction] =
+        addMeetingCommand(app, shell, "correct", "Berichtigt den Text eines Segments", correct);
+    corrected.add_option("SEGMENT", correction.segment, "Nummer aus „transcript --numbers“ oder Kennung")
         ->required();
-    corrected.add_option("TEXT", values->text, "Der richtige Text; leer nimmt die Korrektur zurück")
+    corrected.add_option("TEXT", correction.text, "Der richtige Text; leer nimmt die Korrektur zurück")
         ->required();
 
-    auto& named = withMeeting(add("speaker", "Gibt einem Sprecher einen Namen", nameSpeaker));
-    named.add_option("SPRECHER", values->speaker, "Kennung oder bisherige Bezeichnung")->required();
-    named.add_option("NAME", values->name, "Der Name; leer nimmt ihn zurück")->required();
+    const auto [named, naming] =
+        addMeetingCommand(app, shell, "speaker", "Gibt einem Sprecher einen Namen", nameSpeaker);
+    named.add_option("SPRECHER", naming.speaker, "Kennung oder bisherige Bezeichnung")->required();
+    named.add_option("NAME", naming.name, "Der Name; leer nimmt ihn zurück")->required();
 
-    auto& exported = withMeeting(add("export", "Gibt ein Meeting als Datei aus", exportMeeting));
-    oneOf(exported.add_option("--format", values->format, "Die Form"),
+    const auto [exported, wanted] =
+        addMeetingCommand(app, shell, "export", "Gibt ein Meeting als Datei aus", exportMeeting);
+    oneOf(exported.add_option("--format", wanted.format, "Die Form"),
           {"text", "markdown", "html", "vtt", "srt", "json"})
         ->required();
-    oneOf(exported.add_option("--content", values->content, "Was ausgegeben wird (für text und markdown)"),
+    oneOf(exported.add_option("--content", wanted.content, "Was ausgegeben wird (für text und markdown)"),
           {"all", "transcript", "summary"});
-    exported.add_flag("--clock", values->clock, "Uhrzeiten statt der Zeit seit Beginn (für html)");
-    exported.add_option("-o,--output", values->output, "Die Datei; sonst die Standardausgabe")
+    exported.add_flag("--clock", wanted.clock, "Uhrzeiten statt der Zeit seit Beginn (für html)");
+    exported.add_option("-o,--output", wanted.output, "Die Datei; sonst die Standardausgabe")
         ->type_name("DATEI");
 }
 
