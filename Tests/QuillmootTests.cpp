@@ -376,7 +376,7 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
     const auto onTerminal = [&](const std::string& setup, const std::string& command) {
         return out("script -qec \"" + setup + "; " + command + "\" /dev/null");
     };
-    const auto narrow = onTerminal("stty cols 40", "quillmoot transcript Kundenportal");
+    const auto narrow = onTerminal("stty cols 40", "quillmoot transcript Kundenportal; quillmoot jobs --help");
     EXPECT_THAT(narrow, HasSubstr("\x1b[1;38;5;"));
     std::istringstream lines(narrow);
     for (std::string line; std::getline(lines, line);) {

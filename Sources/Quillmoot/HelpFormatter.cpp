@@ -1,5 +1,6 @@
 #include "HelpFormatter.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "CommandDescription.h"
@@ -9,24 +10,21 @@ namespace meetingcore::quillmoot {
 
 namespace {
 
-constexpr std::size_t columnsLeft = 30;
-
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
-void write(std::ostream& out, const std::string& heading, const Lines& lines) {
+void write(Terminal& out, const std::string& heading, const Lines& lines) {
     if (lines.empty()) return;
-    out << '\n' << heading << ":\n";
+    const auto limit = out.style().columns;
+    const std::size_t columnsLeft = limit == 0 ? 30 : std::min<std::size_t>(30, limit * 2 / 5 - 2);
+    out.raw("\n" + heading + ":\n");
     for (const auto& [left, right] : lines) {
         const auto columns = columnsOf(left);
-        out << "  " << left;
-        if (right.empty()) {
-            out << '\n';
-            continue;
-        }
         // What is longer than the column pushes its explanation to a line of its own.
-        out << (columns + 2 > columnsLeft ? "\n" + std::string(columnsLeft + 2, ' ')
-                                          : std::string(columnsLeft - columns, ' '))
-            << right << '\n';
+        if (columns + 2 > columnsLeft || right.empty()) out.wrapped("  ", left);
+        if (right.empty()) continue;
+        const auto before = columns + 2 > columnsLeft ? std::string(columnsLeft + 2, ' ')
+                                                      : "  " + left + std::string(columnsLeft - columns, ' ');
+        out.wrapped(before, right);
     }
 }
 
@@ -34,11 +32,13 @@ void write(std::ostream& out, const std::string& heading, const Lines& lines) {
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/,
                                      CLI::AppFormatMode /*mode*/) const {
-    std::ostringstream out;
-    out << app->get_description() << "\n\n";
+    std::ostringstream text;
+    Terminal out(text, {.columns = columns_});
+    out.wrapped("", app->get_description());
+    out.line();
     std::string lead = "Aufruf: ";
     for (const auto& line : usage(*app)) {
-        out << lead << line << '\n';
+        out.wrapped(lead, line);
         lead.assign(lead.size(), ' ');
     }
     Lines positionals;
@@ -56,8 +56,11 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string /*name*/,
     for (const auto* option : inheritedOptions(*app))
         switches.emplace_back(spelling(*option), option->get_description());
     write(out, "Optionen", switches);
-    if (!app->get_footer().empty()) out << '\n' << app->get_footer() << '\n';
-    return out.str();
+    if (!app->get_footer().empty()) {
+        out.line();
+        out.paragraphs(app->get_footer());
+    }
+    return text.str();
 }
 
 }  // namespace meetingcore::quillmoot

@@ -233,7 +233,7 @@ void describe(CLI::App& app, Shell& shell) {
     app.name("quillmoot");
     app.description(
         "Meetings von der Tondatei bis zur Zusammenfassung mit Belegen. Nichts verlässt diesen Computer.");
-    app.formatter(std::make_shared<HelpFormatter>());
+    app.formatter(std::make_shared<HelpFormatter>(shell.out().style().columns));
     app.set_help_flag("-h,--help", "Diese Hilfe");
     app.set_version_flag("--version", QUILLMOOT_VERSION, "Die Version dieses Programms");
     app.add_option_function<std::string>(
