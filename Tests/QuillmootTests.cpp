@@ -129,6 +129,8 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"import --microphone microphone.ogg --start ''", "Ungültige Zeit"}, {"list --root ''", "--root braucht einen Ordner."},
         {"import --microphone microphone.ogg --start '2026-03-29 02:30'", "Diese Uhrzeit gibt es hier nicht"},
         {"import --microphone microphone.ogg --title ' '", "Der Titel darf nicht leer sein."},
+        {"rename Kundenportal ' '", "TITEL: Der Wert darf nicht leer sein."}, {"participants Kundenportal --add ' '", "--add: Der Wert darf nicht leer sein."},
+        {"list --project ''", "--project: Der Wert darf nicht leer sein."}, {"pin ''", "MEETING: Der Wert darf nicht leer sein."},
         {"retention 99999", "36500"}, {"retention -5", "36500"},
         {"jobs Kundenportal weiter", "Ungültiger Wert: weiter"}, {"retention bald", "Erwartet wird eine Zahl von Tagen"},
         {"transcribe Kundenportal --engine true --jobs 0", "Erwartet wird eine Zahl von 1 bis 64: 0"},
@@ -143,13 +145,12 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
         {"speakers import Kundenportal microphone.vtt", "microphone.vtt"}, {"correct Kundenportal 1 Text", "Kein Segment"},
         {"summarize Kundenportal", "Sprachverarbeitung muss zuerst vollständig abgeschlossen sein."},
         {"list --project nix", "Ein Projekt „nix“ gibt es nicht."}, {"rename Kundenportal 'a\ab'", "darf keine Steuerzeichen"},
-        {"participants Kundenportal --add ' '", "Ein Name darf nicht leer sein."},
         {"participants Kundenportal --add \"$(printf %101s x | tr ' ' y)\"", "höchstens 100 Zeichen"},
         {"note Kundenportal - < /dev/zero", "länger als 1 MiB"}, {"note Kundenportal - < .", "konnte nicht gelesen werden."},
         {"transcript import Kundenportal --source meeting utf16.vtt", "utf16.vtt ist UTF-16."},
         {"--root /fehlt project add A", "Es gibt keinen Datenordner unter /fehlt."},
         {"import --root . --microphone microphone.ogg", "ist kein Datenordner."}, {"project rename Alt Neu", "Ein Projekt „Alt“ gibt es nicht."},
-        {"rename Kundenportal ' '", "Der Titel darf nicht leer sein."}, {"export Kundenportal --format srt", "Transkription"},
+        {"export Kundenportal --format srt", "Transkription"},
     };
     // clang-format on
     out("printf '\\377\\376W' >utf16.vtt");

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "AudioFile.h"
+#include "CommandDescription.h"
 #include "GermanWords.h"
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
@@ -341,7 +342,7 @@ void addAudioCommands(CLI::App& app, Shell& shell) {
         ->type_name("DATEI");
     imported.add_option("--start", recording.start, "Wann die Aufnahme begann, etwa „2026-03-14 09:30“")
         ->type_name("ZEIT");
-    imported.add_option("--project", recording.project, "Das Projekt, dem das Meeting gehört")
+    notBlank(imported.add_option("--project", recording.project, "Das Projekt, dem das Meeting gehört"))
         ->type_name("NAME");
     addJSON(imported, recording.json);
     imported.footer(

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "MeetingCore/Platform/Text.h"
+
 namespace meetingcore::quillmoot {
 
 namespace {
@@ -21,6 +23,12 @@ CLI::Option* oneOf(CLI::Option* option, std::initializer_list<const char*> choic
     return option->check([all](const std::string& value) {
         if (std::ranges::find(all, value) != all.end()) return std::string();
         return "Ungültiger Wert: " + value + " (möglich: " + joined(all, ", ") + ")";
+    });
+}
+
+CLI::Option* notBlank(CLI::Option* option) {
+    return option->check([](const std::string& value) {
+        return text::trimmed(value).empty() ? "Der Wert darf nicht leer sein." : std::string();
     });
 }
 

@@ -14,6 +14,9 @@ namespace meetingcore::quillmoot {
 /// Accepts no other values, and names them as the value's type, `text|markdown`.
 CLI::Option* oneOf(CLI::Option* option, std::initializer_list<const char*> choices);
 
+/// Accepts no empty text, nor one of blanks alone.
+CLI::Option* notBlank(CLI::Option* option);
+
 /// The values that `oneOf` has set; empty where there are others.
 std::vector<std::string> choicesOf(const CLI::Option& option);
 

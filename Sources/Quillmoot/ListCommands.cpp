@@ -437,7 +437,8 @@ int jobs(Shell& shell, const JobsValues& values) {
 
 void addListCommands(CLI::App& app, Shell& shell) {
     const auto [listed, selection] = addCommand(app, shell, "list", "Alle Meetings, die neuesten zuerst", list);
-    listed.add_option("--project", selection.project, "Nur die Meetings eines Projekts")->type_name("NAME");
+    notBlank(listed.add_option("--project", selection.project, "Nur die Meetings eines Projekts"))
+        ->type_name("NAME");
     addJSON(listed, selection.json);
 
     const auto [shown, details] =

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "CommandDescription.h"
 #include "GermanWords.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/SummaryInstructions.h"
@@ -346,12 +347,12 @@ int instructions(Shell& shell, const InstructionsValues& values) {
 }
 
 void addName(CLI::App& command, NameValues& values) {
-    command.add_option("NAME", values.name, "Der Name")->required();
+    notBlank(command.add_option("NAME", values.name, "Der Name"))->required();
 }
 
 void addNames(CLI::App& command, NewNameValues& values) {
-    command.add_option("NAME", values.name, "Der bisherige Name")->required();
-    command.add_option("NEU", values.newName, "Der neue Name")->required();
+    notBlank(command.add_option("NAME", values.name, "Der bisherige Name"))->required();
+    notBlank(command.add_option("NEU", values.newName, "Der neue Name"))->required();
 }
 
 void addProjectCommands(CLI::App& app, Shell& shell) {
@@ -383,7 +384,7 @@ void addFieldCommands(CLI::App& app, Shell& shell) {
     addName(removed, removal);
     const auto [set, filling] =
         addMeetingCommand(fields, shell, "set", "Füllt ein Feld eines Meetings aus", setField);
-    set.add_option("NAME", filling.field, "Das Feld")->required();
+    notBlank(set.add_option("NAME", filling.field, "Das Feld"))->required();
     set.add_option("WERT", filling.value, "Der Wert; ohne ihn wird das Feld geleert");
 }
 
@@ -392,7 +393,7 @@ void addFieldCommands(CLI::App& app, Shell& shell) {
 void addMeetingCommands(CLI::App& app, Shell& shell) {
     const auto [renamed, naming] =
         addMeetingCommand(app, shell, "rename", "Gibt einem Meeting einen Titel", rename);
-    renamed.add_option("TITEL", naming.title, "Der neue Titel")->required();
+    notBlank(renamed.add_option("TITEL", naming.title, "Der neue Titel"))->required();
 
     const auto [pinned, pinning] = addMeetingCommand(app, shell, "pin", "Heftet ein Meeting oben an", pin);
     pinned.add_flag("--off", pinning.off, "Nicht mehr oben anheften");
@@ -404,10 +405,10 @@ void addMeetingCommands(CLI::App& app, Shell& shell) {
 
     const auto [people, names] = addMeetingCommand(
         app, shell, "participants", "Zeigt oder ändert die Teilnehmer eines Meetings", participants);
-    people.add_option("--add", names.added, "Nimmt einen Namen auf")
+    notBlank(people.add_option("--add", names.added, "Nimmt einen Namen auf"))
         ->type_name("NAME")
         ->allow_extra_args(false);
-    people.add_option("--remove", names.removed, "Streicht einen Namen")
+    notBlank(people.add_option("--remove", names.removed, "Streicht einen Namen"))
         ->type_name("NAME")
         ->allow_extra_args(false);
     addJSON(people, names.json);

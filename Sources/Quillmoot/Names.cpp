@@ -10,7 +10,6 @@ std::string shortID(const UUID& id) { return id.string().substr(0, 8); }
 
 std::string checkedName(const std::string& typed, const char* what) {
     const auto name = text::trimmed(typed);
-    if (name.empty()) throw MeetingError::invalidData(std::string(what) + " darf nicht leer sein.");
     if (printable(name) != name)
         throw MeetingError::invalidData(std::string(what) + " darf keine Steuerzeichen enthalten.");
     return std::string(name);

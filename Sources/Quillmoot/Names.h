@@ -12,7 +12,7 @@ namespace meetingcore::quillmoot {
 /// The first eight digits of an identifier, which a person can type.
 std::string shortID(const UUID& id);
 
-/// The trimmed name; throws MeetingError where nothing is left, or what a terminal would act on.
+/// The trimmed name; throws MeetingError where it holds what a terminal would act on.
 std::string checkedName(const std::string& typed, const char* what);
 
 /// Whether two names are one, whatever their case, their accents and the space around them.

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CommandDescription.h"
 #include "Shell.h"
 
 namespace meetingcore::quillmoot {
@@ -42,7 +43,7 @@ CommandWithValues<Values> addMeetingCommand(CLI::App& parent, Shell& shell, cons
                                             const std::string& description,
                                             int (*body)(Shell&, const Values&)) {
     const auto added = addCommand(parent, shell, name, description, body);
-    added.command.add_option("MEETING", added.values.meeting, "Kennung, ihr Anfang, oder der Titel")
+    notBlank(added.command.add_option("MEETING", added.values.meeting, "Kennung, ihr Anfang, oder der Titel"))
         ->required();
     return added;
 }

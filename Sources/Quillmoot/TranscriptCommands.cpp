@@ -470,7 +470,8 @@ void addSpeakerCommands(CLI::App& app, Shell& shell) {
         addMeetingCommand(heard, shell, "import", "Übernimmt, wer wann spricht", importSpeakers);
     turns.add_option("DATEI", taken.file, "RTTM, oder ein Transkript mit Sprechern")->required();
     oneOf(turns.add_option("--source", taken.source, "Die Tonspur"), {"microphone", "meeting"});
-    turns.add_option("--recording", taken.recording, "Die Aufnahme in der RTTM-Datei")->type_name("NAME");
+    notBlank(turns.add_option("--recording", taken.recording, "Die Aufnahme in der RTTM-Datei"))
+        ->type_name("NAME");
     turns.add_flag("--replace", taken.replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
 
     const auto [none, declared] = addMeetingCommand(
@@ -514,14 +515,15 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
 
     const auto [corrected, correction] =
         addMeetingCommand(app, shell, "correct", "Berichtigt den Text eines Segments", correct);
-    corrected.add_option("SEGMENT", correction.segment, "Nummer aus „transcript --numbers“ oder Kennung")
+    notBlank(
+        corrected.add_option("SEGMENT", correction.segment, "Nummer aus „transcript --numbers“ oder Kennung"))
         ->required();
     corrected.add_option("TEXT", correction.text, "Der richtige Text; leer nimmt die Korrektur zurück")
         ->required();
 
     const auto [named, naming] =
         addMeetingCommand(app, shell, "speaker", "Gibt einem Sprecher einen Namen", nameSpeaker);
-    named.add_option("SPRECHER", naming.speaker, "Kennung oder bisherige Bezeichnung")->required();
+    notBlank(named.add_option("SPRECHER", naming.speaker, "Kennung oder bisherige Bezeichnung"))->required();
     named.add_option("NAME", naming.name, "Der Name; leer nimmt ihn zurück")->required();
 
     const auto [exported, wanted] =
