@@ -1,21 +1,9 @@
-#include <sstream>
-
-#include <gmock/gmock.h>
-
 #include "MeetingCore/Library/MeetingLibrary.h"
-#include "Support/FileContent.h"
 #include "Support/Process.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::AllOf;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 const std::string program = MEETING_quillmoot_PATH;
 
@@ -27,7 +15,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 }
 
 bool installed(const std::string& command) {
-    return testing::runProcess("/bin/sh", {"-c", "command -v " + command}).status == 0;
+    return runProcess("/bin/sh", {"-c", "command -v " + command}).status == 0;
 }
 
 /// A folder with the three scripts, some files, and a data folder with two meetings.
@@ -35,11 +23,11 @@ class Completion : public ::testing::Test {
 protected:
     Completion() {
         for (const std::string shell : {"bash", "zsh", "fish"}) {
-            const auto result = testing::runProcess(program, {"completion", shell});
+            const auto result = runProcess(program, {"completion", shell});
             EXPECT_EQ(result.status, 0) << result.err;
-            testing::writeFile(folder / shell, result.out);
+            writeFile(folder / shell, result.out);
         }
-        testing::writeFile(folder / "my talk.wav", "");
+        writeFile(folder / "my talk.wav", "");
         fs::create_directory(root);
         MeetingLibrary library(root);
         library.update([](LibrarySnapshot& snapshot) {
@@ -59,7 +47,7 @@ protected:
         const auto script = "cd '" + folder.string() + "'; source ./bash; COMP_WORDS=('" + program + "' " +
                             words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmoot; " +
                             R"(printf '%s\n' "${COMPREPLY[@]}")";
-        const auto result = testing::runProcess("/bin/bash", {"--norc", "-c", script});
+        const auto result = runProcess("/bin/bash", {"--norc", "-c", script});
         EXPECT_EQ(result.err, "") << words;
         auto lines = linesOf(result.out);
         std::erase(lines, "");
@@ -69,13 +57,13 @@ protected:
     std::vector<std::string> fish(const std::string& line) const {
         const auto script = "cd '" + folder.string() + "'; source ./fish; set -x PATH '" +
                             fs::path(program).parent_path().string() + "' $PATH; complete -C '" + line + "'";
-        const auto result = testing::runProcess("/usr/bin/env", {"fish", "--no-config", "-c", script},
-                                                {{"HOME", folder.string()}});
+        const auto result =
+            runProcess("/usr/bin/env", {"fish", "--no-config", "-c", script}, {{"HOME", folder.string()}});
         EXPECT_EQ(result.err, "") << line;
         return linesOf(result.out);
     }
 
-    testing::TemporaryFolder temporary;
+    TemporaryFolder temporary;
     fs::path folder = temporary.path();
     fs::path root = folder / "data";
 };
@@ -114,10 +102,9 @@ TEST_F(Completion, FishOffersWhatTheCommandLineTakes) {
         ::testing::Matcher<std::vector<std::string>> offered;
     } cases[] = {
         {"quillmoot exp", ElementsAre("export\tGibt ein Meeting als Datei aus")},
-        {"quillmoot --root data project re",
-         ElementsAre(::testing::StartsWith("remove\t"), ::testing::StartsWith("rename\t"))},
-        {"quillmoot export --format h", ElementsAre(::testing::StartsWith("html"))},
-        {"quillmoot export -o my", ElementsAre(::testing::StartsWith("my talk.wav"))},
+        {"quillmoot --root data project re", ElementsAre(StartsWith("remove\t"), StartsWith("rename\t"))},
+        {"quillmoot export --format h", ElementsAre(StartsWith("html"))},
+        {"quillmoot export -o my", ElementsAre(StartsWith("my talk.wav"))},
         {"quillmoot import --title ", IsEmpty()},
         {"quillmoot show --root data 0A1", ElementsAre("0A1B2C3D\tPlanung: März")},
         {"quillmoot show --root=data Rück", ElementsAre("Rückblick\t0A9B2C3D")},
@@ -127,22 +114,22 @@ TEST_F(Completion, FishOffersWhatTheCommandLineTakes) {
 
 TEST_F(Completion, ZshReadsItsScript) {
     if (!installed("zsh")) GTEST_SKIP() << "zsh is not installed";
-    const auto result = testing::runProcess("/usr/bin/env", {"zsh", "-n", (folder / "zsh").string()});
+    const auto result = runProcess("/usr/bin/env", {"zsh", "-n", (folder / "zsh").string()});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
 }
 
 TEST(Manual, SetsWithoutWarningAndNamesEveryCommand) {
     if (!installed("groff")) GTEST_SKIP() << "groff is not installed";
-    const auto result = testing::runProcess(
-        "/bin/sh", {"-c", "'" + program + "' manual | groff -man -Tutf8 -Kutf8 -ww -P-cbou"});
+    const auto result =
+        runProcess("/bin/sh", {"-c", "'" + program + "' manual | groff -man -Tutf8 -Kutf8 -ww -P-cbou"});
     EXPECT_EQ(result.err, "");
     for (const auto* const part : {"quillmoot - ", "ÜBERSICHT", "quillmoot project add [OPTIONEN] NAME",
                                    "--format text|markdown", "„nie“"}) {
-        EXPECT_THAT(result.out, ::testing::HasSubstr(part));
+        EXPECT_THAT(result.out, HasSubstr(part));
     }
-    EXPECT_THAT(result.out, Not(::testing::HasSubstr("complete-meetings")));
+    EXPECT_THAT(result.out, Not(HasSubstr("complete-meetings")));
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,21 +1,14 @@
 #include <random>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Summary/ExtractiveSummarizer.h"
 #include "MeetingCore/Summary/SummaryRun.h"
 #include "Support/MarkedMeeting.h"
 #include "Support/TestMeeting.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-using testing::agreement;
-using ::testing::IsEmpty;
-using testing::MarkedMeeting;
-using testing::TestMeeting;
 
 /// "Anna: …" lines, a speaker for each name.
 TranscriptDocument conversation(const std::vector<std::string>& lines) {
@@ -249,10 +242,9 @@ TEST(SummaryRun, WritesWhatTheEngineFoundUnlessTheTranscriptChanged) {
 TEST(ExtractiveSummarizer, StaysAsGoodAsItWasOnTheMeetingsItWasMadeWith) {
     constexpr std::array floors{std::pair(0.7, 0.85), std::pair(0.85, 0.85), std::pair(0.75, 0.6),
                                 std::pair(0.7, 0.55)};
-    std::array<testing::Agreement, 4> total;
+    std::array<Agreement, 4> total;
     for (const auto* name : MarkedMeeting::developed) {
-        const auto meeting =
-            MarkedMeeting::load(std::filesystem::path(MEETING_SAMPLES_FOLDER) / "Meetings" / name);
+        const auto meeting = MarkedMeeting::load(fs::path(MEETING_SAMPLES_FOLDER) / "Meetings" / name);
         const auto found = agreement(meeting, ExtractiveSummarizer().summarize(meeting.document));
         for (std::size_t kind = 0; kind < total.size(); ++kind) total[kind].add(found[kind]);
     }
@@ -263,4 +255,4 @@ TEST(ExtractiveSummarizer, StaysAsGoodAsItWasOnTheMeetingsItWasMadeWith) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

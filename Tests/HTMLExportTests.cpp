@@ -1,6 +1,5 @@
 #include <cmath>
 
-#include <gmock/gmock.h>
 #include <unicode/uchar.h>
 
 #include "MeetingCore/Platform/LiveTextSearch.h"
@@ -9,17 +8,12 @@
 #include "MeetingCore/Presentation/HTMLExport.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "Support/ExportSample.h"
-#include "Support/FileContent.h"
 #include "Support/Process.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-using testing::ExportSample;
-using ::testing::HasSubstr;
-using testing::numberedID;
-using testing::spoken;
 using enum AudioSource;
 using Texts = std::vector<std::string>;
 
@@ -114,16 +108,15 @@ std::string expectationsOf(const ExportSample& sample) {
 /// Runs a scenario of the folder Readers on a page in a browser.
 void expectInBrowser(const std::string& page, const std::string& scenario, const std::string& data) {
     const std::string programs = "for p in chromium chromedriver python3; do command -v $p || exit 1; done";
-    if (testing::runProcess("/bin/sh", {"-c", programs}).status != 0)
-        GTEST_SKIP() << "chromium is not installed";
-    const testing::TemporaryFolder folder;
-    testing::writeFile(folder.path() / "page.html", page);
-    testing::writeFile(folder.path() / "data.json", data);
-    const auto readers = std::filesystem::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests" / "Readers";
-    const auto result = testing::runProcess("/usr/bin/env",
-                                            {"python3", readers / "drive_page.py", folder.path() / "page.html",
-                                             readers / scenario, folder.path() / "data.json"},
-                                            {{"HOME", folder.path()}, {"XDG_CONFIG_HOME", folder.path()}});
+    if (runProcess("/bin/sh", {"-c", programs}).status != 0) GTEST_SKIP() << "chromium is not installed";
+    const TemporaryFolder folder;
+    writeFile(folder.path() / "page.html", page);
+    writeFile(folder.path() / "data.json", data);
+    const auto readers = fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests" / "Readers";
+    const auto result = runProcess("/usr/bin/env",
+                                   {"python3", readers / "drive_page.py", folder.path() / "page.html",
+                                    readers / scenario, folder.path() / "data.json"},
+                                   {{"HOME", folder.path()}, {"XDG_CONFIG_HOME", folder.path()}});
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
@@ -144,8 +137,8 @@ TEST(HTMLExport, NamesWhatIsMissingOrStale) {
     ExportSample sample;
     sample.document.segments[0].text += "!";
     EXPECT_THAT(HTMLExport::render(sample.exported(), options),
-                ::testing::AllOf(HasSubstr(MeetingExport::staleSummaryText), HasSubstr("data-times=\"clock\""),
-                                 ::testing::Not(HasSubstr("Das Budget für Q3 wurde besprochen."))));
+                AllOf(HasSubstr(MeetingExport::staleSummaryText), HasSubstr("data-times=\"clock\""),
+                      Not(HasSubstr("Das Budget für Q3 wurde besprochen."))));
 }
 
 TEST(SubtitleExport, IsReadAsWebVTTByABrowser) {
@@ -168,4 +161,4 @@ TEST(SubtitleExport, IsReadAsWebVTTByABrowser) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -220,12 +220,12 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
         {"fail",      [&](auto& l) { store().fail(l, "x", noon); },               "pfcf", staleLease},
         {"release",   [&](auto& l) { store().release(l, "x", noon); },            "ppcf", staleLease},
         {"renew",     [&](auto& l) { store().renew(l, noon, 9); },                "prcf", staleLease},
-        {"recover",   [&](auto&) { store().recoverExpired(noon.advanced(999)); }, "ppcf", "no failure"},
+        {"recover",   [&](auto&) { store().recoverExpired(noon.advanced(999)); }, "ppcf", noFailure},
         {"retry",     [&](auto& l) { store().retryFailed(l.item.id); },           "prcp", none},
-        {"retry all", [&](auto&) { store().retrySession(session_); },             "prcp", "no failure"},
+        {"retry all", [&](auto&) { store().retrySession(session_); },             "prcp", noFailure},
         {"restart",   [&](auto&) { store().restartSession(session_); },           "prpp", busy},
-        {"retire",    [&](auto&) { store().retireAudio(session_); },              "ffcf", "no failure"},
-        {"forget",    [&](auto&) { store().forgetSession(session_); },            "----", "no failure"}};
+        {"retire",    [&](auto&) { store().retireAudio(session_); },              "ffcf", noFailure},
+        {"forget",    [&](auto&) { store().forgetSession(session_); },            "----", noFailure}};
     // clang-format on
     const std::string row = "status||attempts||ifnull(lease_token,'')||ifnull(result,'')";
     const std::string states = "prcf";
@@ -239,7 +239,7 @@ TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {
             const auto before = column(id, row);
             const auto failure = refusalOf([&, &event = apply] { event(lease); });
             EXPECT_EQ(column(id, "status").substr(0, 1), after[i] == '-' ? "n" : after.substr(i, 1)) << id;
-            if (failure != "no failure") {
+            if (failure != noFailure) {
                 EXPECT_EQ(failure, expectedFailure) << id;
                 EXPECT_EQ(column(id, row), before) << id;
             }

@@ -24,7 +24,7 @@ std::vector<AudioChunk> acknowledgedIn(const std::string& output) {
 void expectIntact(DurableChunkStore& store, const std::vector<AudioChunk>& acknowledged) {
     const auto report = store.recover();
     EXPECT_THAT(report.problems, IsEmpty());
-    for (const auto& chunk : acknowledged) EXPECT_THAT(report.chunks, ::testing::Contains(chunk));
+    for (const auto& chunk : acknowledged) EXPECT_THAT(report.chunks, Contains(chunk));
     for (const auto& chunk : report.chunks) {
         const auto bytes = contentOf(store.chunkDirectory(chunk) / "audio.wav");
         EXPECT_TRUE(bytes == WAV::encode(samplesOf(chunk))) << chunk.id.string();

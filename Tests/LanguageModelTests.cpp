@@ -1,24 +1,15 @@
 #include <algorithm>
 
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Summary/SummaryInstructions.h"
 #include "SummaryWorker/AnswerGrammar.h"
 #include "SummaryWorker/ConstrainedSampler.h"
 #include "SummaryWorker/LanguageModel.h"
 #include "Support/BareModel.h"
-#include "Support/Failure.h"
-#include "Support/FileContent.h"
 #include "Support/StandInModel.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-using testing::BareModel;
-using testing::failureOf;
-using testing::outcomeOf;
-using testing::StandInScript;
 
 const std::string prompt =
     "<|im_start|>user\nDaten: []<|im_end|>\n<|im_start|>assistant\n<think>\n\n</think>\n";
@@ -31,9 +22,9 @@ const std::string summaryOpens = R"({"overview":[{"text":")", titleOpens = R"({"
 
 /// Lets our sampler and the plain chain choose up to 300 tokens, the same ones; returns how many of them were
 /// the model's first choice and how many were not.
-std::pair<int, int> choicesLikeThePlainChain(const std::filesystem::path& path, std::string_view grammar) {
+std::pair<int, int> choicesLikeThePlainChain(const fs::path& path, std::string_view grammar) {
     const BareModel bare(path);
-    const auto plain = testing::plainChain(bare.vocab, grammar.data());
+    const auto plain = plainChain(bare.vocab, grammar.data());
     ConstrainedSampler ours(bare.vocab, grammar);
     std::pair<int, int> choices;
     auto tokens = bare.tokenize(prompt);
@@ -60,8 +51,8 @@ protected:
         return LanguageModel(file);
     }
 
-    testing::TemporaryFolder folder;
-    std::filesystem::path file = folder.path() / "model.gguf";
+    TemporaryFolder folder;
+    fs::path file = folder.path() / "model.gguf";
     StandInScript script = StandInScript::answering(summary, title);
 };
 
@@ -81,7 +72,7 @@ TEST_F(LanguageModelTest, SaysItsScriptWhateverItWouldRatherSayAndChoosesAsThePl
 
 TEST_F(LanguageModelTest, ChoosesTheTokensOfThePlainChainWhereTheModelBabbles) {
     for (const unsigned seed : {1U, 2U, 3U}) {
-        testing::writeBabblingModel(file, seed);
+        writeBabblingModel(file, seed);
         for (const auto grammar : {summaryGrammar, titleGrammar}) {
             const auto [firstChoices, others] = choicesLikeThePlainChain(file, grammar);
             EXPECT_GT(std::min(firstChoices, others), 50) << "seed " << seed;
@@ -96,10 +87,10 @@ TEST_F(LanguageModelTest, JoinsACharacterSplitOverTwoTokens) {
 }
 
 TEST_F(LanguageModelTest, RefusesWhatIsNoModel) {
-    const auto whole = testing::contentOf(file);
+    const auto whole = contentOf(file);
     for (const auto size : {std::size_t{0}, std::size_t{5000}, whole.size() - 4096}) {
-        testing::writeFile(file, whole.substr(0, size));
-        EXPECT_EQ(failureOf([&] { LanguageModel model(file); }, MeetingError::Kind::notConfigured),
+        writeFile(file, whole.substr(0, size));
+        EXPECT_EQ(failureOf([&] { LanguageModel model(file); }, Kind::notConfigured),
                   "Qwen-Modell konnte nicht geladen werden.")
             << size;
     }
@@ -144,9 +135,9 @@ TEST_F(LanguageModelTest, BoundsItsAnswers) {
 }
 
 TEST_F(LanguageModelTest, FailsWhenTheModelComputesNoNumbers) {
-    auto bytes = testing::contentOf(file);
+    auto bytes = contentOf(file);
     bytes.replace(bytes.size() - 256, 256, 256, '\xFF');  // not-a-number, at the end of the last weights
-    testing::writeFile(file, bytes);
+    writeFile(file, bytes);
     EXPECT_EQ(outcomeOf([&] { return LanguageModel(file).generate(prompt, true); }),
               "Lokale Textgenerierung fehlgeschlagen.");
 }
@@ -172,4 +163,4 @@ TEST(RealVocabulary, EscapedTextFormsNoControlToken) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -16,8 +16,6 @@
 namespace meetingcore::testing {
 namespace {
 
-using ::testing::SizeIs;
-
 /// One data folder and what the recorder keeps open on it.
 class Recorder {
 public:

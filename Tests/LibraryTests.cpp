@@ -216,7 +216,7 @@ TEST(WorkScheduler, AddsOneJobPerWindowAndTrackOnce) {
                               R"(],"sessionID":")" + other.string() + R"(","source":"microphone"})"};
     std::vector<WorkItem> found;
     while (const auto lease = database.claimNext(Date::now(), 60)) found.push_back(lease->item);
-    EXPECT_THAT(found, ::testing::Contains(wanted));
+    EXPECT_THAT(found, Contains(wanted));
     chunks[3].startSeconds = 1;
     EXPECT_EQ(failureOf([&] { WorkScheduler::enqueue(chunks, database, true); }, Kind::database),
               "Auftrags-ID existiert mit einem anderen Inhalt.");
@@ -275,8 +275,7 @@ TEST(DataDirectoryPreference, RemembersTheChosenFolderInTheUsersConfiguration) {
     EXPECT_EQ(DataDirectoryPreference::selectedRoot(defaults), home.path() / "data" / "Quillstead");
     const auto chosen = home.path() / "Gewählt";
     fs::create_directories(chosen / "leer");
-    EXPECT_NE(failureOf([&] { DataDirectoryPreference::select(chosen, defaults); }, Kind::storage),
-              "no failure");
+    EXPECT_NE(failureOf([&] { DataDirectoryPreference::select(chosen, defaults); }, Kind::storage), noFailure);
     EXPECT_FALSE(fs::exists(home.path() / "config")) << "a refused folder changes nothing";
     DataDirectoryPreference::select(chosen / "leer" / ".." / "leer" / "", defaults);
     EXPECT_EQ(DataDirectoryPreference::selectedRoot(UserDefaults::standard()), chosen / "leer");
@@ -285,7 +284,7 @@ TEST(DataDirectoryPreference, RemembersTheChosenFolderInTheUsersConfiguration) {
     defaults.set("andere", "1");
     defaults.remove("localDataDirectory");
     EXPECT_EQ(contentOf(home.path() / "config" / "Quillstead" / "preferences.json"), R"({"andere":"1"})");
-    EXPECT_NE(failureOf([&] { defaults.set("Pfad", "\xFF"); }), "no failure");
+    EXPECT_NE(failureOf([&] { defaults.set("Pfad", "\xFF"); }), noFailure);
 
     ::setenv("XDG_CONFIG_HOME", "relativ", 1);
     ::unsetenv("XDG_DATA_HOME");
@@ -309,8 +308,7 @@ TEST(Trash, TakesAFolderWhole) {
     EXPECT_FALSE(fs::exists(folder));
     const auto trash = home.path() / "data" / "Trash";
     EXPECT_EQ(contentOf(trash / "files" / ".Audio-entfernen" / "a.chunk" / "audio.wav"), "Ton");
-    EXPECT_THAT(contentOf(trash / "info" / ".Audio-entfernen.trashinfo"),
-                ::testing::HasSubstr("Path=" + folder.string()));
+    EXPECT_THAT(contentOf(trash / "info" / ".Audio-entfernen.trashinfo"), HasSubstr("Path=" + folder.string()));
     EXPECT_THAT(failureOf([&] { moveToSystemTrash(folder); }, Kind::storage),
                 StartsWith("„.Audio-entfernen“ konnte nicht in den Papierkorb gelegt werden: "));
 #else

@@ -1,7 +1,6 @@
 #include <memory>
 #include <random>
 
-#include <gmock/gmock.h>
 #include <unicode/normalizer2.h>
 #include <unicode/stsearch.h>
 #include <unicode/tblcoll.h>
@@ -9,8 +8,9 @@
 #include "MeetingCore/Platform/LiveTextSearch.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Platform/UTF8.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
 using Ranges = std::vector<text::CharacterRange>;
@@ -50,9 +50,9 @@ TEST(Folding, IgnoresCaseAndAccentsOnlyAndFoldsEveryScalarAsICUDoes) {
 
 TEST(LiveTextSearch, MatchesTextsWithEveryTermOfTheQuery) {
     const auto terms = [](const char* query) { return LiveTextSearch(query).terms(); };
-    EXPECT_THAT(terms("Budget \u00a0budget\n\tQ3   Budget"), ::testing::ElementsAre("Budget", "Q3", "budget"));
-    EXPECT_THAT(terms("Äpfel Zebra apfel"), ::testing::ElementsAre("Zebra", "apfel", "Äpfel"));
-    EXPECT_THAT(terms(" \u2028 "), ::testing::IsEmpty());
+    EXPECT_THAT(terms("Budget \u00a0budget\n\tQ3   Budget"), ElementsAre("Budget", "Q3", "budget"));
+    EXPECT_THAT(terms("Äpfel Zebra apfel"), ElementsAre("Zebra", "apfel", "Äpfel"));
+    EXPECT_THAT(terms(" \u2028 "), IsEmpty());
     const std::tuple<const char*, const char*, bool> cases[] = {
         // clang-format off
         {"Muller", "Herr Müller", true}, {"mull ber", "Müller berichtet", true}, {"berichtet müller", "Müller berichtet", true},
@@ -126,4 +126,4 @@ TEST(LiveTextSearch, FindsWhatICUFindsInGermanText) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,29 +1,21 @@
 #include <cstdlib>
 #include <limits>
 
-#include <gmock/gmock.h>
-
 #include "MeetingCore/Presentation/JSONExport.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
 #include "Support/ExportSample.h"
-#include "Support/FileContent.h"
 #include "Support/Process.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-using ::testing::EndsWith;
-using testing::ExportSample;
-using ::testing::HasSubstr;
-using testing::numberedID;
-using testing::spoken;
 using Content = MeetingExport::Content;
 
 // Dates without a recording clock show in the machine's zone.
 const int machineZone = ::setenv("TZ", "Europe/Berlin", 1);
 
-const auto testsFolder = std::filesystem::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests";
+const auto testsFolder = fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests";
 
 /// Compares both forms with the files in the folder Golden; MEETING_RENEW_GOLDEN in the environment writes them
 /// instead.
@@ -31,8 +23,8 @@ void expectGolden(const ExportedMeeting& meeting, const std::string& name) {
     for (const bool plain : {true, false}) {
         const auto file = testsFolder / "Golden" / (name + (plain ? ".txt" : ".md"));
         const auto actual = MeetingExport::render(meeting, plain, Content::all);
-        if (std::getenv("MEETING_RENEW_GOLDEN") != nullptr) testing::writeFile(file, actual);
-        EXPECT_EQ(actual, testing::contentOf(file)) << file;
+        if (std::getenv("MEETING_RENEW_GOLDEN") != nullptr) writeFile(file, actual);
+        EXPECT_EQ(actual, contentOf(file)) << file;
     }
 }
 
@@ -75,12 +67,12 @@ TEST(MeetingExport, RendersTheSectionsAskedFor) {
     const auto transcript = rendered(Content::transcript), summary = rendered(Content::summary);
     EXPECT_EQ(transcript,
               header + "\n\nTranskript:\n\n" + MeetingExport::transcriptText(sample.document, false));
-    EXPECT_THAT(summary, ::testing::StartsWith(header + "\n\nZusammenfassung:\n\n"));
+    EXPECT_THAT(summary, StartsWith(header + "\n\nZusammenfassung:\n\n"));
     EXPECT_EQ(rendered(Content::all), transcript + summary.substr(header.size()));
 }
 
 TEST(MeetingExport, ShortensTheUserOnlyWhileTheMicrophoneHasOneSpeaker) {
-    auto document = testing::documentOf({spoken(1, 0, 1, AudioSource::microphone, {}, "hier")});
+    auto document = documentOf({spoken(1, 0, 1, AudioSource::microphone, {}, "hier")});
     EXPECT_EQ(MeetingExport::transcriptText(document, false), "Ich: hier");
     document.requiresMicrophoneDiarization = true;
     document.rawSegments[0].text = "da";
@@ -114,11 +106,11 @@ TEST(MeetingExport, NeverShowsAStaleSummaryAsCurrent) {
 /// finds Debian's modules.
 void expectRead(const std::string& program, const std::string& needs, const std::string& exported,
                 const std::string& golden) {
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto file = folder.path() / "exported";
-    testing::writeFile(file, exported);
+    writeFile(file, exported);
     const auto python = [](const std::vector<std::string>& arguments) {
-        return testing::runProcess("/usr/bin/env", arguments);
+        return runProcess("/usr/bin/env", arguments);
     };
     if (python({"/usr/bin/python3", "-c", "import " + needs}).status != 0)
         GTEST_SKIP() << "Python with the module " << needs << " is not installed";
@@ -142,4 +134,4 @@ TEST(JSONExport, IsReadByAnotherReader) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

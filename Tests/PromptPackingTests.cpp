@@ -1,17 +1,12 @@
 #include <random>
 
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Summary/RawSummary.h"
-#include "Support/Failure.h"
 #include "Support/NaivePacking.h"
+#include "Support/Testing.h"
 #include "Support/VocabularyModel.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-using testing::packNaively;
-using testing::promptAround;
 
 std::vector<std::string> conversation(unsigned seed) {
     // clang-format off
@@ -31,7 +26,7 @@ std::vector<std::string> conversation(unsigned seed) {
 }
 
 TEST(PromptPacking, FindsTheNaiveWaysPartsInTheRealVocabularyReadingAFractionOfTheText) {
-    testing::VocabularyModel model(MEETING_QWEN2_VOCABULARY);
+    VocabularyModel model(MEETING_QWEN2_VOCABULARY);
     for (const unsigned seed : {1U, 2U}) {
         const auto values = conversation(seed);
         for (const std::size_t budget : {400U, 5400U}) {
@@ -62,10 +57,10 @@ TEST(PromptPacking, RefusesAPromptBeyondItsByteLimitExactlyWhereTheNaiveWayDoes)
                 return std::to_string(packIntoArrays(values, promptAround, model, budget).size());
             };
             const auto naive = [&] { return std::to_string(packNaively(values, model, budget).size()); };
-            EXPECT_EQ(testing::outcomeOf(packed), testing::outcomeOf(naive));
+            EXPECT_EQ(outcomeOf(packed), outcomeOf(naive));
         }
     }
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,20 +1,12 @@
 #include <set>
-#include <sstream>
 
-#include <gmock/gmock.h>
 #include <simdjson.h>
 
-#include "Support/FileContent.h"
 #include "Support/QuillmootShell.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
 
 /// What a call may count on.
 enum class Needs { nothing, library, model };
@@ -50,7 +42,7 @@ std::string callFor(const Call& call, const std::string& meeting) {
     return line;
 }
 
-class Commands : public testing::QuillmootShell {
+class Commands : public QuillmootShell {
 protected:
     Commands() {
         importSample();
@@ -73,14 +65,14 @@ TEST_F(Commands, AreAllInThisTable) {
 }
 
 TEST_F(Commands, RefuseWhatTheyDoNotKnowAndChangeNothing) {
-    const auto library = testing::contentOf(root() / "library.json");
+    const auto library = contentOf(root() / "library.json");
     for (const auto& call : calls) {
         EXPECT_THAT(err(callFor(call, "Kundenportal") + " --gibtesnicht", 2),
                     StartsWith("Unerwartetes Argument: --gibtesnicht\nHilfe: quillmoot"));
         if (call.line.find("MEETING") == std::string::npos) continue;
         EXPECT_EQ(err(callFor(call, "Unbekannt")), "Kein Meeting passt zu „Unbekannt“.\n") << call.line;
     }
-    EXPECT_EQ(testing::contentOf(root() / "library.json"), library);
+    EXPECT_EQ(contentOf(root() / "library.json"), library);
 }
 
 TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
@@ -93,12 +85,12 @@ TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
             EXPECT_THAT(result.err, HasSubstr(message)) << call.line;
         }
     };
-    testing::writeFile(root() / "library.json", "{");
+    writeFile(root() / "library.json", "{");
     expectRefused("", "„library.json“ ist kein gültiges JSON.");
-    EXPECT_EQ(testing::contentOf(root() / "library.json"), "{");
+    EXPECT_EQ(contentOf(root() / "library.json"), "{");
     fs::remove(root() / "library.json");
-    testing::writeFile(root() / "quillmoot.sqlite",
-                       "keine Datenbank, aber länger als deren Kopf " + std::string(200, 'x'));
+    writeFile(root() / "quillmoot.sqlite",
+              "keine Datenbank, aber länger als deren Kopf " + std::string(200, 'x'));
     EXPECT_THAT(sh("quillmoot doctor").out,
                 HasSubstr("„quillmoot.sqlite“ ist beschädigt; es hilft nur eine Sicherung."));
     // What reads makes no folder where none is.
@@ -118,7 +110,7 @@ TEST_F(Commands, WriteForProgramsForPipesAndForNarrowTerminals) {
         if (!call.reads) continue;
         const auto command = callFor(call, "Kundenportal");
         const auto plain = out(command);
-        EXPECT_THAT(plain, AllOf(Not(HasSubstr("\x1b")), ::testing::EndsWith("\n"))) << call.line;
+        EXPECT_THAT(plain, AllOf(Not(HasSubstr("\x1b")), EndsWith("\n"))) << call.line;
         simdjson::dom::parser parser;
         EXPECT_EQ(parser.parse(out(command + " --json")).error(), simdjson::SUCCESS) << call.line;
         EXPECT_EQ(sh(command + " | true").err, "") << call.line << " into a closed pipe";
@@ -162,4 +154,4 @@ TEST_F(Commands, DoWhatTheySay) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,26 +1,14 @@
-#include <sstream>
-
-#include <gmock/gmock.h>
 #include <simdjson.h>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
-#include "Support/FileContent.h"
 #include "Support/QuillmootShell.h"
 #include "Support/SampleMeeting.h"
 #include "Support/StandInModel.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::AllOf;
-using testing::contentOf;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using testing::writeFile;
 
 /// The keys of a JSON object, or of the first one in a list, in their order.
 std::string keysOf(const std::string& text) {
@@ -33,7 +21,7 @@ std::string keysOf(const std::string& text) {
     return keys;
 }
 
-using Quillmoot = testing::QuillmootShell;
+using Quillmoot = QuillmootShell;
 
 TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     importSample();
@@ -56,12 +44,12 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     out("quillmoot speaker Kundenportal 'stefan VOGT' 'Stefan V.'");
     EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Stefan V."));
 
-    const auto sample = testing::SampleMeeting::load(sampleFolder);
+    const auto sample = SampleMeeting::load(sampleFolder);
     const auto models = home.path() / "modelle";
     fs::create_directory(models);
     writeStandInModel(models / "modell.gguf",
-                      testing::StandInScript::answering(sample.summaryAnswer, sample.titleAnswer));
-    testing::writeCatalog(models / "katalog.json", models / "modell.gguf");
+                      StandInScript::answering(sample.summaryAnswer, sample.titleAnswer));
+    writeCatalog(models / "katalog.json", models / "modell.gguf");
     const auto engine = " Kundenportal --engine model --models " + models.string() + " --worker " +
                         MEETING_SummaryWorkerFixture_PATH;
     const auto catalog = "SUMMARY_WORKER_CATALOG=" + (models / "katalog.json").string() + " ";
@@ -461,4 +449,4 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

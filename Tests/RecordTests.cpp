@@ -50,7 +50,7 @@ TEST(Models, ValidatesChunks) {
         change(changed);
         return failureOf([&] { changed.validate(); });
     };
-    for (const auto change : valid) EXPECT_EQ(failure(change), "no failure");
+    for (const auto change : valid) EXPECT_EQ(failure(change), noFailure);
     for (const auto change : invalid) EXPECT_EQ(failure(change), "Ungültige Audioabschnitt-Metadaten.");
 }
 
@@ -63,7 +63,7 @@ std::string planned(const std::vector<AudioChunk>& chunks, double target, bool f
             for (const auto& part : window.chunks) windows += std::to_string(part.sequence);
         }
     });
-    return failure == "no failure" ? windows : failure;
+    return failure == noFailure ? windows : failure;
 }
 
 TEST(WindowPlanner, FillsWindowsToTheirTargetAndClosesThemAtGaps) {

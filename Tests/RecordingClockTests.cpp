@@ -1,11 +1,10 @@
 #include <cstdlib>
 #include <limits>
 
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Presentation/TimestampFormatter.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
 using enum TranscriptTimestampMode;
@@ -51,4 +50,4 @@ TEST(RecordingClock, IsStoredUnderItsFieldNames) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,17 +1,10 @@
-#include <gmock/gmock.h>
-
 #include "MeetingCore/Summary/RawSummary.h"
-#include "Support/FileContent.h"
 #include "Support/Process.h"
 #include "Support/SampleMeeting.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 std::vector<std::string> samples() {
     std::vector<std::string> folders;
@@ -22,8 +15,8 @@ std::vector<std::string> samples() {
 
 class Sample : public ::testing::TestWithParam<std::string> {
 protected:
-    const testing::SampleMeeting sample = testing::SampleMeeting::load(GetParam());
-    const testing::TemporaryFolder root;
+    const SampleMeeting sample = SampleMeeting::load(GetParam());
+    const TemporaryFolder root;
 };
 
 TEST_P(Sample, BecomesATranscriptWhoseAnswersHaveEvidenceWordForWord) {
@@ -53,20 +46,20 @@ TEST_P(Sample, BecomesATranscriptWhoseAnswersHaveEvidenceWordForWord) {
 INSTANTIATE_TEST_SUITE_P(Samples, Sample, ::testing::ValuesIn(samples()));
 
 TEST(Demo, TakesTheSampleFromItsFilesToSummaryTitleAndPage) {
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto root = folder.path() / "Daten";
     const auto programs = fs::path(MEETING_quillmoot_PATH).parent_path();
     const auto run = [&] {
-        return testing::runProcess(fs::path(MEETING_SAMPLES_FOLDER) / "demo", {programs, "--root", root},
-                                   {{"MEETING_MODELS", "/fehlt"}});
+        return runProcess(fs::path(MEETING_SAMPLES_FOLDER) / "demo", {programs, "--root", root},
+                          {{"MEETING_MODELS", "/fehlt"}});
     };
     const auto first = run();
     EXPECT_EQ(first.status, 0) << first.err;
-    EXPECT_THAT(first.out, ::testing::AllOf(HasSubstr("Stellvertreter"), HasSubstr("\nJana Keller  10:00:00\n"),
-                                            HasSubstr("Wettermann"), Not(HasSubstr("\x1b"))));
-    EXPECT_THAT(testing::contentOf(root / "kundenportal.html"), HasSubstr("Meral Aydın"));
+    EXPECT_THAT(first.out, AllOf(HasSubstr("Stellvertreter"), HasSubstr("\nJana Keller  10:00:00\n"),
+                                 HasSubstr("Wettermann"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(contentOf(root / "kundenportal.html"), HasSubstr("Meral Aydın"));
     EXPECT_THAT(run().err, HasSubstr("ist nicht leer"));
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -6,26 +6,19 @@
 #include <tuple>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
 
 #include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/Subprocess.h"
 #include "MeetingCore/Summary/SummaryProcess.h"
-#include "Support/Failure.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-namespace fs = std::filesystem;
 using End = SubprocessResult::End;
 using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using testing::failureOf;
-using testing::TemporaryFolder;
 
 SubprocessCommand shell(const std::string& script) { return {.arguments = {"sh", "-c", script}}; }
 
@@ -78,7 +71,7 @@ TEST(Subprocess, ReportsOutputErrorsAndStatus) {
     }
     EXPECT_EQ(run({.arguments = {"printf", "%s|", "a b", "", "$HOME;", "ä"}}).output, "a b||$HOME;|ä|");
     const auto failure = [](const char* program) {
-        return failureOf([&] { run({.arguments = {program}}); }, MeetingError::Kind::notConfigured);
+        return failureOf([&] { run({.arguments = {program}}); }, Kind::notConfigured);
     };
     EXPECT_EQ(failure("gibt-es-nicht"), "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
     EXPECT_EQ(failure("/usr/bin"), "„bin“ ist kein ausführbares Programm.");
@@ -185,7 +178,7 @@ std::string runWorker(const std::string& script, bool titleOnly = false, std::st
             if (state == SummaryProcess::State::titling) stop.request();
         });
     });
-    return failure != "no failure" ? failure : finished ? "finished" : "stopped";
+    return failure != noFailure ? failure : finished ? "finished" : "stopped";
 }
 
 std::string line(const std::string& state, const std::string& more = "") {
@@ -215,4 +208,4 @@ TEST(SummaryProcess, SaysWhyThereIsNoResult) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,20 +1,12 @@
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/ModelCatalog.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
-#include "Support/Failure.h"
-#include "Support/FileContent.h"
-#include "Support/TemporaryFolder.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::failureOf;
-using testing::noFailure;
-using testing::outcomeOf;
 
 std::string repeated(const std::string& piece, std::size_t count) {
     std::string text;
@@ -173,12 +165,12 @@ TEST(SummaryInstructions, BuildThePromptByteForByte) {
 TEST(ModelCatalog, AcceptsOnlyTheIntactFileAndNoticesItsExchange) {
     using enum MeetingError::Kind;
     const std::string bytes(4'194'304 + 17, 'm');  // more than one read takes
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto file = folder.path() / "modell.gguf";
     const ModelCatalog catalog({{"other", "anderes.gguf", 1, "00"},
                                 {"summary", "modell.gguf", std::ssize(bytes), SHA256::hex(bytes)}});
     const auto failure = [&](const std::string& content, MeetingError::Kind kind, const char* id = "summary") {
-        testing::writeFile(file, content);
+        writeFile(file, content);
         return failureOf([&] { catalog.verify(id, folder.path()); }, kind);
     };
     for (const std::size_t position : {std::size_t{0}, bytes.size() / 2, bytes.size() - 1}) {
@@ -197,7 +189,7 @@ TEST(ModelCatalog, AcceptsOnlyTheIntactFileAndNoticesItsExchange) {
     const auto intact = catalog.verify("summary", folder.path());
     intact.requireUnchanged();
     const auto modified = fs::last_write_time(file);
-    testing::writeFile(file, bytes);
+    writeFile(file, bytes);
     fs::last_write_time(file, modified);  // the same file, bytes and date, and still it was written to
     const std::string exchanged =
         "Die Modelldatei modell.gguf wurde während der Prüfung ausgetauscht. Bitte erneut starten.";
@@ -209,4 +201,4 @@ TEST(ModelCatalog, AcceptsOnlyTheIntactFileAndNoticesItsExchange) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,27 +1,15 @@
 #include <algorithm>
-#include <functional>
-
-#include <gmock/gmock.h>
 
 #include "MeetingCore/Platform/Digest.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "SummaryWorker/PromptPacking.h"
 #include "SummaryWorker/SummaryTask.h"
 #include "SummaryWorker/TitleTask.h"
-#include "Support/Failure.h"
-#include "Support/FileContent.h"
 #include "Support/TestMeeting.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using ::testing::AllOf;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::SizeIs;
-using testing::TestMeeting;
 
 using Answer = std::function<std::string(const std::string& prompt)>;
 
@@ -55,11 +43,11 @@ struct Pipeline final : TextModel {
     /// The states that the task reports, each with a full stop, and the message that it ends in.
     std::string outcomeOf(void (*task)(const MeetingRun&)) {
         std::string states;
-        const auto failure = testing::failureOf([&] {
+        const auto failure = failureOf([&] {
             const SummaryRun run(meeting.session, meeting.root.path());
             task({run, *this, [&](std::string_view state) { states += std::string(state) + "."; }});
         });
-        return failure == testing::noFailure ? states : states + " " + failure;
+        return failure == noFailure ? states : states + " " + failure;
     }
     std::string summarize() {
         return outcomeOf([](const auto& run) { SummaryTask(run).run(); });
@@ -122,14 +110,14 @@ TEST(SummaryTask, TakesCheckedPartsFromTheCacheUntilAnythingTheyDependOnChanges)
     EXPECT_TRUE(runsModel()) << "another transcript";
     EXPECT_FALSE(runsModel());
     for (const auto& entry : fs::directory_iterator(meeting.folder() / "summary-parts"))
-        testing::writeFile(entry.path(), "{\"overview\":");
+        writeFile(entry.path(), "{\"overview\":");
     EXPECT_TRUE(runsModel()) << "damaged entries";
 }
 
 TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     TestMeeting meeting({"Guten Morgen."});
     const auto summary = meeting.folder() / "summary.json";
-    testing::writeFile(summary, "old");
+    writeFile(summary, "old");
     Pipeline twice(meeting, inTurn({"kein JSON", answerWith(point("Gruß", "s999"))}));
     EXPECT_EQ(twice.summarize(), "summarizing. Zusammenfassung nennt eine unbekannte Quellen-ID.");
     EXPECT_EQ(twice.cacheSize(), 0U);
@@ -137,7 +125,7 @@ TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     Pipeline failed(meeting, [&](const auto&) -> std::string { throw MeetingError::invalidData(overlong); });
     EXPECT_EQ(failed.summarize(), "summarizing. " + overlong);
     EXPECT_THAT(failed.prompts, SizeIs(1)) << "a failed generation is not tried again";
-    EXPECT_EQ(testing::contentOf(summary), "old");
+    EXPECT_EQ(contentOf(summary), "old");
 
     const std::string twiceCited = R"({"text":"Gruß","ids":["s1","s1"]})";
     for (const auto& refused :
@@ -219,7 +207,7 @@ TEST(SummaryTask, TakesACacheThatCannotBeWrittenForAFailedAttempt) {
         if (prompt.find("Die vorige Antwort") < prompt.size()) {
             fs::create_directory(parts);
         } else {
-            testing::writeFile(parts, "in the way");
+            writeFile(parts, "in the way");
         }
         return good;
     });
@@ -272,7 +260,7 @@ TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {
     unfinished.database.enqueue({"more", unfinished.session, "transcribe", "{}"});
     TestMeeting unassigned({"Guten Morgen."}, AudioSource::meeting);
     for (auto* waiting : {&unfinished, &unassigned}) {
-        testing::writeFile(waiting->folder() / "audio-removed.json", "{}");  // a summary would not mind
+        writeFile(waiting->folder() / "audio-removed.json", "{}");  // a summary would not mind
         EXPECT_EQ(Pipeline(*waiting, {}).title(),
                   " Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.");
     }
@@ -280,4 +268,4 @@ TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,6 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "MeetingCore/Library/SpeakerIntake.h"
 #include "MeetingCore/Library/TranscriptIntake.h"
 #include "MeetingCore/Library/WorkScheduler.h"
@@ -8,20 +5,11 @@
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Support/CrashingFileManager.h"
-#include "Support/Failure.h"
-#include "Support/FileContent.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-using testing::CrashingFileManager;
-using ::testing::ElementsAre;
-using testing::failureOf;
-using ::testing::HasSubstr;
-using testing::PowerCut;
-using testing::writeFile;
 
 constexpr auto microphone = AudioSource::microphone;
 constexpr auto meeting = AudioSource::meeting;
@@ -127,8 +115,8 @@ protected:
             std::int64_t sequence = 0;
             for (const auto& [start, seconds] :
                  std::vector<std::pair<double, std::int64_t>>{{0, 60}, {60, 40}, {110, 10}}) {
-                const auto chunk = testing::testChunk(session.id, sequence++, start, seconds * 16'000, source);
-                store.commit(chunk, testing::samplesOf(chunk));
+                const auto chunk = testChunk(session.id, sequence++, start, seconds * 16'000, source);
+                store.commit(chunk, samplesOf(chunk));
                 chunks.push_back(chunk);
             }
         }
@@ -157,7 +145,7 @@ protected:
 
     TranscriptDocument load() { return TranscriptStorage::load(session.id, root.path(), database); }
 
-    std::filesystem::path edits() const {
+    fs::path edits() const {
         return TranscriptStorage::sessionDirectory(root.path(), session.id) / "transcript-edits.json";
     }
 
@@ -171,8 +159,8 @@ protected:
         return lines;
     }
 
-    testing::TemporaryFolder root;
-    MeetingSession session = testing::testSession();
+    TemporaryFolder root;
+    MeetingSession session = testSession();
     SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
     std::vector<AudioChunk> chunks;
 };
@@ -258,7 +246,7 @@ TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
     database.fail(failed, "kaputt", noon);
     const auto foreign = database.claim(track[1].id(), noon, 60).value();
     const std::string busy = "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.";
-    EXPECT_EQ(failureOf([&] { take(meeting, file); }, MeetingError::Kind::database), busy);
+    EXPECT_EQ(failureOf([&] { take(meeting, file); }, Kind::database), busy);
     EXPECT_EQ(database.jobStats(session.id).at("failed"), 1);  // nothing was touched
     database.renew(foreign, noon, 60);                         // the other worker keeps its lease
     database.fail(foreign, "Absturz", noon);
@@ -279,13 +267,13 @@ TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
 }
 
 TEST_F(IntakeTest, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
-    const auto other = testing::testSession();
+    const auto other = testSession();
     DurableChunkStore store(root.path() / "Meetings");
     store.createSession(other);
     std::vector<AudioChunk> track;
     for (int i = 0; i < 6; ++i) {
-        track.push_back(testing::testChunk(other.id, i, 20.0 * i, std::int64_t{20} * 16'000, meeting));
-        store.commit(track.back(), testing::samplesOf(track.back()));
+        track.push_back(testChunk(other.id, i, 20.0 * i, std::int64_t{20} * 16'000, meeting));
+        store.commit(track.back(), samplesOf(track.back()));
     }
     const auto file = captions({caption(1, 2, "eins"), caption(30, 31, "zwei"), caption(90, 91, "drei")});
     for (const auto finished : {2U, 0U}) {
@@ -295,7 +283,7 @@ TEST_F(IntakeTest, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
         EXPECT_EQ(report.finished, finished);
         EXPECT_EQ(database.jobs(other.id).size(), 2U);
         EXPECT_EQ(TranscriptStorage::load(other.id, root.path(), database).segments.size(), 3U);
-        std::filesystem::remove_all(store.chunkDirectory(track[1]));
+        fs::remove_all(store.chunkDirectory(track[1]));
     }
 }
 
@@ -474,4 +462,4 @@ TEST_F(IntakeTest, ReadsTheLibrarysOwnSubtitlesBack) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,16 +1,12 @@
 #include <limits>
 
-#include <gmock/gmock.h>
-
 #include "MeetingCore/Presentation/TranscriptPresentation.h"
 #include "Support/ExportSample.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-using testing::documentOf;
-using ::testing::ElementsAre;
-using testing::spoken;
 using enum AudioSource;
 
 std::vector<std::string> shapes(const TranscriptDocument& document, bool original = false) {
@@ -116,4 +112,4 @@ TEST(TranscriptProcessingState, TakesTheFirstThatApplies) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

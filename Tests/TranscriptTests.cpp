@@ -48,7 +48,7 @@ TEST(SpeechResult, MustFitItsWindow) {
         change(result, result.segments.front());
         return failureOf([&] { result.validate(window); });
     };
-    const std::string valid = "no failure";
+    const std::string valid = noFailure;
     const std::string invalid = "Ungültige Zeitmarken oder Textsegmente vom Sprachmodell.";
     const std::tuple<double, double, std::string> times[] = {
         {9.9, 130.5, valid}, {20, 20, valid},    {9.89, 20, invalid},    {20, 130.5001, invalid},
@@ -281,7 +281,7 @@ TEST_F(TranscriptStorageTest, RefusesADiarizationThatDoesNotFit) {
     using Change = void (*)(DiarizationResult&, SpeakerTurn&);
     const std::string foreign = "Falsche Diarisierungssitzung.", times = "Ungültige Sprecherzeitmarken.";
     const std::pair<Change, std::string> cases[] = {
-        {[](auto&, auto& turn) { turn.endSeconds = 1; }, "no failure"},
+        {[](auto&, auto& turn) { turn.endSeconds = 1; }, noFailure},
         {[](auto& d, auto&) { d.sessionID = d.generation; }, foreign},
         {[](auto& d, auto&) { d.version = 0; }, foreign},
         {[](auto& d, auto& turn) { d.version = 3, turn.speakerID = ""; }, foreign},
@@ -303,7 +303,7 @@ TEST_F(TranscriptStorageTest, ReadsFilesOfUpTo64MiB) {
     std::string edits = R"({"correctedText":{},"speakerNames":{}})";
     edits.resize(67'108'864, ' ');
     writeFile(editsFile, edits);
-    EXPECT_EQ(loadFailure(), "no failure");
+    EXPECT_EQ(loadFailure(), noFailure);
     for (const auto& file : {editsFile, turnsFile}) writeFile(file, edits + ' ');
     for (const auto& failure : {loadFailure(), failureOf([&] { hasUnfinished(); })})
         EXPECT_EQ(failure, "Ergebnisdatei ist zu groß.");

@@ -1,10 +1,6 @@
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <thread>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "MeetingCore/Library/TranscriptionRun.h"
 #include "MeetingCore/Library/WorkScheduler.h"
@@ -13,23 +9,14 @@
 #include "MeetingCore/Recording/WAV.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/Failure.h"
 #include "Support/ForkedProcess.h"
-#include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using ::testing::ElementsAre;
-using testing::failureOf;
-using testing::ForkedProcess;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Pair;
-using testing::TemporaryFolder;
 
 /// A meeting whose recording consists of windows of a tenth of a second every ten seconds, and engines for it:
 /// shell scripts that get the file, the window's id, its source and its start.
@@ -38,15 +25,14 @@ protected:
     void record(const std::vector<AudioChunk>& chunks) {
         DurableChunkStore store(meetings());
         if (!fs::exists(meetings())) store.createSession(session_);
-        for (const auto& chunk : chunks) store.commit(chunk, testing::samplesOf(chunk));
+        for (const auto& chunk : chunks) store.commit(chunk, samplesOf(chunk));
         SQLiteJobStore database(databaseFile());
         WorkScheduler::enqueue(chunks, database, true);
     }
 
     void record(int windows, AudioSource source = AudioSource::meeting) {
         std::vector<AudioChunk> chunks;
-        for (int i = 0; i < windows; ++i)
-            chunks.push_back(testing::testChunk(session_.id, i, 10.0 * i, 1600, source));
+        for (int i = 0; i < windows; ++i) chunks.push_back(testChunk(session_.id, i, 10.0 * i, 1600, source));
         record(chunks);
     }
 
@@ -90,19 +76,19 @@ protected:
     fs::path databaseFile() const { return root() / "quillmoot.sqlite"; }
 
     TemporaryFolder folder_;
-    MeetingSession session_ = testing::testSession();
+    MeetingSession session_ = testSession();
 };
 
 TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
     const TranscriptionWindow window{
         session_.id,
         AudioSource::microphone,
-        {testing::testChunk(session_.id, 0, 5, 1600), testing::testChunk(session_.id, 1, 5.14, 800)}};
+        {testChunk(session_.id, 0, 5, 1600), testChunk(session_.id, 1, 5.14, 800)}};
     record(window.chunks);
     SQLiteJobStore(databaseFile()).enqueue({"other", UUID::random(), "transcribe", "{}"});
-    auto samples = testing::samplesOf(window.chunks[0]);
+    auto samples = samplesOf(window.chunks[0]);
     samples.resize(2240);
-    for (const auto sample : testing::samplesOf(window.chunks[1])) samples.push_back(sample);
+    for (const auto sample : samplesOf(window.chunks[1])) samples.push_back(sample);
 
     const auto report =
         run(engine("cat \"$wav\"" + toLog() + R"(touch "$wav.json"; ls -ld "${wav%/*}" "$wav" | cut -c 1-10)" +
@@ -114,7 +100,7 @@ TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
 }
 
 TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
-    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    const auto chunk = testChunk(session_.id, 0, 20, 1600);
     record({chunk});
     const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
     const auto failure = [&](const std::string& command, std::chrono::milliseconds limit = 60s) {
@@ -132,7 +118,7 @@ TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
 }
 
 TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
-    const auto chunk = testing::testChunk(session_.id, 0, 20, 1600);
+    const auto chunk = testChunk(session_.id, 0, 20, 1600);
     record({chunk});
     const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
     const auto heard = [&](const std::string& json) {
@@ -164,7 +150,7 @@ TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
                                {":1,", ":3,"},
                                {"window", "other"},
                                {own.c_str(), "[]"}})
-        EXPECT_NE(failureOf([&] { heard(text::replacing(own, change.first, change.second)); }), "no failure")
+        EXPECT_NE(failureOf([&] { heard(text::replacing(own, change.first, change.second)); }), noFailure)
             << change.second;
 }
 
@@ -246,7 +232,7 @@ TEST_F(TranscriptionRunTest, GivesBackWhatAStopRequestInterrupts) {
     EXPECT_EQ(report.pending, 3);
     EXPECT_THAT(stats(), ElementsAre(Pair("pending", 3)));
     EXPECT_FALSE(hasWorkFolder());
-    EXPECT_EQ(failureOf([&] { run("gibt-es-nicht", {.jobs = 2}); }, MeetingError::Kind::notConfigured),
+    EXPECT_EQ(failureOf([&] { run("gibt-es-nicht", {.jobs = 2}); }, Kind::notConfigured),
               "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
     EXPECT_THAT(stats(), ElementsAre(Pair("pending", 3)));
     EXPECT_EQ(run(engine("")).transcribed, 3);
@@ -280,4 +266,4 @@ TEST_F(TranscriptionRunTest, SharesTheWindowsWithAnotherProcess) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

@@ -1,33 +1,22 @@
 #include <set>
-#include <sstream>
-
-#include <gmock/gmock.h>
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
 #include "SummaryWorker/Progress.h"
-#include "Support/FileContent.h"
 #include "Support/Process.h"
 #include "Support/StandInModel.h"
 #include "Support/TestMeeting.h"
+#include "Support/Testing.h"
 
-namespace meetingcore {
+namespace meetingcore::testing {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::contentOf;
-using ::testing::HasSubstr;
-using testing::StandInScript;
-using ::testing::StartsWith;
-using testing::TestMeeting;
-using testing::writeFile;
 
 const std::string done = "loadingSummary, summarizing, summaryFinished";
 const std::string allCached = "loadingSummary, summaryFinished";
 
 /// The states that a run reported, and the message of the last one.
-std::string reported(const testing::ProcessResult& result) {
+std::string reported(const ProcessResult& result) {
     std::string states;
     std::map<std::string, std::string> fields;
     std::istringstream lines(result.out);
@@ -53,18 +42,18 @@ protected:
     }
     void useModel(const StandInScript& script) const {
         writeStandInModel(model, script);
-        testing::writeCatalog(catalog, model);
+        writeCatalog(catalog, model);
     }
     std::string run(const std::string& command) const {
-        return reported(testing::runProcess("/bin/sh", {"-c", command}, environment));
+        return reported(runProcess("/bin/sh", {"-c", command}, environment));
     }
-    testing::ChildProcess start() const { return {"/bin/sh", {"-c", "exec " + worker}, environment}; }
+    ChildProcess start() const { return {"/bin/sh", {"-c", "exec " + worker}, environment}; }
 
     TestMeeting meeting{{"Guten Morgen, Anna.", "Anna liefert bis Freitag."}};
     fs::path root = meeting.root.path(), models = root / "Modelle", model = models / "Qwen3-4B-Q4_K_M.gguf";
     fs::path catalog = root / "catalog.json", summary = meeting.folder() / "summary.json";
-    testing::ChildProcess::Environment environment{{"SUMMARY_WORKER_CATALOG", catalog},
-                                                   {"GGML_BACKEND_PATH", root / "libggml-evil.so"}};
+    ChildProcess::Environment environment{{"SUMMARY_WORKER_CATALOG", catalog},
+                                          {"GGML_BACKEND_PATH", root / "libggml-evil.so"}};
     std::string session = " --protocol 1 --session " + meeting.session.string();
     std::string arguments = session + " --models " + models.string() + " --root " + root.string();
     std::string worker = MEETING_SummaryWorkerFixture_PATH + arguments, titleWorker = worker + " --title-only";
@@ -102,7 +91,7 @@ TEST_F(Worker, ReadsItsArgumentsInOrderAndTakesWhateverFollowsAName) {
 }
 
 TEST_F(Worker, StaysInsideTheLibrary) {
-    const testing::TemporaryFolder outside;
+    const TemporaryFolder outside;
     for (const auto& folder : {meeting.folder(), root / "Meetings"}) {
         fs::remove_all(folder);
         fs::create_directory_symlink(outside.path(), folder);
@@ -160,7 +149,7 @@ TEST_F(Worker, RunsOncePerLibraryAndAgainAfterACrashAtAnyMoment) {
         for (int i = 0; i < lines; ++i) child.nextLine();
         child.kill();
         child.wait();
-        EXPECT_THAT(run(worker), ::testing::AnyOf(done, allCached));
+        EXPECT_THAT(run(worker), AnyOf(done, allCached));
     }
 }
 
@@ -183,7 +172,7 @@ TEST_F(Worker, LoadsOnlyAModelOfItsOwnCatalogAndReportsWhatItDoesWrong) {
     equalTokens.replace(whole.find("<0x41>"), 6, "<0x42>");
     for (const auto& bytes : {std::string("x"), equalTokens}) {
         writeFile(model, bytes);
-        testing::writeCatalog(catalog, model);
+        writeCatalog(catalog, model);
         EXPECT_EQ(run(worker), "loadingSummary, failed: Qwen-Modell konnte nicht geladen werden.");
     }
     useModel(endless);
@@ -225,7 +214,7 @@ TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
     for (int kibibytes = 40'000;; kibibytes += 2'000) {
         ASSERT_LT(kibibytes, 2'000'000);
         const auto limit = "ulimit -v " + std::to_string(kibibytes) + "; " + worker;
-        const auto result = testing::runProcess("/bin/sh", {"-c", limit}, environment);
+        const auto result = runProcess("/bin/sh", {"-c", limit}, environment);
         if (result.status == 0) break;
         if (result.status == 127) continue;  // not even its libraries could be loaded
         EXPECT_EQ(result.status, 1) << limit << '\n' << result.out << result.err;
@@ -234,7 +223,7 @@ TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
     }
     EXPECT_THAT(messages, ::testing::IsSupersetOf({"Qwen-Modell konnte nicht geladen werden.",
                                                    "LLM-Kontext konnte nicht erstellt werden."}));
-    EXPECT_THAT(messages, ::testing::Not(::testing::Contains("")));
+    EXPECT_THAT(messages, Not(Contains("")));
     EXPECT_THAT(run(worker), allCached);
 }
 #endif
@@ -243,7 +232,7 @@ TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
 class WatchedWorker : public Worker {
 protected:
     void SetUp() override {
-        if (testing::runProcess("/bin/sh", {"-c", "strace -f true"}).status != 0)
+        if (runProcess("/bin/sh", {"-c", "strace -f true"}).status != 0)
             GTEST_SKIP() << "strace cannot watch processes here";
     }
     /// Runs the worker in the library's folder, after `before`; strace writes to the file `trace`.
@@ -260,7 +249,7 @@ TEST_F(WatchedWorker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
     for (const auto* name : {"cuda", "blas", "cpu", "evil"})
         writeFile(root / (std::string("libggml-") + name + ".so"), "kein Code");
     EXPECT_EQ(watched("-e trace=openat "), done);
-    EXPECT_THAT(traced(), ::testing::Not(HasSubstr("libggml-")));
+    EXPECT_THAT(traced(), Not(HasSubstr("libggml-")));
 }
 
 TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
@@ -287,7 +276,7 @@ TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
             for (const auto& file : fs::recursive_directory_iterator(meeting.folder()))
                 EXPECT_NE(file.path().extension(), ".tmp") << where;
         }
-        EXPECT_THAT(run(worker), ::testing::AnyOf(done, allCached)) << "after " << call;
+        EXPECT_THAT(run(worker), AnyOf(done, allCached)) << "after " << call;
     }
     EXPECT_GE(kept, 6);
 }
@@ -327,4 +316,4 @@ TEST(Progress, CutsMessagesToAThousandCharactersAndEscapesThem) {
 }
 
 }  // namespace
-}  // namespace meetingcore
+}  // namespace meetingcore::testing

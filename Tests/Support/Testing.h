@@ -17,11 +17,16 @@ namespace meetingcore::testing {
 
 // What the tests say often.
 namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::AnyOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::Pair;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 using Kind = MeetingError::Kind;
