@@ -1,5 +1,6 @@
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
+#include "MeetingCore/Library/ProcessingSnapshot.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
@@ -74,8 +75,8 @@ protected:
     void transcribeNext(bool fails = false) {
         const auto lease = database.claimNext(Date::now(), 60).value();
         if (fails) return database.fail(lease, "kaputt", Date::now());
-        SpeechResult result;
-        result.windowID = lease.item.id;
+        const TranscriptSegment spoken{UUID::random(), 1, 2, AudioSource::microphone, {}, "erkannt"};
+        const SpeechResult result{1, lease.item.id, {spoken}, {}};
         database.finish(lease, json::encode(result), Date::now());
     }
     bool fullyProcessed() {
@@ -132,6 +133,15 @@ TEST_F(RecordedMeetingTest, IsProcessedWhenNothingIsOpen) {
 
 TEST_F(RecordedMeetingTest, LosesItsAudioAndSaysSo) {
     transcribeNext();
+    const auto snapshot = [&] { return ProcessingSnapshot::load(session, root.path(), database, Date()); };
+    const auto spoken = snapshot().rawSegments.at(0).id;
+    TranscriptStorage::save(TranscriptEdits{{{spoken.string(), "berichtigt"}}, {}, {}},
+                            folder / "transcript-edits.json");
+    TranscriptStorage::save(SummaryArtifact{1, "eines alten Transkripts", {}, {}, {}}, folder / "summary.json");
+    const auto processed = snapshot();
+    EXPECT_EQ(processed.rawSegments[0].text + " " + processed.correctedSegments.at(0).text,
+              "erkannt berichtigt");
+    EXPECT_EQ(processed.summary.value().transcriptFingerprint, "eines alten Transkripts") << "as stored";
     remove([&](const fs::path& item) {
         EXPECT_EQ(item.parent_path(), folder);
         EXPECT_TRUE(UUID::parse(item.filename().string().substr(17))) << item;
@@ -139,7 +149,9 @@ TEST_F(RecordedMeetingTest, LosesItsAudioAndSaysSo) {
         EXPECT_TRUE(removed());
         intoRoot(item);
     });
-    EXPECT_THAT(names(), ElementsAre("audio-removed.json", "diarization.json.chunk.bak"));
+    EXPECT_EQ(snapshot(), processed) << "all but the audio stays";
+    EXPECT_THAT(names(), ElementsAre("audio-removed.json", "diarization.json.chunk.bak", "summary.json",
+                                     "transcript-edits.json"));
     EXPECT_EQ(contentOf(folder / "audio-removed.json"), R"({"removedAt":"2025-03-14T09:26:53Z"})");
     EXPECT_THAT(database.jobStats(session), UnorderedElementsAre(Pair("failed", 1), Pair("completed", 1)));
     EXPECT_EQ(database.registeredChunkCount(), 1) << "of the other meeting";
