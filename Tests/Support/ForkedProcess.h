@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -30,27 +31,27 @@ public:
     ~ForkedProcess() { kill(); }
     ForkedProcess(const ForkedProcess&) = delete;
     ForkedProcess& operator=(const ForkedProcess&) = delete;
-    ForkedProcess(ForkedProcess&& other) noexcept : id_(std::exchange(other.id_, -1)) {}
+    ForkedProcess(ForkedProcess&& other) noexcept : id_(std::exchange(other.id_, -1)), status_(other.status_) {}
     ForkedProcess& operator=(ForkedProcess&&) = delete;
 
-    /// Waits for the end and returns the exit status, negative after a signal.
+    /// Waits for the end and returns the exit status, or the negated number of the signal that ended it.
     int wait() {
-        int status = 0;
-        while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
+        if (id_ < 0) return status_;
+        while (::waitpid(id_, &status_, 0) < 0 && errno == EINTR) {
         }
         id_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return status_ = WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
     }
 
     /// Ends the process as a crash would.
     void kill() {
-        if (id_ < 0) return;
-        ::kill(id_, SIGKILL);
+        if (id_ > 0) ::kill(id_, SIGKILL);
         wait();
     }
 
 private:
     pid_t id_;
+    int status_ = 0;
 };
 
 /// A pipe through which processes tell each other that they have come this far.

@@ -1,19 +1,14 @@
 #pragma once
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <sys/types.h>
-
-#include "MeetingCore/Platform/FileDescriptor.h"
+#include "Support/ForkedProcess.h"
 
 namespace meetingcore::testing {
 
@@ -26,6 +21,7 @@ struct ProcessResult {
 
 /// A started program whose standard output is read through a pipe while it runs. Its standard error goes to an
 /// unnamed file, so that however much it writes there, it never waits for us. Its standard input is empty.
+/// Killed and awaited when it goes out of scope.
 ///
 /// Used by one thread. Throws `std::system_error` where the system fails us.
 class ChildProcess {
@@ -38,42 +34,31 @@ public:
     ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
                  const Environment& environment = {});
 
-    /// Kills the program if `wait` was not called.
-    ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-
     /// Waits for the next line of the standard output and returns it without its line feed; nothing at the end.
     /// What follows the last line feed counts as a line too.
     std::optional<std::string> nextLine();
 
     /// Closes our end of the pipe: from now on the program's writes fail.
-    void closeOutput() { output_.close(); }
+    void closeOutput() { output_.reset(); }
 
-    void kill(int signal = SIGKILL);
+    void kill() { process_->kill(); }
 
     /// Reads the output to its end, waits for the program and returns all that it wrote until then.
     ProcessResult wait();
 
 private:
-    bool readMore();
-    int reap();
-
     struct CloseFile {
         void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
     };
+    using File = std::unique_ptr<std::FILE, CloseFile>;
 
-    FileDescriptor output_;
-    std::unique_ptr<std::FILE, CloseFile> errors_;
+    File output_, errors_;
     std::string received_;
-    std::size_t nextLine_ = 0;  ///< where in `received_` the next line begins
-    pid_t pid_ = -1;            ///< -1 once reaped
+    std::optional<ForkedProcess> process_;
 };
 
-/// Runs a program to its end; `onLine` gets each line of its standard output as it comes, without the line
-/// feed.
+/// Runs a program to its end.
 ProcessResult runProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                         const ChildProcess::Environment& environment = {},
-                         const std::function<void(std::string_view line)>& onLine = {});
+                         const ChildProcess::Environment& environment = {});
 
 }  // namespace meetingcore::testing
