@@ -221,9 +221,11 @@ TEST_F(Worker, SaysInGermanWhatItGotNoMemoryFor) {
         const auto lastLine = result.out.substr(result.out.rfind('\n', result.out.size() - 2) + 1);
         messages.insert(json::decode<std::map<std::string, std::string>>(lastLine, lastLine)["message"]);
     }
-    EXPECT_THAT(messages, ::testing::IsSupersetOf({"Qwen-Modell konnte nicht geladen werden.",
-                                                   "LLM-Kontext konnte nicht erstellt werden."}));
-    EXPECT_THAT(messages, Not(Contains("")));
+    // Which of them meets the limit is up to the allocator.
+    EXPECT_THAT(messages, Not(IsEmpty()));
+    EXPECT_THAT(messages, Each(AnyOf("Qwen-Modell konnte nicht geladen werden.",
+                                     "LLM-Kontext konnte nicht erstellt werden.",
+                                     StartsWith("Der Arbeitsspeicher reicht nicht aus."))));
     EXPECT_THAT(run(worker), allCached);
 }
 #endif
@@ -253,32 +255,34 @@ TEST_F(WatchedWorker, RunsNoCodeOfTheWorkingDirectoryOrTheEnvironment) {
 }
 
 TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
-    int kept = 0;
-    std::vector<std::string> calls{"pwrite64", "fsync", "fdatasync", "mkdir", "rename"};
+    std::vector<std::pair<std::string, bool>> calls;  // with and without the parts in the cache
+    for (const auto& call : split("pwrite64|fsync|fdatasync|mkdir|rename")) calls.emplace_back(call, false);
 #ifndef MEETING_SANITIZED
-    calls.emplace_back("write");  // a sanitizer writes to pipes of its own, and waits for ever where that fails
+    calls.emplace_back("write",
+                       false);  // a sanitizer writes to pipes of its own, and waits for ever where that fails
 #endif
-    for (const auto& call : calls) {
+    for (const auto& call : split("rename|fsync")) calls.emplace_back(call, true);
+    std::map<std::string, int> kept;
+    for (const auto& [call, cached] : calls) {
         for (int number = 1;; ++number) {
             writeFile(summary, "alt");
-            fs::remove_all(meeting.folder() / "summary-parts");
+            if (!cached) fs::remove_all(meeting.folder() / "summary-parts");
             std::ostringstream options;
             options << "-e trace=" << call << " -e inject=" << call << ":error=ENOSPC:when=" << number << ' ';
             const auto outcome = watched(options.str());
             const auto where = options.str().append(outcome);
             if (traced().find("(INJECTED)") == std::string::npos) break;
-            if (contentOf(summary) == "alt") {
-                EXPECT_THAT(outcome, HasSubstr("failed: ")) << where;
-                ++kept;
-            } else {
-                EXPECT_TRUE(TranscriptStorage::readOptional<SummaryArtifact>(summary)) << where;
-            }
+            const bool isKept = contentOf(summary) == "alt";
+            kept[call] += isKept ? 1 : 0;
+            // A part that cannot be cached is tried again; a summary that cannot be stored is an error.
+            if (isKept || cached) EXPECT_THAT(outcome, HasSubstr("failed: ")) << where;
+            if (!isKept) EXPECT_TRUE(TranscriptStorage::readOptional<SummaryArtifact>(summary)) << where;
             for (const auto& file : fs::recursive_directory_iterator(meeting.folder()))
                 EXPECT_NE(file.path().extension(), ".tmp") << where;
         }
         EXPECT_THAT(run(worker), AnyOf(done, allCached)) << "after " << call;
     }
-    EXPECT_GE(kept, 6);
+    EXPECT_THAT(kept, ::testing::IsSupersetOf({Pair("X", 6)}));
 }
 
 TEST_F(WatchedWorker, UsesNoModelThatWasExchangedBetweenItsCheckAndItsLoading) {

@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::AnyOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
