@@ -1,7 +1,11 @@
 #include <cmath>
 
-#include "MeetingCore/Recording/Models.h"
+#include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Library/SpeechConfiguration.h"
+#include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Presentation/RecordingClock.h"
 #include "MeetingCore/Recording/WindowPlanner.h"
+#include "MeetingCore/Summary/SummaryArtifact.h"
 #include "Support/Testing.h"
 
 namespace meetingcore::testing {
@@ -15,23 +19,44 @@ AudioChunk chunk(int number, double startSeconds) {
     return {1, uuid(number), uuid(0), AudioSource::microphone, number, startSeconds, 960'000, 16'000};
 }
 
-TEST(Models, ChunkAndSessionKeepTheStoredForm) {
-    auto odd = chunk(7, 60.5);
-    odd.schemaVersion = 9;  // decoding checks nothing but the form
-    const std::string chunkText =
-        R"({"schemaVersion":9,"id":"AAAAAAAA-BBBB-4CCC-8DDD-000000000007","sessionID":"AAAAAAAA-BBBB-4CCC-8DDD-000000000000",)"
-        R"("source":"microphone","sequence":7,"startSeconds":60.5,"sampleCount":960000,"sampleRate":16000})";
-    EXPECT_EQ(json::encode(odd), chunkText);
-    EXPECT_EQ(json::decode<AudioChunk>(chunkText, "x"), odd);
-    EXPECT_EQ(odd.endSeconds(), 120.5);
+/// In `text`, # stands for all but the last digit of an identifier.
+template <class Record>
+void expectStoredAs(const Record& record, const std::string& text) {
+    const auto stored = text::replacing(text, "#", "AAAAAAAA-BBBB-4CCC-8DDD-00000000000");
+    EXPECT_EQ(json::encode(record), stored);
+    EXPECT_EQ(json::decode<Record>(stored, "x"), record);
+}
 
-    const auto start = Date::since1970(1'700'000'000.25);
-    const MeetingSession session{1, uuid(0), start, "Planung", "com.example.talk", {}, true};
-    const std::string sessionText =
-        R"({"schemaVersion":1,"id":"AAAAAAAA-BBBB-4CCC-8DDD-000000000000","createdAt":721692800.25,"title":"Planung",)"
-        R"("applicationBundleID":"com.example.talk","consentConfirmed":true})";
-    EXPECT_EQ(json::encode(session), sessionText);
-    EXPECT_EQ(json::decode<MeetingSession>(sessionText, "x"), session);
+TEST(Records, KeepTheirStoredForms) {
+    using enum AudioSource;
+    const auto date = Date::since1970(1'700'000'000.25);
+    // Decoding checks nothing but the form.
+    expectStoredAs(AudioChunk{9, uuid(7), uuid(0), microphone, 6, 60.5, 960'000, 16'000},
+                   R"({"schemaVersion":9,"id":"#7","sessionID":"#0","source":"microphone","sequence":6,)"
+                   R"("startSeconds":60.5,"sampleCount":960000,"sampleRate":16000})");
+    expectStoredAs(MeetingSession{1, uuid(0), date, "Planung", "com.example.talk", {}, true},
+                   R"({"schemaVersion":1,"id":"#0","createdAt":721692800.25,"title":"Planung",)"
+                   R"("applicationBundleID":"com.example.talk","consentConfirmed":true})");
+    expectStoredAs(SessionEvent{uuid(0), date, "paused", "Mikrofon/leise"},
+                   R"({"id":"#0","date":721692800.25,"kind":"paused","detail":"Mikrofon\/leise"})");
+    expectStoredAs(TranscriptSegment{uuid(0), 0, 4.5, meeting, {}, "Hallo"},
+                   R"({"id":"#0","startSeconds":0,"endSeconds":4.5,"source":"meeting","text":"Hallo"})");
+    expectStoredAs(SpeakerTurn{"2", {}, 1, 2}, R"({"speakerID":"2","startSeconds":1,"endSeconds":2})");
+    expectStoredAs(MeetingSummary{"Kurz", {}, {{"Tun", {uuid(0)}, "Anna", {}}}, {}},
+                   R"({"overview":"Kurz","decisions":[],"tasks":[{"text":"Tun","sourceSegmentIDs":["#0"],)"
+                   R"("owner":"Anna"}],"openQuestions":[]})");
+    const EvidenceSummary summary{{}, {}, {{"Tun", {uuid(0)}, "Budget", "Anna", {}}}, {}};
+    expectStoredAs(
+        SummaryArtifact{1, "ab", date, summary, SummaryInstructions{"a/b", "c"}},
+        R"({"version":1,"transcriptFingerprint":"ab","createdAt":721692800.25,"summary":{"overview":[],)"
+        R"("decisions":[],"tasks":[{"text":"Tun","sourceSegmentIDs":["#0"],"quote":"Budget",)"
+        R"("owner":"Anna"}],"openQuestions":[]},"instructions":{"basePrompt":"a\/b","meetingPrompt":"c"}})");
+    expectStoredAs(SpeechConfiguration{SpeechModel::nemotron, "de-DE", {" Quartal "}, 2.1F},
+                   R"({"model":"nemotron","language":"de-DE","phrases":[" Quartal "],"boost":2.1})");
+    expectStoredAs(RecordingClock{date, "Europe/Berlin"},
+                   R"({"startedAt":721692800.25,"timeZoneIdentifier":"Europe\/Berlin"})");
+    EXPECT_THAT(json::encode(TranscriptionWindow{UUID(), meeting, {chunk(1, 0)}}),
+                HasSubstr(R"(","source":"meeting","chunks":[{"schemaVersion":1,)"));
 }
 
 TEST(Models, ValidatesChunks) {
@@ -108,8 +133,6 @@ TEST(WindowPlanner, NamesAWindowByItsFirstAndLastChunk) {
               "AAAAAAAA-BBBB-4CCC-8DDD-000000000000:microphone:AAAAAAAA-BBBB-4CCC-8DDD-000000000001:"
               "AAAAAAAA-BBBB-4CCC-8DDD-000000000002:v1");
     EXPECT_EQ(window.endSeconds(), 180);
-    EXPECT_THAT(json::encode(window), StartsWith(R"({"sessionID":"AAAAAAAA-BBBB-4CCC-8DDD-000000000000",)"
-                                                 R"("source":"microphone","chunks":[{"schemaVersion":1,)"));
 }
 
 }  // namespace

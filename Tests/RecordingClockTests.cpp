@@ -44,10 +44,5 @@ TEST(RecordingClock, ShowsElapsedTimesAndTheTimeOfDayWhereItWasRecorded) {
     EXPECT_EQ(format(clock, 1e300, RecordingClock{Date(), "Europe/Berlin"}).size(), 8U);
 }
 
-TEST(RecordingClock, IsStoredUnderItsFieldNames) {
-    const std::string text = R"({"startedAt":763634510,"timeZoneIdentifier":"Europe\/Berlin"})";
-    EXPECT_EQ(json::encode(json::decode<RecordingClock>(text, "Aufnahmezeit")), text);
-}
-
 }  // namespace
 }  // namespace meetingcore::testing

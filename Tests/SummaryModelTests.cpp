@@ -111,19 +111,6 @@ TEST(SummaryArtifact, FingerprintsTheDocumentedBytesWithNamesAndCorrections) {
     EXPECT_EQ(SummaryArtifact::fingerprint(document), named("Anna"));
 }
 
-TEST(SummaryArtifact, KeepsItsStoredForm) {
-    SummaryArtifact artifact{1, "ab", Date::sinceReferenceDate(1.5), {}, SummaryInstructions{"a/b", "c"}};
-    artifact.summary.tasks = {{"Tun", {UUID()}, "Budget", "Anna", {}}};
-    const std::string text =
-        R"({"version":1,"transcriptFingerprint":"ab","createdAt":1.5,"summary":{"overview":[],"decisions":[],)"
-        R"("tasks":[{"text":"Tun","sourceSegmentIDs":["00000000-0000-0000-0000-000000000000"],"quote":"Budget",)"
-        R"("owner":"Anna"}],"openQuestions":[]},"instructions":{"basePrompt":"a\/b","meetingPrompt":"c"}})";
-    EXPECT_EQ(json::encode(artifact), text);
-    EXPECT_EQ(json::decode<SummaryArtifact>(text, "x"), artifact);
-    EXPECT_EQ(artifact.instructions->fingerprint(),
-              SHA256::hex(R"({"basePrompt":"a\/b","meetingPrompt":"c"})"));
-}
-
 TEST(MeetingTitleArtifact, AcceptsShortTitlesOnly) {
     const auto made = [](const std::string& title) {
         return outcomeOf([&] { return json::encode(MeetingTitleArtifact::make("f", title)); });
@@ -139,9 +126,11 @@ TEST(MeetingTitleArtifact, AcceptsShortTitlesOnly) {
     // clang-format on
 }
 
-TEST(SummaryInstructions, AreBoundedBeforeTheyAreTrimmed) {
+TEST(SummaryInstructions, AreBoundedBeforeTheyAreTrimmedAndKnownByTheirBytes) {
     const SummaryInstructions longest{repeated("ü\u0308", 3000), repeated("😀", 1500)};
     EXPECT_EQ(longest.validated(), longest);
+    EXPECT_EQ((SummaryInstructions{"a/b", "c"}.fingerprint()),
+              SHA256::hex(R"({"basePrompt":"a\/b","meetingPrompt":"c"})"));
     EXPECT_EQ((SummaryInstructions{"\n kurz \u200B", " \n"}.validated()), (SummaryInstructions{"kurz", ""}));
     for (const auto& given : {SummaryInstructions{repeated(" ", 3001), ""}, {"", longest.meetingPrompt + "x"}})
         EXPECT_EQ(failureOf([&] { given.validated(); }),

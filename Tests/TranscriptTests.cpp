@@ -28,19 +28,6 @@ DiarizationResult diarization(std::vector<SpeakerTurn> turns, std::int64_t versi
     return {version, UUID::random(), UUID::random(), true, std::move(turns)};
 }
 
-TEST(WorkerContracts, LeaveAbsentOptionalsOut) {
-    const TranscriptSegment plain{UUID(), 0, 4.5, microphone, {}, "Guten Morgen"};
-    const std::string text =
-        R"({"id":"00000000-0000-0000-0000-000000000000","startSeconds":0,"endSeconds":4.5,)"
-        R"("source":"microphone","text":"Guten Morgen"})";
-    EXPECT_EQ(json::encode(plain), text);
-    EXPECT_EQ(json::decode<TranscriptSegment>(text, "x"), plain);
-    EXPECT_EQ(json::encode(SpeakerTurn{"2", {}, 1, 2}), R"({"speakerID":"2","startSeconds":1,"endSeconds":2})");
-    const MeetingSummary summary{"Kurz", {}, {{"Tun", {UUID()}, "Anna", {}}}, {}};
-    EXPECT_EQ(json::decode<MeetingSummary>(json::encode(summary), "x"), summary);
-    EXPECT_THAT(json::encode(summary), HasSubstr(R"("owner":"Anna"})"));
-}
-
 TEST(SpeechResult, MustFitItsWindow) {
     const TranscriptionWindow window{UUID::random(), meeting, {chunk(10), chunk(70)}};  // until 130 s
     const auto failure = [&](const std::function<void(SpeechResult&, TranscriptSegment & first)>& change) {
