@@ -206,7 +206,7 @@ TEST(ExtractiveSummarizer, StaysAsGoodAsItWasOnTheMeetingsItWasMadeWith) {
                                 std::pair(0.7, 0.55)};
     std::array<Agreement, 4> total;
     for (const auto* name : MarkedMeeting::developed) {
-        const auto meeting = MarkedMeeting::load(fs::path(MEETING_SAMPLES_FOLDER) / "Meetings" / name);
+        const auto meeting = MarkedMeeting::load(fs::path(MEETING_SOURCE_FOLDER "/Samples/Meetings") / name);
         const auto found = agreement(meeting, ExtractiveSummarizer().summarize(meeting.document));
         for (std::size_t kind = 0; kind < total.size(); ++kind) total[kind].add(found[kind]);
     }

@@ -112,7 +112,7 @@ void expectInBrowser(const std::string& page, const std::string& scenario, const
     const TemporaryFolder folder;
     writeFile(folder.path() / "page.html", page);
     writeFile(folder.path() / "data.json", data);
-    const auto readers = fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests" / "Readers";
+    const auto readers = fs::path(MEETING_SOURCE_FOLDER "/Tests/Readers");
     const auto result = runProcess("/usr/bin/env",
                                    {"python3", readers / "drive_page.py", folder.path() / "page.html",
                                     readers / scenario, folder.path() / "data.json"},

@@ -15,7 +15,7 @@ using Content = MeetingExport::Content;
 // Dates without a recording clock show in the machine's zone.
 const int machineZone = ::setenv("TZ", "Europe/Berlin", 1);
 
-const auto testsFolder = fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "Tests";
+const auto testsFolder = fs::path(MEETING_SOURCE_FOLDER "/Tests");
 
 /// Compares both forms with the files in the folder Golden; MEETING_RENEW_GOLDEN in the environment writes them
 /// instead.

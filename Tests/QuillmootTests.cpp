@@ -74,7 +74,7 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
 }
 
 TEST_F(Quillmoot, DoesWhatTheReadmePromisesInFiveCommands) {
-    std::istringstream readme(contentOf(fs::path(MEETING_SAMPLES_FOLDER).parent_path() / "README.md"));
+    std::istringstream readme(contentOf(MEETING_SOURCE_FOLDER "/README.md"));
     std::string line;
     while (std::getline(readme, line) && line != "## Ein Meeting in fünf Befehlen") {
     }

@@ -8,7 +8,7 @@ namespace {
 
 std::vector<std::string> samples() {
     std::vector<std::string> folders;
-    for (const auto& entry : fs::directory_iterator(MEETING_SAMPLES_FOLDER))
+    for (const auto& entry : fs::directory_iterator(MEETING_SOURCE_FOLDER "/Samples"))
         if (fs::exists(entry.path() / "meeting.json")) folders.push_back(entry.path());
     return folders;
 }
@@ -50,7 +50,7 @@ TEST(Demo, TakesTheSampleFromItsFilesToSummaryTitleAndPage) {
     const auto root = folder.path() / "Daten";
     const auto programs = fs::path(MEETING_quillmoot_PATH).parent_path();
     const auto run = [&] {
-        return runProcess(fs::path(MEETING_SAMPLES_FOLDER) / "demo", {programs, "--root", root},
+        return runProcess(MEETING_SOURCE_FOLDER "/Samples/demo", {programs, "--root", root},
                           {{"MEETING_MODELS", "/fehlt"}});
     };
     const auto first = run();

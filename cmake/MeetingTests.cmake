@@ -22,7 +22,7 @@ function(meeting_add_tests name)
     add_executable(${name} ${name}.cpp)
     target_compile_definitions(${name} PRIVATE
         MEETING_QWEN2_VOCABULARY="${MEETING_QWEN2_VOCABULARY}"
-        MEETING_SAMPLES_FOLDER="${PROJECT_SOURCE_DIR}/Samples")
+        MEETING_SOURCE_FOLDER="${PROJECT_SOURCE_DIR}")
     if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=(address|thread)")
         # Its own memory and its own writes must not fail.
         target_compile_definitions(${name} PRIVATE MEETING_SANITIZED)

@@ -13,8 +13,7 @@ namespace meetingcore::testing {
 /// A person at a shell, with the sample's files in the current folder and everything of the user's elsewhere.
 class QuillmootShell : public ::testing::Test {
 protected:
-    inline static const std::filesystem::path sampleFolder =
-        std::filesystem::path(MEETING_SAMPLES_FOLDER) / "kundenportal";
+    inline static const std::filesystem::path sampleFolder = MEETING_SOURCE_FOLDER "/Samples/kundenportal";
 
     QuillmootShell() {
         std::filesystem::copy(sampleFolder / "files", here());
