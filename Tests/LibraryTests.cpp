@@ -7,9 +7,7 @@
 #include "MeetingCore/Library/Trash.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
-#include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/ForkedProcess.h"
 #include "Support/TestRecording.h"
 #include "Support/Testing.h"
 
@@ -169,30 +167,6 @@ TEST(MeetingLibrary, KeepsAMeetingsHistory) {
     EXPECT_THAT(failureOf([&] { MeetingLibrary::appendEvent({}, folder.path()); }),
                 StartsWith("„events.json“"));
     EXPECT_EQ(contentOf(file), "[{}]");
-}
-
-TEST(MeetingLibrary, IsOpenInOneApplicationAtATime) {
-    const TemporaryFolder root;
-    const auto openFromAnotherProcess = [&] {
-        return ForkedProcess([&] {
-                   const auto message = messageOf([&] {
-                       const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
-                       MeetingLibrary(root.path()).update([](auto& s) { s.meetings = {meeting("Zweite")}; });
-                   });
-                   const auto refusal =
-                       "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte "
-                       "diese zuerst beenden.";
-                   return message.empty() ? 0 : message == refusal ? 1 : 2;
-               })
-            .wait();
-    };
-    {
-        const WorkerLock lock(root.path(), WorkerLock::Purpose::application);
-        EXPECT_EQ(openFromAnotherProcess(), 1);
-        EXPECT_THAT(MeetingLibrary(root.path()).snapshot().meetings, IsEmpty());
-    }
-    EXPECT_EQ(openFromAnotherProcess(), 0);
-    EXPECT_EQ(MeetingLibrary(root.path()).snapshot().meetings.size(), 1U);
 }
 
 TEST(WorkScheduler, AddsOneJobPerWindowAndTrackOnce) {

@@ -339,7 +339,9 @@ TEST_F(Quillmoot, FitsItsOutputToWhereItGoes) {
 TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     importSample();
     const auto asApplication = "flock '" + (root() / "application.lock").string() + "' quillmoot ";
-    EXPECT_THAT(err(asApplication + "pin Kundenportal"), Not(IsEmpty()));
+    EXPECT_EQ(err(asApplication + "pin Kundenportal"),
+              "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte diese zuerst "
+              "beenden.\n");
     const auto library = (root() / "library.json").string();
     out("sed -i.fertig s/completed/recording/ '" + library + "'");
     EXPECT_THAT(out(asApplication + "show Kundenportal"), HasSubstr("wird aufgenommen"));

@@ -253,17 +253,5 @@ TEST_F(TranscriptionRunTest, GoesOnAfterAKill) {
     EXPECT_EQ(run(engine("")).progress.done, 3);
 }
 
-TEST_F(TranscriptionRunTest, SharesTheWindowsWithAnotherProcess) {
-    constexpr int windows = 12;
-    record(windows);
-    const auto command = engine("echo x" + toLog() + "sleep 0.05");
-    const auto work = [&] { return static_cast<int>(run(command, {.jobs = 2}).transcribed); };
-    ForkedProcess first(work);
-    ForkedProcess second(work);
-    EXPECT_EQ(first.wait() + second.wait(), windows);
-    EXPECT_EQ(log().size(), 2 * windows);
-    EXPECT_THAT(stats(), ElementsAre(Pair("completed", windows)));
-}
-
 }  // namespace
 }  // namespace meetingcore::testing
