@@ -2,61 +2,47 @@
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/ForwardingFileManager.h"
-#include "Support/TestRecording.h"
+#include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
 namespace meetingcore::testing {
 namespace {
 
-class AudioArchiveTest : public ::testing::Test {
+class AudioArchiveTest : public ::testing::Test, protected MeetingFolder {
 protected:
-    void SetUp() override { store.createSession(session); }
-
-    AudioChunk committed(double start, std::int64_t samples, AudioSource source = AudioSource::microphone) {
-        const auto chunk = testChunk(session.id, next++, start, samples, source);
-        store.commit(chunk, samplesOf(chunk));
-        return chunk;
-    }
-
     std::string built(AudioSource source = AudioSource::microphone) {
-        return contentOf(path = AudioArchive::build(session.id, source, root.path()));
+        return contentOf(path = AudioArchive::build(session, source, root.path()));
     }
-
     std::string refusal(FileManager& files = FileManager::system()) {
-        return messageOf([&] { AudioArchive::build(session.id, AudioSource::microphone, root.path(), files); });
+        return messageOf([&] { AudioArchive::build(session, AudioSource::microphone, root.path(), files); });
     }
 
-    TemporaryFolder root;
-    DurableChunkStore store{root.path() / "Meetings"};
-    MeetingSession session = testSession();
-    fs::path meeting = store.sessionDirectory(session.id);
     fs::path path;
-    std::int64_t next = 0;
 };
 
 constexpr const char* noAudio = "Keine Audioabschnitte oder Aufnahme länger als 24 Stunden.";
 
 TEST_F(AudioArchiveTest, PutsEachTracksChunksWhereTheirTimesSay) {
-    const auto last = committed(0.5, 1000);          // from sample 8000 on
-    const auto first = committed(0.1, 400);          // a leading silence of 1600
-    const auto second = committed(0.1 + 0.02, 400);  // begins 80 samples before the end of the first
-    committed(0.1 + 0.0201, 10);                     // wholly within the second
-    const auto other = committed(0, 5, AudioSource::meeting);
+    const auto last = record(0.5, 1000);          // from sample 8000 on
+    const auto first = record(0.1, 400);          // a leading silence of 1600
+    const auto second = record(0.1 + 0.02, 400);  // begins 80 samples before the end of the first
+    record(0.1 + 0.0201, 10);                     // wholly within the second
+    const auto other = record(0, 5, AudioSource::meeting);
     std::vector<std::int16_t> expected(9000);
     for (const auto& [chunk, at] : {std::pair(second, 1920), {first, 1600}, {last, 8000}}) {
         const auto samples = samplesOf(chunk);
         std::copy(samples.begin(), samples.end(), expected.begin() + at);
     }
     EXPECT_EQ(built(), WAV::encode(expected));
-    EXPECT_EQ(path, meeting / "Audio" / "microphone.wav");
+    EXPECT_EQ(path, folder / "Audio" / "microphone.wav");
     EXPECT_EQ(built(AudioSource::meeting), WAV::encode(samplesOf(other)));
-    EXPECT_EQ(path, meeting / "Audio" / "meeting.wav");
+    EXPECT_EQ(path, folder / "Audio" / "meeting.wav");
     EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
     EXPECT_EQ(fs::status(path.parent_path()).permissions(), fs::perms(0700));
 }
 
 TEST_F(AudioArchiveTest, UsesACompleteFileAgainUntilItsChunksChange) {
-    committed(0, 100);
+    record(0, 100);
     const auto before = built();
     const auto old = path.parent_path() / "alt";
     const auto isReused = [&] {  // a hard link holds on to the old file
@@ -71,10 +57,10 @@ TEST_F(AudioArchiveTest, UsesACompleteFileAgainUntilItsChunksChange) {
     EXPECT_EQ(built(), before);
     writeFile(path.parent_path() / "microphone.json", "{}");
     EXPECT_FALSE(isReused());
-    committed(1, 100);
+    record(1, 100);
     EXPECT_FALSE(isReused());
     writeFile(path.parent_path() / ".microphone.X.partial", "halb");
-    committed(2, 100);
+    record(2, 100);
     EXPECT_FALSE(isReused());
     EXPECT_THAT(FileManager::system().list(path.parent_path()),
                 ElementsAre("alt", "microphone.json", "microphone.wav"));
@@ -82,17 +68,17 @@ TEST_F(AudioArchiveTest, UsesACompleteFileAgainUntilItsChunksChange) {
 
 TEST_F(AudioArchiveTest, RefusesWhatItCannotJoin) {
     EXPECT_EQ(refusal(), noAudio);
-    committed(0, 5, AudioSource::meeting);
+    record(0, 5, AudioSource::meeting);
     EXPECT_EQ(refusal(), noAudio);
-    const auto chunk = committed(10, 16'000);
-    writeFile(meeting / "Audio", "kein Ordner");
+    const auto chunk = record(10, 16'000);
+    writeFile(folder / "Audio", "kein Ordner");
     EXPECT_EQ(refusal(), "Vollständige Audiodatei konnte nicht gespeichert werden.");
-    committed(10.94, 16'000);
+    record(10.94, 16'000);
     EXPECT_EQ(refusal(), "Überlappende Audioabschnitte sind nicht zulässig.");
-    committed(86'399.5, 8'001);
+    record(86'399.5, 8'001);
     EXPECT_EQ(refusal(), noAudio);
-    fs::remove_all(store.chunkDirectory(chunk));
-    writeFile(meeting / "audio-removed.json", "{}");
+    fs::remove_all(folder / (chunk.id.string() + ".chunk"));
+    writeFile(folder / "audio-removed.json", "{}");
     EXPECT_EQ(refusal(), noAudio);
 }
 
@@ -126,8 +112,8 @@ private:
 };
 
 TEST_F(AudioArchiveTest, StreamsAWholeDay) {
-    committed(0, 100);
-    committed(86'399, 16'000);
+    record(0, 100);
+    record(86'399, 16'000);
     CountingFileManager files;
     EXPECT_EQ(refusal(files), "");
     EXPECT_EQ(files.bytes, 2'764'800'044U);

@@ -196,7 +196,7 @@ TEST(SummaryRun, ServesAnEngineThatFollowsNoInstructions) {
     const auto summary = ExtractiveSummarizer().summarize(run.document());
     run.writeSummary(summary, std::nullopt);
     const auto written =
-        TranscriptStorage::readOptional<SummaryArtifact>(meeting.folder() / "summary.json").value();
+        TranscriptStorage::readOptional<SummaryArtifact>(meeting.folder / "summary.json").value();
     EXPECT_EQ(written.summary, summary);
     EXPECT_EQ(written.instructions, std::nullopt);
 }

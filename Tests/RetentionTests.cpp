@@ -5,6 +5,7 @@
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/TestRecording.h"
+#include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
 namespace meetingcore::testing {
@@ -61,9 +62,11 @@ TEST(AudioRetentionPolicy, IsDueToTheSecond) {
 
 /// A meeting of two windows on the microphone's track, with its folder and its jobs; the last chunk is of
 /// another.
-class RecordedMeetingTest : public ::testing::Test {
+class RecordedMeetingTest : public ::testing::Test, protected MeetingFolder {
 protected:
     RecordedMeetingTest() {
+        chunks = {testChunk(session, 0, 0, 960'000), testChunk(session, 1, 60, 16'000),
+                  testChunk(UUID::random(), 0, 0, 960'000)};
         for (const auto& name : {chunkName, ".x.y.partial"s, "Audio"s}) fs::create_directories(folder / name);
         writeFile(folder / chunkName / "audio.wav", "Ton");
         writeFile(folder / "diarization.json.chunk.bak", "kein Ton");
@@ -93,13 +96,7 @@ protected:
     std::vector<std::string> names() const { return FileManager::system().list(folder); }
     bool removed() const { return AudioArchive::removed(session, root.path()); }
 
-    TemporaryFolder root;
-    UUID session = UUID::random();
-    fs::path folder = TranscriptStorage::sessionDirectory(root.path(), session);
-    SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
-    std::vector<AudioChunk> chunks{testChunk(session, 0, 0, 960'000), testChunk(session, 1, 60, 16'000),
-                                   testChunk(UUID::random(), 0, 0, 960'000)};
-    std::string chunkName = chunks[0].id.string() + ".chunk";
+    std::string chunkName = UUID::random().string() + ".chunk";
     AudioRemoval::Trash refuse = [](auto&) { throw MeetingError::storage("Der Papierkorb ist voll."); };
     AudioRemoval::Trash intoRoot = [this](auto& item) { fs::rename(item, root.path() / "Papierkorb"); };
 };
@@ -120,10 +117,9 @@ TEST_F(RecordedMeetingTest, IsProcessedWhenNothingIsOpen) {
     EXPECT_FALSE(fullyProcessed()) << "a job has failed, though every window has its result";
     database.retrySession(session);
     transcribeNext();
-    const auto file = folder / "diarization.json";
-    TranscriptStorage::save(DiarizationResult{1, session, UUID::random(), false, {}}, file);
+    TranscriptStorage::save(DiarizationResult{1, session, UUID::random(), false, {}}, turnsFile);
     EXPECT_FALSE(fullyProcessed()) << "speakers are being assigned";
-    fs::remove(file);
+    fs::remove(turnsFile);
     EXPECT_TRUE(fullyProcessed());
     chunks.push_back(testChunk(session, 2, 61, 960'000));
     EXPECT_FALSE(fullyProcessed()) << "a window has no result";
@@ -135,8 +131,7 @@ TEST_F(RecordedMeetingTest, LosesItsAudioAndSaysSo) {
     transcribeNext();
     const auto snapshot = [&] { return ProcessingSnapshot::load(session, root.path(), database, Date()); };
     const auto spoken = snapshot().rawSegments.at(0).id;
-    TranscriptStorage::save(TranscriptEdits{{{spoken.string(), "berichtigt"}}, {}, {}},
-                            folder / "transcript-edits.json");
+    TranscriptStorage::save(TranscriptEdits{{{spoken.string(), "berichtigt"}}, {}, {}}, editsFile);
     TranscriptStorage::save(SummaryArtifact{1, "eines alten Transkripts", {}, {}, {}}, folder / "summary.json");
     const auto processed = snapshot();
     EXPECT_EQ(processed.rawSegments[0].text + " " + processed.correctedSegments.at(0).text,
@@ -150,8 +145,8 @@ TEST_F(RecordedMeetingTest, LosesItsAudioAndSaysSo) {
         intoRoot(item);
     });
     EXPECT_EQ(snapshot(), processed) << "all but the audio stays";
-    EXPECT_THAT(names(), ElementsAre("audio-removed.json", "diarization.json.chunk.bak", "summary.json",
-                                     "transcript-edits.json"));
+    EXPECT_THAT(names(), ElementsAre("audio-removed.json", "diarization.json.chunk.bak", "session.json",
+                                     "summary.json", "transcript-edits.json"));
     EXPECT_EQ(contentOf(folder / "audio-removed.json"), R"({"removedAt":"2025-03-14T09:26:53Z"})");
     EXPECT_THAT(database.jobStats(session), UnorderedElementsAre(Pair("failed", 1), Pair("completed", 1)));
     EXPECT_EQ(database.registeredChunkCount(), 1) << "of the other meeting";

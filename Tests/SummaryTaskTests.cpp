@@ -54,10 +54,10 @@ struct Pipeline final : TextModel {
     }
     std::string title() { return outcomeOf(runTitleTask); }
     std::size_t cacheSize() const {
-        return FileManager::system().list(meeting.folder() / "summary-parts").size();
+        return FileManager::system().list(meeting.folder / "summary-parts").size();
     }
     auto summary() const {
-        return TranscriptStorage::readOptional<SummaryArtifact>(meeting.folder() / "summary.json");
+        return TranscriptStorage::readOptional<SummaryArtifact>(meeting.folder / "summary.json");
     }
 
     TestMeeting& meeting;
@@ -104,19 +104,19 @@ TEST(SummaryTask, TakesCheckedPartsFromTheCacheUntilAnythingTheyDependOnChanges)
     };
     EXPECT_TRUE(runsModel());
     EXPECT_FALSE(runsModel());
-    TranscriptStorage::save(SummaryInstructions{"Kurz.", ""}, meeting.folder() / "summary-request.json");
+    TranscriptStorage::save(SummaryInstructions{"Kurz.", ""}, meeting.folder / "summary-request.json");
     EXPECT_TRUE(runsModel()) << "other instructions";
     meeting.correct(meeting.load().segments[0].id, "Guten Abend.");
     EXPECT_TRUE(runsModel()) << "another transcript";
     EXPECT_FALSE(runsModel());
-    for (const auto& entry : fs::directory_iterator(meeting.folder() / "summary-parts"))
+    for (const auto& entry : fs::directory_iterator(meeting.folder / "summary-parts"))
         writeFile(entry.path(), "{\"overview\":");
     EXPECT_TRUE(runsModel()) << "damaged entries";
 }
 
 TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     TestMeeting meeting({"Guten Morgen."});
-    const auto summary = meeting.folder() / "summary.json";
+    const auto summary = meeting.folder / "summary.json";
     writeFile(summary, "old");
     Pipeline twice(meeting, inTurn({"kein JSON", answerWith(point("Gruß", "s999"))}));
     EXPECT_EQ(twice.summarize(), "summarizing. Zusammenfassung nennt eine unbekannte Quellen-ID.");
@@ -131,7 +131,7 @@ TEST(SummaryTask, TriesOnceMoreWithTheHintAfterAnAnswerThatFailsItsCheck) {
     for (const auto& refused :
          {std::string(), std::string("{}"), std::string("\xff"), answerWith(R"({"text":"Gruß","ids":[]})"),
           answerWith(twiceCited), answerWith(point("Gruß", "s01")), answerWith(point(" ", "s1"))}) {
-        fs::remove_all(meeting.folder() / "summary-parts");
+        fs::remove_all(meeting.folder / "summary-parts");
         Pipeline pipeline(meeting, inTurn({refused, good}));
         EXPECT_EQ(pipeline.summarize(), done) << refused;
         ASSERT_THAT(pipeline.prompts, SizeIs(2)) << refused;
@@ -201,7 +201,7 @@ TEST(SummaryTask, SaysWhenResultsCannotBeCondensedOrNotWithinEightPasses) {
 
 TEST(SummaryTask, TakesACacheThatCannotBeWrittenForAFailedAttempt) {
     TestMeeting meeting({"Guten Morgen."});
-    const auto parts = meeting.folder() / "summary-parts";
+    const auto parts = meeting.folder / "summary-parts";
     Pipeline pipeline(meeting, [&](const auto& prompt) {
         fs::remove(parts);
         if (prompt.find("Die vorige Antwort") < prompt.size()) {
@@ -233,7 +233,7 @@ TEST(TitleTask, WritesTheTrimmedTitleOfAPromptThatFits) {
     TestMeeting meeting(texts);
     Pipeline pipeline(meeting, inTurn({R"({"title":"  Budget für Q3 "})"}), 2);
     EXPECT_EQ(pipeline.title(), "titling.titleFinished.");
-    EXPECT_EQ(TranscriptStorage::readOptional<MeetingTitleArtifact>(meeting.folder() / "automatic-title.json"),
+    EXPECT_EQ(TranscriptStorage::readOptional<MeetingTitleArtifact>(meeting.folder / "automatic-title.json"),
               (MeetingTitleArtifact{pipeline.fingerprint, "Budget für Q3"}));
     const auto& prompt = pipeline.prompts[0];
     EXPECT_EQ(SHA256::hex(prompt.substr(0, prompt.find("<|im_end|>"))),
@@ -260,11 +260,11 @@ TEST(TitleTask, RefusesWhatIsNoTitleAndWhatIsNotReady) {
     unfinished.database.enqueue({"more", unfinished.session, "transcribe", "{}"});
     TestMeeting unassigned({"Guten Morgen."}, AudioSource::meeting);
     for (auto* waiting : {&unfinished, &unassigned}) {
-        writeFile(waiting->folder() / "audio-removed.json", "{}");  // a summary would not mind
+        writeFile(waiting->folder / "audio-removed.json", "{}");  // a summary would not mind
         EXPECT_EQ(Pipeline(*waiting, {}).title(),
                   " Der Meeting-Titel wartet auf die vollständige Transkription und Sprecherzuordnung.");
     }
-    EXPECT_FALSE(fs::exists(meeting.folder() / "automatic-title.json"));
+    EXPECT_FALSE(fs::exists(meeting.folder / "automatic-title.json"));
 }
 
 }  // namespace

@@ -2,10 +2,9 @@
 #include "MeetingCore/Library/TranscriptIntake.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Presentation/SubtitleExport.h"
-#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Support/CrashingFileManager.h"
-#include "Support/TestRecording.h"
+#include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
 namespace meetingcore::testing {
@@ -106,20 +105,12 @@ TEST(CaptionFile, NamesEveryWrongPlace) {
 
 /// A meeting whose tracks were recorded: 0–100 s and, after a gap, 110–120 s, in windows 0–60, 60–100 and
 /// 110–120.
-class IntakeTest : public ::testing::Test {
+class IntakeTest : public ::testing::Test, protected MeetingFolder {
 protected:
     IntakeTest() {
-        DurableChunkStore store(root.path() / "Meetings");
-        store.createSession(session);
-        for (const auto source : {microphone, meeting}) {
-            std::int64_t sequence = 0;
-            for (const auto& [start, seconds] :
-                 std::vector<std::pair<double, std::int64_t>>{{0, 60}, {60, 40}, {110, 10}}) {
-                const auto chunk = testChunk(session.id, sequence++, start, seconds * 16'000, source);
-                store.commit(chunk, samplesOf(chunk));
-                chunks.push_back(chunk);
-            }
-        }
+        for (const auto source : {microphone, meeting})
+            for (const auto& [start, seconds] : {std::pair(0, 60), {60, 40}, {110, 10}})
+                record(start, std::int64_t{seconds} * audio::sampleRate, source);
         WorkScheduler::enqueue(chunks, database, true);
     }
 
@@ -131,22 +122,16 @@ protected:
 
     TranscriptIntake::Report take(AudioSource source, const CaptionFile& file,
                                   TranscriptIntake::Existing existing = TranscriptIntake::Existing::refuse) {
-        return TranscriptIntake::take(session.id, source, file, root.path(), database, existing, atNoon);
+        return TranscriptIntake::take(session, source, file, root.path(), database, existing, atNoon);
     }
 
     SpeakerIntake::Report takeSpeakers(AudioSource source, const std::string& bytes,
                                        const std::optional<std::string>& recording = {}, bool replace = false) {
         const std::vector<SpeakerIntake::Selection> track{{source, recording}};
         const auto existing = replace ? SpeakerIntake::Existing::replace : SpeakerIntake::Existing::refuse;
-        return SpeakerIntake::take(session.id, SpeakerTurnFile::parse(bytes, "a.rttm"), track, root.path(),
+        return SpeakerIntake::take(session, SpeakerTurnFile::parse(bytes, "a.rttm"), track, root.path(),
                                    database, existing)
             .front();
-    }
-
-    TranscriptDocument load() { return TranscriptStorage::load(session.id, root.path(), database); }
-
-    fs::path edits() const {
-        return TranscriptStorage::sessionDirectory(root.path(), session.id) / "transcript-edits.json";
     }
 
     /// "Sprecher 1: Hallo" for each segment.
@@ -158,11 +143,6 @@ protected:
         }
         return lines;
     }
-
-    TemporaryFolder root;
-    MeetingSession session = testSession();
-    SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
-    std::vector<AudioChunk> chunks;
 };
 
 CaptionFile captions(std::vector<Caption> list) {
@@ -247,8 +227,8 @@ TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
     const auto foreign = database.claim(track[1].id(), noon, 60).value();
     const std::string busy = "Ein Auftrag ist noch belegt. Bitte nach Ablauf der Sperre erneut versuchen.";
     EXPECT_EQ(failureOf([&] { take(meeting, file); }, Kind::database), busy);
-    EXPECT_EQ(database.jobStats(session.id).at("failed"), 1);  // nothing was touched
-    database.renew(foreign, noon, 60);                         // the other worker keeps its lease
+    EXPECT_EQ(database.jobStats(session).at("failed"), 1);  // nothing was touched
+    database.renew(foreign, noon, 60);                      // the other worker keeps its lease
     database.fail(foreign, "Absturz", noon);
     EXPECT_EQ(take(meeting, file).finished, 2U);
 
@@ -266,24 +246,18 @@ TEST_F(IntakeTest, CompletesWhatWasInterruptedAndRefusesWhatDiffers) {
     EXPECT_NE(load().segments[1].id, corrected);  // a correction of the old text must not hit the new one
 }
 
-TEST_F(IntakeTest, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
-    const auto other = testSession();
-    DurableChunkStore store(root.path() / "Meetings");
-    store.createSession(other);
-    std::vector<AudioChunk> track;
-    for (int i = 0; i < 6; ++i) {
-        track.push_back(testChunk(other.id, i, 20.0 * i, std::int64_t{20} * 16'000, meeting));
-        store.commit(track.back(), samplesOf(track.back()));
-    }
+TEST(TranscriptIntake, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
+    MeetingFolder other;
+    for (int i = 0; i < 6; ++i) other.record(20.0 * i, std::int64_t{20} * audio::sampleRate, meeting);
     const auto file = captions({caption(1, 2, "eins"), caption(30, 31, "zwei"), caption(90, 91, "drei")});
     for (const auto finished : {2U, 0U}) {
-        const auto report = TranscriptIntake::take(other.id, meeting, file, root.path(), database,
-                                                   TranscriptIntake::Existing::refuse, atNoon);
+        const auto report = TranscriptIntake::take(other.session, meeting, file, other.root.path(),
+                                                   other.database, TranscriptIntake::Existing::refuse, atNoon);
         EXPECT_EQ(report.windows, 2U);
         EXPECT_EQ(report.finished, finished);
-        EXPECT_EQ(database.jobs(other.id).size(), 2U);
-        EXPECT_EQ(TranscriptStorage::load(other.id, root.path(), database).segments.size(), 3U);
-        fs::remove_all(store.chunkDirectory(track[1]));
+        EXPECT_EQ(other.database.jobs(other.session).size(), 2U);
+        EXPECT_EQ(other.load().segments.size(), 3U);
+        fs::remove_all(other.folder / (other.chunks[1].id.string() + ".chunk"));
     }
 }
 
@@ -294,7 +268,7 @@ TEST_F(IntakeTest, CompletesTheTrackWhereverItWasStopped) {
         stopped = false;
         int calls = 0;
         const auto takeWith = [&](const std::function<Date()>& clock) {
-            TranscriptIntake::take(session.id, meeting, file, root.path(), database,
+            TranscriptIntake::take(session, meeting, file, root.path(), database,
                                    TranscriptIntake::Existing::refuse, clock);
         };
         try {
@@ -308,8 +282,8 @@ TEST_F(IntakeTest, CompletesTheTrackWhereverItWasStopped) {
         takeWith([] { return noon.advanced(10.5); });  // the lease of the stopped import has ended
         EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: zwei", "Meeting-Ton: drei"))
             << last;
-        EXPECT_EQ(database.jobStats(session.id)["completed"], 3);
-        database.restartSession(session.id);
+        EXPECT_EQ(database.jobStats(session)["completed"], 3);
+        database.restartSession(session);
         EXPECT_LT(last, 9);
     }
 }
@@ -320,7 +294,7 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
     EXPECT_THAT(lines(), ElementsAre("Ich · Mikrofon: ich", "Meeting-Ton: wir", "Meeting-Ton: alle",
                                      "Ich · Mikrofon: unklar"));
     const auto corrected = load().segments[1].id.string();
-    TranscriptStorage::save(TranscriptEdits{{{corrected, "Wir!"}}, {{"9", "alt"}}, UUID::random()}, edits());
+    TranscriptStorage::save(TranscriptEdits{{{corrected, "Wir!"}}, {{"9", "alt"}}, UUID::random()}, editsFile);
 
     const auto report =
         takeSpeakers(meeting,
@@ -337,7 +311,7 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
 
     auto named = load().edits;  // the user names the one whom the file does not
     named.speakerNames["2"] = "Cem";
-    TranscriptStorage::save(named, edits());
+    TranscriptStorage::save(named, editsFile);
     const std::string voices =
         "WEBVTT\n\n00:01.000 --> 00:03.000\n<v Anna>ich\n\n00:10.500 --> 00:13.000\n<v Dora>ja\n\n"
         "00:11.000 --> 00:13.500\n<v Anna>nein\n";
@@ -350,7 +324,7 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
     EXPECT_EQ(load().diarization->turns.front(), (SpeakerTurn{"mic:1", microphone, 1, 3}));
 
     const auto rename = [&](const char* from, const char* to) {
-        TranscriptEditing::nameSpeaker(session.id, from, to, root.path(), database);
+        TranscriptEditing::nameSpeaker(session, from, to, root.path(), database);
     };
     rename("Anna", "");  // the user's last word stays
     EXPECT_FALSE(takeSpeakers(microphone, voices).changed);
@@ -363,7 +337,7 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
     const auto kept = load();
     const std::string anew = "SPEAKER f 1 4 6 <NA> <NA> Eva <NA> <NA>";
     EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }), HasSubstr("„meeting“ hat schon Sprecher."));
-    EXPECT_THAT(failureOf([&] { SpeakerIntake::declareNone(session.id, root.path(), database); }),
+    EXPECT_THAT(failureOf([&] { SpeakerIntake::declareNone(session, root.path(), database); }),
                 HasSubstr("hat schon Sprecher."));
     EXPECT_EQ(load().diarization, kept.diarization);
     EXPECT_EQ(load().edits, kept.edits);
@@ -372,7 +346,7 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
                 ElementsAre("Ann-Kathrin: ich", "Eva: Wir!", "Eva: alle", "Mikrofon · unklar: unklar"));
     EXPECT_FALSE(load().edits.speakerNames.contains("2"));
 
-    writeFile(edits().parent_path() / "diarization.json", "{");
+    writeFile(turnsFile, "{");
     EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }), HasSubstr("„diarization.json“"));
     takeSpeakers(meeting, anew, {}, true);
     EXPECT_EQ(load().diarization->turns.size(), 1U);
@@ -383,23 +357,22 @@ TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
     take(meeting, captions({caption(4, 6, "wir")}));
     takeSpeakers(meeting, "SPEAKER f 1 4 2 <NA> <NA> Bernd <NA>");
     const auto before = load();
-    const auto folder = edits().parent_path();
     const std::vector<SpeakerIntake::Selection> track{{microphone, {}}};
     bool stopped = true;
     for (std::size_t change = 0; stopped; ++change) {
         stopped = false;
-        TranscriptStorage::save(before.edits, edits());
-        TranscriptStorage::save(*before.diarization, folder / "diarization.json");
+        TranscriptStorage::save(before.edits, editsFile);
+        TranscriptStorage::save(*before.diarization, turnsFile);
         CrashingFileManager files(folder);
         files.cutPowerAt(change);
         const auto file = SpeakerTurnFile::parse("SPEAKER f 1 1 2 <NA> <NA> Anna <NA>", "a");
         try {
-            SpeakerIntake::take(session.id, file, track, root.path(), database, SpeakerIntake::Existing::refuse,
+            SpeakerIntake::take(session, file, track, root.path(), database, SpeakerIntake::Existing::refuse,
                                 files);
         } catch (const PowerCut&) {
             stopped = true;
         }
-        SpeakerIntake::take(session.id, file, track, root.path(), database);
+        SpeakerIntake::take(session, file, track, root.path(), database);
         EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Bernd: wir")) << change;
         EXPECT_TRUE(stopped || change > 4);
     }
@@ -440,10 +413,10 @@ TEST_F(IntakeTest, SettlesASpeakerlessMeetingOfEitherVersion) {
     for (const std::int64_t version : {1, 2}) {
         auto result = TranscriptIntake::assign(captions({caption(1, 2)}), windows(meeting)).front();
         result.version = version;
-        if (version == 2) database.restartSession(session.id);
+        if (version == 2) database.restartSession(session);
         database.finish(database.claim(result.windowID, noon, 1).value(), json::encode(result), noon);
         EXPECT_TRUE(load().diarizationPending());
-        SpeakerIntake::declareNone(session.id, root.path(), database);
+        SpeakerIntake::declareNone(session, root.path(), database);
         EXPECT_FALSE(load().diarizationPending());
         EXPECT_EQ(load().diarization->version, version);
     }

@@ -1,12 +1,10 @@
 #include <cmath>
 #include <random>
 
-#include <sqlite3.h>
-
 #include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Recording/SQLiteConnection.h"
 #include "MeetingCore/Transcript/DiarizationCursor.h"
-#include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/TestRecording.h"
+#include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
 namespace meetingcore::testing {
@@ -195,28 +193,16 @@ TEST(TranscriptDocument, KnowsWhenSpeakerAssignmentIsPending) {
     }
 }
 
-class TranscriptStorageTest : public ::testing::Test {
+class TranscriptStorageTest : public ::testing::Test, protected MeetingFolder {
 protected:
-    TranscriptStorageTest() { fs::create_directories(folder); }
-
-    void addResult(const std::string& result) {
-        store.enqueue({"job " + std::to_string(store.jobCount()), session, "transcribe", "{}"});
-        store.finish(store.claimNext(Date::now(), 60).value(), result, Date::now());
-    }
+    using MeetingFolder::addResult;
     void addResult(const std::vector<TranscriptSegment>& segments, std::int64_t version = 1) {
         addResult(json::encode(SpeechResult{version, "w", segments, {}}));
     }
-    TranscriptDocument load() { return TranscriptStorage::load(session, root.path(), store); }
     std::string loadFailure() {
         return failureOf([&] { load(); });
     }
     bool hasUnfinished() const { return TranscriptStorage::hasUnfinishedDiarization(root.path()); }
-
-    TemporaryFolder root;
-    UUID session = UUID::random();
-    fs::path folder = TranscriptStorage::sessionDirectory(root.path(), session);
-    fs::path turnsFile = folder / "diarization.json", editsFile = folder / "transcript-edits.json";
-    SQLiteJobStore store{root.path() / "quillmoot.sqlite"};
 };
 
 TEST_F(TranscriptStorageTest, MergesResultsTurnsAndCorrections) {
@@ -243,10 +229,8 @@ TEST_F(TranscriptStorageTest, MergesResultsTurnsAndCorrections) {
     EXPECT_THAT(document.segments, ElementsAre(b, c, corrected, d));
 
     // Another program may have enqueued them in another order than the rows have.
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open((root.path() / "quillmoot.sqlite").c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, "UPDATE jobs SET created_at=1 WHERE id='job 1'", {}, {}, {}), SQLITE_OK);
-    sqlite3_close(database);
+    SQLiteConnection(root.path() / "quillmoot.sqlite")
+        .execute("UPDATE jobs SET created_at=1 WHERE id='window 1'");
     EXPECT_THAT(load().rawSegments, ElementsAre(b, d, c, a));
 }
 
@@ -258,7 +242,7 @@ TEST_F(TranscriptStorageTest, RefusesResultsThatDoNotFit) {
     for (const auto version : {3, 0}) {
         addResult({}, version);
         EXPECT_EQ(loadFailure(), "Unbekannte Transkriptversion.");
-        store.forgetSession(session);
+        database.forgetSession(session);
     }
     addResult("[]");
     EXPECT_EQ(loadFailure(), "Das Ergebnis eines Transkriptionsauftrags enthält einen unzulässigen Wert.");

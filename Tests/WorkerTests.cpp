@@ -51,7 +51,7 @@ protected:
 
     TestMeeting meeting{{"Guten Morgen, Anna.", "Anna liefert bis Freitag."}};
     fs::path root = meeting.root.path(), models = root / "Modelle", model = models / "Qwen3-4B-Q4_K_M.gguf";
-    fs::path catalog = root / "catalog.json", summary = meeting.folder() / "summary.json";
+    fs::path catalog = root / "catalog.json", summary = meeting.folder / "summary.json";
     ChildProcess::Environment environment{{"SUMMARY_WORKER_CATALOG", catalog},
                                           {"GGML_BACKEND_PATH", root / "libggml-evil.so"}};
     std::string session = " --protocol 1 --session " + meeting.session.string();
@@ -70,7 +70,7 @@ TEST_F(Worker, SummarizesAndNamesAMeetingOnARealModel) {
     EXPECT_EQ(fs::status(summary).permissions(), fs::perms(0600));
     EXPECT_EQ(run(worker), allCached);
     EXPECT_EQ(run(titleWorker), "loadingSummary, titling, titleFinished");
-    EXPECT_THAT(contentOf(meeting.folder() / "automatic-title.json"), HasSubstr("Lieferung bis Freitag"));
+    EXPECT_THAT(contentOf(meeting.folder / "automatic-title.json"), HasSubstr("Lieferung bis Freitag"));
 }
 
 TEST_F(Worker, ReadsItsArgumentsInOrderAndTakesWhateverFollowsAName) {
@@ -92,7 +92,7 @@ TEST_F(Worker, ReadsItsArgumentsInOrderAndTakesWhateverFollowsAName) {
 
 TEST_F(Worker, StaysInsideTheLibrary) {
     const TemporaryFolder outside;
-    for (const auto& folder : {meeting.folder(), root / "Meetings"}) {
+    for (const auto& folder : {meeting.folder, root / "Meetings"}) {
         fs::remove_all(folder);
         fs::create_directory_symlink(outside.path(), folder);
         EXPECT_EQ(run(worker), "failed: Ungültiger Meetingpfad.");
@@ -110,7 +110,7 @@ TEST_F(Worker, StaysInsideTheLibrary) {
 }
 
 TEST_F(Worker, WaitsForTranscriptAndSpeakersUnlessTheAudioIsGone) {
-    const auto removed = meeting.folder() / "audio-removed.json";
+    const auto removed = meeting.folder / "audio-removed.json";
     const std::string unfinished = "failed: Sprachverarbeitung muss zuerst vollständig abgeschlossen sein.";
     const auto expectWithoutAudio = [&] {
         writeFile(removed, R"({"removedAt":"2025-03-14T09:26:53Z"})");
@@ -144,7 +144,7 @@ TEST_F(Worker, RunsOncePerLibraryAndAgainAfterACrashAtAnyMoment) {
                   "failed: Noch kein Transkript zum Zusammenfassen.");
     }
     for (int lines = 0; lines < 3; ++lines) {
-        fs::remove_all(meeting.folder() / "summary-parts");
+        fs::remove_all(meeting.folder / "summary-parts");
         auto child = start();
         for (int i = 0; i < lines; ++i) child.nextLine();
         child.kill();
@@ -192,9 +192,9 @@ TEST_F(Worker, SaysInGermanWhichFileIsDamagedAndKeepsTheOldSummary) {
         {"summary-parts", "", "„summary-parts“ kann nicht angelegt werden: Der Name ist schon vergeben."},
         {"../../quillmoot.sqlite", std::string(5000, 'x'), "file is not a database"}};
     for (const auto& [name, content, message] : cases) {
-        writeFile(meeting.folder() / name, content);
+        writeFile(meeting.folder / name, content);
         EXPECT_THAT(run(worker), HasSubstr(std::string("failed: ") + message));
-        fs::remove(meeting.folder() / name);
+        fs::remove(meeting.folder / name);
     }
     EXPECT_EQ(contentOf(summary), "alt");
 }
@@ -266,7 +266,7 @@ TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
     for (const auto& [call, cached] : calls) {
         for (int number = 1;; ++number) {
             writeFile(summary, "alt");
-            if (!cached) fs::remove_all(meeting.folder() / "summary-parts");
+            if (!cached) fs::remove_all(meeting.folder / "summary-parts");
             std::ostringstream options;
             options << "-e trace=" << call << " -e inject=" << call << ":error=ENOSPC:when=" << number << ' ';
             const auto outcome = watched(options.str());
@@ -277,7 +277,7 @@ TEST_F(WatchedWorker, KeepsTheOldSummaryWhereTheDiskIsFullAtAnyWrite) {
             // A part that cannot be cached is tried again; a summary that cannot be stored is an error.
             if (isKept || cached) EXPECT_THAT(outcome, HasSubstr("failed: ")) << where;
             if (!isKept) EXPECT_TRUE(TranscriptStorage::readOptional<SummaryArtifact>(summary)) << where;
-            for (const auto& file : fs::recursive_directory_iterator(meeting.folder()))
+            for (const auto& file : fs::recursive_directory_iterator(meeting.folder))
                 EXPECT_NE(file.path().extension(), ".tmp") << where;
         }
         EXPECT_THAT(run(worker), AnyOf(done, allCached)) << "after " << call;
