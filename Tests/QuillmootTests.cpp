@@ -1,7 +1,7 @@
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Summary/RawSummary.h"
 #include "Support/QuillmootShell.h"
-#include "Support/SampleMeeting.h"
 #include "Support/StandInModel.h"
 #include "Support/Testing.h"
 
@@ -31,17 +31,22 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     out("quillmoot speaker Kundenportal 'stefan VOGT' 'Stefan V.'");
     EXPECT_THAT(out("quillmoot speakers Kundenportal"), HasSubstr("Stefan V."));
 
-    const auto sample = SampleMeeting::load(sampleFolder);
+    const auto answer = contentOf(sampleFolder / "summary-answer.json");
     const auto models = home.path() / "modelle";
     fs::create_directory(models);
     writeStandInModel(models / "modell.gguf",
-                      StandInScript::answering(sample.summaryAnswer, sample.titleAnswer));
+                      StandInScript::answering(answer, contentOf(sampleFolder / "title-answer.json")));
     writeCatalog(models / "katalog.json", models / "modell.gguf");
     const auto engine = " Kundenportal --engine model --models " + models.string() + " --worker " +
                         MEETING_SummaryWorkerFixture_PATH;
     const auto catalog = "SUMMARY_WORKER_CATALOG=" + (models / "katalog.json").string() + " ";
     EXPECT_THAT(out(catalog + "quillmoot summarize" + engine),
                 AllOf(HasSubstr("\nEntscheidungen\n"), HasSubstr("     [02:"), HasSubstr(": „")));
+    const auto summary = out("quillmoot summary Kundenportal --json");
+    for (const auto& task : json::decode<RawSummary>(answer, "summary-answer.json").tasks) {
+        if (task.owner) EXPECT_THAT(summary, HasSubstr(R"("owner":)" + json::encode(*task.owner)));
+        if (task.dueDate) EXPECT_THAT(summary, HasSubstr(R"("dueDate":)" + json::encode(*task.dueDate)));
+    }
     EXPECT_THAT(out(catalog + "quillmoot title" + engine), Not(IsEmpty()));
     EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Zusammenfassung aktuell"));
 
@@ -373,6 +378,22 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
         "quillmoot export Kundenportal --format text -o rohr && test -p rohr");
     EXPECT_THAT(sh("quillmoot import --title Kurz --microphone kurz.ogg").err, HasSubstr("bricht ab"));
     EXPECT_THAT(err("quillmoot data-folder /dev/null/x"), Not(IsEmpty()));
+}
+
+TEST(Demo, TakesTheSampleFromItsFilesToSummaryTitleAndPage) {
+    const TemporaryFolder folder;
+    const auto root = folder.path() / "Daten";
+    const auto programs = fs::path(MEETING_quillmoot_PATH).parent_path();
+    const auto run = [&] {
+        return runProcess(MEETING_SOURCE_FOLDER "/Samples/demo", {programs, "--root", root},
+                          {{"MEETING_MODELS", "/fehlt"}});
+    };
+    const auto first = run();
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_THAT(first.out, AllOf(HasSubstr("Stellvertreter"), HasSubstr("\nJana Keller  10:00:00\n"),
+                                 HasSubstr("Wettermann"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(contentOf(root / "kundenportal.html"), HasSubstr("Meral Aydın"));
+    EXPECT_THAT(run().err, HasSubstr("ist nicht leer"));
 }
 
 }  // namespace
