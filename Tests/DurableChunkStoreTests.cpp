@@ -112,20 +112,13 @@ TEST_F(DurableChunkStoreTest, NamesEveryBrokenOrForeignEntryAndGoesOn) {
             fs::create_symlink(real, path);
         };
     };
-    const auto resize = [](std::uintmax_t size) -> Spoil {
-        return [size](const fs::path& chunk) { fs::resize_file(chunk / "audio.wav", size); };
-    };
-    const auto remove = [](const std::string& name) -> Spoil {
-        return [name](const fs::path& chunk) { fs::remove(chunk / name); };
-    };
     const std::string brokenAudio = "WAV-Datei ist beschädigt oder hat ein unerwartetes Format.";
     const std::string foreign = "Abschnitt gehört nicht zur erwarteten Sitzung.";
     const std::pair<Spoil, std::string> cases[] = {
         // % stands for the chunk's name
-        {resize(242), brokenAudio},
-        {resize(44), brokenAudio},
-        {remove("audio.wav"), "„audio.wav“ fehlt."},
-        {remove("metadata.json"), "„metadata.json“ fehlt."},
+        {[](auto& chunk) { fs::resize_file(chunk / "audio.wav", 242); }, brokenAudio},
+        {[](auto& chunk) { fs::remove(chunk / "audio.wav"); }, "„audio.wav“ fehlt."},
+        {[](auto& chunk) { fs::remove(chunk / "metadata.json"); }, "„metadata.json“ fehlt."},
         {withRecord([](auto& record) { record.sampleRate = 8000; }), "Ungültige Audioabschnitt-Metadaten."},
         {withRecord([](auto& record) { record.id = UUID::random(); }), foreign},
         {withRecord([](auto& record) { record.sessionID = UUID::random(); }), foreign},

@@ -156,13 +156,10 @@ Caption caption(double start, double end, const std::string& text = "x", std::ve
 }
 
 TEST_F(IntakeTest, GivesCaptionsToTheWindowsTheyFallInto) {
-    struct Case {
-        Caption caption;
-        std::vector<std::string> segments;  ///< "window start-end text"
-    };
     const std::vector<CaptionWord> words = {
         {"drei", {}, {}}, {"alte", 57, 58}, {"7", {}, {}}, {"neue", 60.5, 62}};
-    const std::vector<Case> cases = {
+    const std::pair<Caption, std::vector<std::string>> cases[] = {
+        // and the segments: "window [start,end] text"
         {caption(0, 2), {"0 [0,2] x"}},
         {caption(59, 60.5), {"0 [59,60.5] x"}},    // as far as a result may reach
         {caption(59, 60.75), {"0 [59,60.5] x"}},   // further: cut
@@ -178,25 +175,20 @@ TEST_F(IntakeTest, GivesCaptionsToTheWindowsTheyFallInto) {
     for (const auto& [given, expected] : cases) {
         std::vector<std::string> placed;
         const auto results = TranscriptIntake::assign(captions({given}), track);
-        for (std::size_t i = 0; i < results.size(); ++i) {
-            for (const auto& segment : results[i].segments) {
-                placed.push_back(std::to_string(i) + " " +
-                                 json::encode(std::vector{segment.startSeconds, segment.endSeconds}) + " " +
-                                 segment.text);
-            }
-        }
+        for (std::size_t i = 0; i < results.size(); ++i)
+            for (const auto& [id, start, end, source, speaker, text] : results[i].segments)
+                placed.push_back(std::to_string(i) + " " + json::encode(std::vector{start, end}) + " " + text);
         EXPECT_EQ(placed, expected) << given.startSeconds;
         EXPECT_EQ(results, TranscriptIntake::assign(captions({given}), track));
     }
+    const auto failure = [&](const CaptionFile& file) {
+        return failureOf([&] { TranscriptIntake::assign(file, track); });
+    };
+    EXPECT_EQ(failure(captions({caption(103, 105), caption(1, 2), caption(122, 123)})),
+              "a.vtt, Zeile 1: Die Zeit liegt außerhalb der Aufnahme.\n"
+              "a.vtt, Zeile 3: Die Zeit liegt außerhalb der Aufnahme.");
     EXPECT_EQ(
-        failureOf([&] {
-            TranscriptIntake::assign(captions({caption(103, 105), caption(1, 2), caption(122, 123)}), track);
-        }),
-        "a.vtt, Zeile 1: Die Zeit liegt außerhalb der Aufnahme.\n"
-        "a.vtt, Zeile 3: Die Zeit liegt außerhalb der Aufnahme.");
-    const auto flood = captions(std::vector<Caption>(20'003, caption(1, 2)));
-    EXPECT_EQ(
-        failureOf([&] { TranscriptIntake::assign(flood, track); }),
+        failure(captions(std::vector<Caption>(20'003, caption(1, 2)))),
         "a.vtt, Zeile 20001: Bis hierher fallen mehr als 20.000 Untertitel oder Wörter in einen Abschnitt "
         "der Aufnahme.");
 }
@@ -261,24 +253,25 @@ TEST(TranscriptIntake, KeepsTheWindowsOfItsJobsWhereAChunkIsLost) {
     }
 }
 
+bool isCutOff(const std::function<void()>& call) {
+    try {
+        call();
+        return false;
+    } catch (const PowerCut&) {
+        return true;
+    }
+}
+
 TEST_F(IntakeTest, CompletesTheTrackWhereverItWasStopped) {
     const auto file = captions({caption(1, 2, "eins"), caption(61, 62, "zwei"), caption(111, 112, "drei")});
     bool stopped = true;
     for (int last = 0; stopped; ++last) {
-        stopped = false;
         int calls = 0;
         const auto takeWith = [&](const std::function<Date()>& clock) {
             TranscriptIntake::take(session, meeting, file, root.path(), database,
                                    TranscriptIntake::Existing::refuse, clock);
         };
-        try {
-            takeWith([&] {
-                if (calls++ == last) throw PowerCut{};
-                return noon;
-            });
-        } catch (const PowerCut&) {
-            stopped = true;
-        }
+        stopped = isCutOff([&] { takeWith([&] { return calls++ == last ? throw PowerCut{} : noon; }); });
         takeWith([] { return noon.advanced(10.5); });  // the lease of the stopped import has ended
         EXPECT_THAT(lines(), ElementsAre("Meeting-Ton: eins", "Meeting-Ton: zwei", "Meeting-Ton: drei"))
             << last;
@@ -360,18 +353,15 @@ TEST_F(IntakeTest, NamesOfTheOtherTrackOutliveAStoppedImport) {
     const std::vector<SpeakerIntake::Selection> track{{microphone, {}}};
     bool stopped = true;
     for (std::size_t change = 0; stopped; ++change) {
-        stopped = false;
         TranscriptStorage::save(before.edits, editsFile);
         TranscriptStorage::save(*before.diarization, turnsFile);
         CrashingFileManager files(folder);
         files.cutPowerAt(change);
         const auto file = SpeakerTurnFile::parse("SPEAKER f 1 1 2 <NA> <NA> Anna <NA>", "a");
-        try {
+        stopped = isCutOff([&] {
             SpeakerIntake::take(session, file, track, root.path(), database, SpeakerIntake::Existing::refuse,
                                 files);
-        } catch (const PowerCut&) {
-            stopped = true;
-        }
+        });
         SpeakerIntake::take(session, file, track, root.path(), database);
         EXPECT_THAT(lines(), ElementsAre("Anna: ich", "Bernd: wir")) << change;
         EXPECT_TRUE(stopped || change > 4);

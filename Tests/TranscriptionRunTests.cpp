@@ -1,5 +1,5 @@
+#include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "MeetingCore/Library/TranscriptionRun.h"
@@ -22,18 +22,17 @@ using namespace std::chrono_literals;
 /// shell scripts that get the file, the window's id, its source and its start.
 class TranscriptionRunTest : public ::testing::Test {
 protected:
-    void record(const std::vector<AudioChunk>& chunks) {
+    TranscriptionWindow record(const std::vector<AudioChunk>& chunks) {
         DurableChunkStore store(meetings());
         if (!fs::exists(meetings())) store.createSession(session_);
         for (const auto& chunk : chunks) store.commit(chunk, samplesOf(chunk));
         SQLiteJobStore database(databaseFile());
         WorkScheduler::enqueue(chunks, database, true);
+        return {session_.id, chunks.front().source, chunks};
     }
 
     void record(int windows, AudioSource source = AudioSource::meeting) {
-        std::vector<AudioChunk> chunks;
-        for (int i = 0; i < windows; ++i) chunks.push_back(testChunk(session_.id, i, 10.0 * i, 1600, source));
-        record(chunks);
+        for (int i = 0; i < windows; ++i) record({testChunk(session_.id, i, 10.0 * i, 1600, source)});
     }
 
     /// The command for an engine that runs `script` and then hears "Hallo" at `$at`.
@@ -57,8 +56,8 @@ protected:
     std::map<std::string, std::int64_t> stats() { return SQLiteJobStore(databaseFile()).jobStats(session_.id); }
 
     std::string log() const {
-        std::ifstream stream(folder_.path() / "log");
-        return {std::istreambuf_iterator<char>(stream), {}};
+        const auto file = folder_.path() / "log";
+        return fs::exists(file) ? contentOf(file) : "";
     }
     std::string toLog() const { return " >>'" + (folder_.path() / "log").string() + "'\n"; }
 
@@ -80,11 +79,7 @@ protected:
 };
 
 TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
-    const TranscriptionWindow window{
-        session_.id,
-        AudioSource::microphone,
-        {testChunk(session_.id, 0, 5, 1600), testChunk(session_.id, 1, 5.14, 800)}};
-    record(window.chunks);
+    const auto window = record({testChunk(session_.id, 0, 5, 1600), testChunk(session_.id, 1, 5.14, 800)});
     SQLiteJobStore(databaseFile()).enqueue({"other", UUID::random(), "transcribe", "{}"});
     auto samples = samplesOf(window.chunks[0]);
     samples.resize(2240);
@@ -100,9 +95,7 @@ TEST_F(TranscriptionRunTest, GivesTheEngineTheWindowAndNothingStays) {
 }
 
 TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
-    const auto chunk = testChunk(session_.id, 0, 20, 1600);
-    record({chunk});
-    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto window = record({testChunk(session_.id, 0, 20, 1600)});
     const auto failure = [&](const std::string& command, std::chrono::milliseconds limit = 60s) {
         const StopRequest never;
         return failureOf([&] { CommandTranscriber(command, root(), limit).transcribe(window, never).get(); });
@@ -118,18 +111,17 @@ TEST_F(TranscriptionRunTest, SplitsTheCommandAsAShellDoes) {
 }
 
 TEST_F(TranscriptionRunTest, TakesTheFormsOfOtherRecognisers) {
-    const auto chunk = testChunk(session_.id, 0, 20, 1600);
-    record({chunk});
-    const TranscriptionWindow window{session_.id, AudioSource::microphone, {chunk}};
+    const auto window = record({testChunk(session_.id, 0, 20, 1600)});
     const auto heard = [&](const std::string& json) {
         const StopRequest never;
         CommandTranscriber engine("printf '%s\\n%.0s' '" + json + "'", root(), 60s);
         const auto result = engine.transcribe(window, never).get();
         std::ostringstream text;
-        for (const auto& s : result.segments)
-            text << s.startSeconds << "-" << s.endSeconds << " " << s.text << "|";
-        for (const auto& w : result.words)
-            text << w.startSeconds << "-" << w.endSeconds << " " << w.text << "|";
+        const auto tell = [&](const auto& part) {
+            text << part.startSeconds << "-" << part.endSeconds << " " << part.text << "|";
+        };
+        std::ranges::for_each(result.segments, tell);
+        std::ranges::for_each(result.words, tell);
         return text.str();
     };
     const std::string own =
