@@ -8,6 +8,7 @@
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Transcript/InferenceData.h"
+#include "Support/ForkedProcess.h"
 #include "Support/TestRecording.h"
 #include "Support/Testing.h"
 
@@ -193,22 +194,6 @@ TEST(WorkScheduler, AddsOneJobPerWindowAndTrackOnce) {
               "Auftrags-ID existiert mit einem anderen Inhalt.");
 }
 
-/// Root may write everywhere, so what is refused to a user must be tried as one.
-class OrdinaryUser {
-public:
-    OrdinaryUser() : before_(::geteuid()) {
-        if (before_ == 0 && ::seteuid(65'534) != 0) throw std::runtime_error("seteuid");
-    }
-    ~OrdinaryUser() {
-        if (::seteuid(before_) != 0) std::abort();
-    }
-    OrdinaryUser(const OrdinaryUser&) = delete;
-    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-
-private:
-    uid_t before_;
-};
-
 TEST(DataDirectoryPreference, AcceptsEmptyFoldersAndDataFoldersOnly) {
     const TemporaryFolder folder;
     const auto root = folder.path() / "Daten", readOnly = folder.path() / "Nur lesbar";
@@ -233,9 +218,15 @@ TEST(DataDirectoryPreference, AcceptsEmptyFoldersAndDataFoldersOnly) {
                 ElementsAre(".DS_Store", "Meetings", "library.json", "quillmoot.sqlite"));
     fs::permissions(folder.path(), fs::perms(0755));
     fs::permissions(readOnly, fs::perms(0555));
-    const OrdinaryUser user;
-    EXPECT_THAT(failureOf([&] { DataDirectoryPreference::validate(readOnly); }, Kind::storage),
-                StartsWith("Datei konnte nicht angelegt werden: .quillmoot-write-check-"));
+    // Root may write everywhere, so what is refused to a user is tried as one.
+    ForkedProcess user([&] {
+        const bool isOrdinary = ::geteuid() != 0 || ::seteuid(65'534) == 0;
+        const auto refusal = failureOf([&] { DataDirectoryPreference::validate(readOnly); }, Kind::storage);
+        return isOrdinary && refusal.starts_with("Datei konnte nicht angelegt werden: .quillmoot-write-check-")
+                   ? 0
+                   : 1;
+    });
+    EXPECT_EQ(user.wait(), 0);
 }
 
 TEST(DataDirectoryPreference, RemembersTheChosenFolderInTheUsersConfiguration) {
