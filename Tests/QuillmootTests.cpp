@@ -44,8 +44,8 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
                 AllOf(HasSubstr("\nEntscheidungen\n"), HasSubstr("     [02:"), HasSubstr(": „")));
     const auto summary = out("quillmoot summary Kundenportal --json");
     for (const auto& task : json::decode<RawSummary>(answer, "summary-answer.json").tasks) {
-        if (task.owner) EXPECT_THAT(summary, HasSubstr(R"("owner":)" + json::encode(*task.owner)));
-        if (task.dueDate) EXPECT_THAT(summary, HasSubstr(R"("dueDate":)" + json::encode(*task.dueDate)));
+        EXPECT_THAT(summary, HasSubstr(R"("owner":")" + task.owner.value_or("")));
+        EXPECT_THAT(summary, HasSubstr(R"("dueDate":")" + task.dueDate.value_or("")));
     }
     EXPECT_THAT(out(catalog + "quillmoot title" + engine), Not(IsEmpty()));
     EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Zusammenfassung aktuell"));

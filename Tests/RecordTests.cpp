@@ -2,6 +2,7 @@
 
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Library/SpeechConfiguration.h"
+#include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/RecordingClock.h"
 #include "MeetingCore/Recording/WindowPlanner.h"

@@ -36,15 +36,9 @@ TEST(AudioRetentionPolicy, KeepsDaysInRangeOrForEver) {
 
 TEST(AudioRetentionPolicy, IsDueToTheSecond) {
     const auto now = Date::since1970(1'700'000'000);
-    struct Case {
-        std::optional<std::int64_t> days;
-        std::string state;
-        std::int64_t chunkCount;
-        std::optional<double> secondsAgo;
-        bool due;
-    };
+    using Due = std::tuple<std::optional<int>, std::string, int, std::optional<double>, bool>;
     // clang-format off
-    const Case cases[] = {
+    const Due cases[] = {  // days, state, chunks, seconds since the end
         {2, "completed", 1, 172'800, true}, {2, "completed", 1, 172'799, false}, {2, "interrupted", 1, 1e9, false},
         {2, "completed", 0, 1e9, false},    {2, "completed", 1, {}, false},      {2, "completed", 1, -1, false},
         {{}, "completed", 1, 1e9, false},   {0, "completed", 1, 1e9, false},     {36'501, "completed", 1, 1e11, false},

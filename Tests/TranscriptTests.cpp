@@ -1,7 +1,6 @@
 #include <cmath>
 #include <random>
 
-#include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Recording/SQLiteConnection.h"
 #include "MeetingCore/Transcript/DiarizationCursor.h"
 #include "Support/TestMeeting.h"
