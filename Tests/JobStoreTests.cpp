@@ -245,8 +245,7 @@ TEST_F(JobStoreTest, KeepsOldResultsReadableAfterARestart) {
     store().enqueue(item("d", "diarize"));
     execute("UPDATE jobs SET created_at=unicode(id)");
     for (const auto* result : {R"("a1")", R"("b1")"}) finishNext(result);
-    std::string message;
-    for (int i = 0; i < 5000; ++i) message += "e\u0301";
+    const auto message = repeated("e\u0301", 5000);
     store().fail(claim(), message, noon);
     EXPECT_EQ(column("c", "last_error"), message.substr(0, message.size() / 5 * 2)) << "2000 characters";
     finishNext(R"("d1")");

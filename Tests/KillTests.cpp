@@ -65,15 +65,13 @@ TEST(WriterOnAFailingSystem, ReportsTheErrorAndStoresTheChunkOnceOnTheRetry) {
     };
     if (!fs::exists("/usr/bin/strace") || run("inject=sync:error=EIO", {"/bin/true"}).status != 0)
         GTEST_SKIP() << "system calls cannot be made to fail here: strace is missing or not allowed";
-    struct Case {
-        std::string calls;
-        int first, last;  // of the calls with which a session and a chunk are stored
-    };
+    // The calls with which a session and a chunk are stored: which, from where and to where.
     // The first flush is that of a folder above the root, which may be closed to us.
-    std::vector<Case> cases{{"fsync", 2, 9}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}};
+    std::vector<std::tuple<std::string, int, int>> cases{
+        {"fsync", 2, 9}, {"/^mkdir", 1, 3}, {"/^rename", 1, 2}, {"/chmod", 1, 3}};
 #ifndef MEETING_SANITIZED
     // The address sanitizer writes to pipes of its own, and ends where that fails.
-    cases.push_back({"write", 1, 3});
+    cases.emplace_back("write", 1, 3);
 #endif
     for (const auto& [calls, first, last] : cases) {
         for (const char* error : {"EIO", "ENOSPC", "EMFILE"}) {

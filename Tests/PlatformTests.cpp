@@ -201,11 +201,6 @@ TEST(JSONReader, NamesTheFieldInGerman) {
 }
 
 TEST(JSONReader, BoundsTheNestingInsteadOfTheStack) {
-    const auto repeated = [](const std::string& piece, std::size_t count) {
-        std::string text;
-        for (std::size_t i = 0; i < count; ++i) text += piece;
-        return text;
-    };
     const auto nested = [&](std::size_t count) { return repeated("[", count) + repeated("]", count); };
     EXPECT_TRUE(json::isValid(nested(512)));
     EXPECT_FALSE(json::isValid(nested(513)));

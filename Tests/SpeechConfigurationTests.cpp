@@ -18,11 +18,7 @@ const std::string definitionMessage =
     "Inhaltsüberschriften sind bereits reserviert.";
 
 /// A character of four bytes and two scalars, so that no limit in characters can pass for one in bytes.
-std::string characters(std::size_t count) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) text += "o\xCC\x88";
-    return text;
-}
+std::string characters(std::size_t count) { return repeated("o\xCC\x88", count); }
 
 TEST(SpeechConfiguration, AcceptsItsRangesAndNothingBeyond) {
     const auto message = [](const std::string& language, float boost, std::size_t phrases) {

@@ -8,12 +8,6 @@
 namespace meetingcore::testing {
 namespace {
 
-std::string repeated(const std::string& piece, std::size_t count) {
-    std::string text;
-    while (count-- > 0) text += piece;
-    return text;
-}
-
 TranscriptSegment segment(const std::string& text) {
     return {UUID::random(), 0, 1, AudioSource::meeting, {}, text};
 }

@@ -45,8 +45,7 @@ TEST(SpeechResult, MustFitItsWindow) {
                   expected)
             << start << " " << end;
     }
-    std::string text;
-    for (int i = 0; i < 20'000; ++i) text += "e\u0301";
+    auto text = repeated("e\u0301", 20'000);
     for (const std::size_t count : {20'000U, 20'001U}) {
         const auto& expected = count == 20'000U ? valid : invalid;
         EXPECT_EQ(failure([&](auto&, auto& first) { first.text = text; }), expected);
@@ -168,12 +167,10 @@ TEST(TranscriptDocument, LabelsSpeakers) {
 }
 
 TEST(TranscriptDocument, KnowsWhenSpeakerAssignmentIsPending) {
-    struct Case {
-        std::int64_t version = 0;  ///< of the diarization, 0 for none, negative where it is not finished
-        bool required = false;
-        std::optional<AudioSource> raw;
-        bool pending = false, microphoneDiarized = false;
-    };
+    // The diarization's version (0 for none, negative where it is not finished), whether one of the microphone
+    // is required, whose segments there are; and whether speakers are pending, and the microphone's are told
+    // apart.
+    using Case = std::tuple<int, bool, std::optional<AudioSource>, bool, bool>;
     // clang-format off
     const Case cases[] = {
         {0, false, {}, false, false},      {0, false, microphone, false, false}, {0, false, meeting, true, false},

@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Support/Failure.h"
+#include "MeetingCore/Platform/MeetingError.h"
 #include "Support/FileContent.h"
 #include "Support/TemporaryFolder.h"
 
@@ -32,6 +32,27 @@ using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 using Kind = MeetingError::Kind;
 
+inline const std::string noFailure = "no failure";
+
+/// The message of the MeetingError that the call ends in, whose kind must be the given one; `noFailure` where
+/// it returns.
+inline std::string failureOf(const std::function<void()>& call, Kind kind = Kind::invalidData) {
+    try {
+        call();
+        return noFailure;
+    } catch (const MeetingError& error) {
+        EXPECT_EQ(error.kind(), kind) << error.message();
+        return error.message();
+    }
+}
+
+/// What the call returns, or the message of the MeetingError (invalidData) that it ends in.
+inline std::string outcomeOf(const std::function<std::string()>& call) {
+    std::string outcome;
+    const auto failure = failureOf([&] { outcome = call(); });
+    return failure == noFailure ? outcome : failure;
+}
+
 /// The message of the MeetingError that the call ends in, of whatever kind; empty where it returns.
 inline std::string messageOf(const std::function<void()>& call) {
     try {
@@ -40,6 +61,12 @@ inline std::string messageOf(const std::function<void()>& call) {
         return error.message();
     }
     return "";
+}
+
+inline std::string repeated(const std::string& piece, std::size_t count) {
+    std::string text;
+    while (count-- > 0) text += piece;
+    return text;
 }
 
 /// The cases of a table in one text, separated by bars.
