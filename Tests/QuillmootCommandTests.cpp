@@ -124,6 +124,7 @@ TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
     EXPECT_FALSE(fs::exists(here() / "fehlt"));
     out("quillmoot data-folder weg && rm -r weg");
     expectRefused("", "Der gewählte Datenordner ist nicht erreichbar.");
+    EXPECT_FALSE(fs::exists(here() / "weg"));
 }
 
 TEST_F(Commands, WriteForProgramsForPipesAndForNarrowTerminals) {
