@@ -81,7 +81,7 @@ TEST_F(Completion, FishOffersWhatTheCommandLineTakes) {
     const std::pair<std::string, std::string> cases[] = {
         {"quillmoot exp", "export\tGibt ein Meeting als Datei aus"}, {"quillmoot import --title ", ""},
         {"quillmoot --root data project re", "remove\tLöst ein Projekt auf; seine Meetings bleiben|rename\tBenennt ein Projekt um"},
-        {"quillmoot export --format h", "html"}, {"quillmoot export -o my", "my talk.wav"},
+        {"quillmoot export --format h", "html\tDie Form"}, {"quillmoot export -o my", "my talk.wav"},
         {"quillmoot show --root data 0A1", "0A1B2C3D\tPlanung: März"}, {"quillmoot show --root=data Rück", "Rückblick\t0A9B2C3D"}};
     // clang-format on
     for (const auto& [line, offered] : cases) EXPECT_EQ(fish(line), offered) << line;
