@@ -39,7 +39,7 @@ const std::vector<Call> calls{
     {"speakers MEETING", Needs::library, "id label source segments seconds"}, {"project", Needs::library, "id name meetings"},
     {"jobs MEETING", Needs::library, "id kind status attempts source startSeconds endSeconds"}, {"fields", Needs::library, "id name"},
     {"participants MEETING", Needs::library, "-"}, {"instructions MEETING", Needs::library, "basePrompt meetingPrompt"},
-    {"summary MEETING", Needs::library, "state engine overview decisions tasks openQuestions"}, {"audio MEETING --json"},
+    {"summary MEETING", Needs::library, "state createdAt engine overview decisions tasks openQuestions"}, {"audio MEETING --json"},
     {"retention", Needs::nothing, "days"}, {"data-folder", Needs::nothing, "path exists isDefault"},
     {"models", Needs::nothing, "id filename bytes state path"}, {"doctor", Needs::nothing, "severity topic text"},
     {"completion bash", Needs::nothing}, {"note MEETING"}, {"export MEETING --format text"}, {"export MEETING --format json"},
