@@ -1,5 +1,4 @@
 #include "MeetingCore/Recording/AudioArchive.h"
-#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "Support/ForwardingFileManager.h"
 #include "Support/TestMeeting.h"

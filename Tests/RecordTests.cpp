@@ -4,7 +4,6 @@
 #include "MeetingCore/Library/SpeechConfiguration.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
-#include "MeetingCore/Presentation/RecordingClock.h"
 #include "MeetingCore/Recording/WindowPlanner.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "Support/Testing.h"

@@ -3,8 +3,6 @@
 #include "MeetingCore/Library/ProcessingSnapshot.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/AudioArchive.h"
-#include "MeetingCore/Transcript/InferenceData.h"
-#include "Support/TestRecording.h"
 #include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
