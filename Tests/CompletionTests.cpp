@@ -63,12 +63,15 @@ protected:
 TEST_F(Completion, BashOffersWhatTheCommandLineTakes) {
     // clang-format off
     const std::pair<std::string, std::string> cases[] = {
-        {"exp", "export"}, {"--root data exp", "export"}, {"--root = data exp", "export"}, {"project a", "add|assign"},
+        {"exp", "export"}, {"--root data exp", "export"}, {"--root = data exp", "export"},
+        {"project a", "add|assign"},
         {"export --for", "--format"}, {"export --format ''", "text|markdown|html|vtt|srt|json"},
         {"export --format = h", "html"}, {"jobs x re", "retry|restart"}, {"export -o my", "my talk.wav"},
-        {"--root ''", "data"}, {"import --title ''", ""}, {"show -- --j", ""}, {"show --root data 0A1", "0A1B2C3D"},
+        {"--root ''", "data"}, {"import --title ''", ""}, {"show -- --j", ""},
+        {"show --root data 0A1", "0A1B2C3D"},
         {"show --root data 0A", "0A1B2C3D|0A9B2C3D"}, {"show --root missing ''", ""},
-        {"show --root data ''", "0A1B2C3D  Planung: März|0A9B2C3D  Rückblick"}, {"fields set --root data Rück", "Rückblick"}};
+        {"show --root data ''", "0A1B2C3D  Planung: März|0A9B2C3D  Rückblick"},
+        {"fields set --root data Rück", "Rückblick"}};
     // clang-format on
     EXPECT_THAT(bash("''"),
                 AllOf(HasSubstr("|list|"), HasSubstr("|export|"), Not(HasSubstr("complete-meetings"))));
@@ -80,9 +83,11 @@ TEST_F(Completion, FishOffersWhatTheCommandLineTakes) {
     // clang-format off
     const std::pair<std::string, std::string> cases[] = {
         {"quillmoot exp", "export\tGibt ein Meeting als Datei aus"}, {"quillmoot import --title ", ""},
-        {"quillmoot --root data project re", "remove\tLöst ein Projekt auf; seine Meetings bleiben|rename\tBenennt ein Projekt um"},
+        {"quillmoot --root data project re",
+         "remove\tLöst ein Projekt auf; seine Meetings bleiben|rename\tBenennt ein Projekt um"},
         {"quillmoot export --format h", "html\tDie Form"}, {"quillmoot export -o my", "my talk.wav"},
-        {"quillmoot show --root data 0A1", "0A1B2C3D\tPlanung: März"}, {"quillmoot show --root=data Rück", "Rückblick\t0A9B2C3D"}};
+        {"quillmoot show --root data 0A1", "0A1B2C3D\tPlanung: März"},
+        {"quillmoot show --root=data Rück", "Rückblick\t0A9B2C3D"}};
     // clang-format on
     for (const auto& [line, offered] : cases) EXPECT_EQ(fish(line), offered) << line;
 }
