@@ -367,6 +367,13 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
     EXPECT_THAT(sh("quillmoot pin Kundenportal").err,
                 HasSubstr("Entfernen von Audio zurückgenommen: Kundenportal"));
     EXPECT_THAT(out("quillmoot audio Kundenportal"), HasSubstr("Audio/meeting.wav"));
+    // One that had gathered all is brought to an end, and the library told of it.
+    out("cd '" + (root() / "Meetings").string() +
+        "'/* && mkdir .Audio-entfernen-X && mv *.chunk *.partial Audio .Audio-entfernen-X/ && " +
+        R"(echo '{"removedAt":"2026-03-14T09:26:53Z"}' >audio-removed.json)");
+    EXPECT_THAT(out("quillmoot doctor --repair"),
+                HasSubstr("Unterbrochenes Entfernen beendet: „Kundenportal“"));
+    EXPECT_THAT(out("cat '" + (root() / "Meetings").string() + "'/*/events.json"), HasSubstr("audioRemoved"));
     // Recordings without a library come back, under their manifests' titles.
     fs::rename(root() / "library.json", here() / "verloren.json");
     EXPECT_THAT(out("quillmoot doctor"), HasSubstr("1 Meeting fehlt in der Bibliothek"));

@@ -184,6 +184,17 @@ private:
             add(Severity::repaired, "Entferntes Audio", "Unterbrochenes Entfernen beendet: " + titleOf(id));
         }
         for (const auto& problem : recovered.problems) add(Severity::error, "Entferntes Audio", problem);
+        enterRemovals(recovered.finished);
+    }
+
+    void enterRemovals(const std::vector<UUID>& finished) {
+        if (isLibraryBroken_ || finished.empty()) return;
+        MeetingLibrary library(root_);
+        for (const auto& id : finished) {
+            if (std::ranges::find(library_.meetings, id, &MeetingEntry::id) != library_.meetings.end())
+                library.enterAudioRemoval(id);
+        }
+        library_ = library.snapshot();
     }
 
     void checkRecordings() {
