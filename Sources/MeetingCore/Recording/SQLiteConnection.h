@@ -47,8 +47,8 @@ private:
 };
 
 /// An open SQLite database in full-mutex mode with a busy timeout of 5 s. Failures throw MeetingError
-/// (database) with SQLite's own message and what it means as the cause. Each statement is compiled once, so a
-/// statement's text must be a literal, and one text runs once at a time.
+/// (database) with SQLite's own message and what it means as the cause. Each statement is compiled once, so
+/// one text runs once at a time.
 class SQLiteConnection {
 public:
     explicit SQLiteConnection(const std::filesystem::path& file);
@@ -97,7 +97,7 @@ private:
     };
 
     std::unique_ptr<sqlite3, Close> db_;
-    std::unordered_map<const char*, std::unique_ptr<sqlite3_stmt, Finalize>> statements_;
+    std::unordered_map<std::string, std::unique_ptr<sqlite3_stmt, Finalize>> statements_;
 };
 
 }  // namespace meetingcore

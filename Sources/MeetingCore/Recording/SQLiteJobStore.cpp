@@ -401,13 +401,13 @@ void useRows(SQLiteStatement row, const SQLiteJobStore::UseResult& use) {
 }  // namespace
 
 void SQLiteJobStore::forEachCompletedResult(const UUID& session, const UseResult& use) {
-    static const auto query = std::string(selectResults) + "session_id=?";
+    const auto query = std::string(selectResults) + "session_id=?";
     const std::scoped_lock guard(lock_);
     useRows(open().prepare(query.c_str(), {session.string()}), use);
 }
 
 void SQLiteJobStore::forEachCompletedResult(std::span<const std::string> ids, const UseResult& use) {
-    static const auto query = std::string(selectResults) + "id=?";
+    const auto query = std::string(selectResults) + "id=?";
     const std::scoped_lock guard(lock_);
     for (const auto& id : ids) useRows(open().prepare(query.c_str(), {id}), use);
 }

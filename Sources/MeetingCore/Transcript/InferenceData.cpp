@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 
 #include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/JSONReader.h"
@@ -81,7 +82,8 @@ TranscriptDocument recognised(const Jobs& jobs, SQLiteJobStore& database) {
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
         if (result.segments.empty()) return;
         results.emplace_back(std::move(place), segments.size());
-        std::move(result.segments.begin(), result.segments.end(), std::back_inserter(segments));
+        segments.insert(segments.end(), std::make_move_iterator(result.segments.begin()),
+                        std::make_move_iterator(result.segments.end()));
     });
     if (!haveDistinctIDs(segments)) throw MeetingError::invalidData("Doppelte Transkriptsegmente.");
     sortByStart(segments, results);
@@ -144,19 +146,17 @@ std::vector<TranscriptSegment> TranscriptDocument::merge(std::span<const Transcr
         diarization ? std::span<const SpeakerTurn>(diarization->turns) : std::span<const SpeakerTurn>();
     TurnIndex microphone(turns, AudioSource::microphone);
     TurnIndex meeting(turns, AudioSource::meeting);
-    const auto textOf = [&](const TranscriptSegment& raw) -> const std::string& {
-        if (edits.correctedText.empty()) return raw.text;
-        const auto correction = edits.correctedText.find(raw.id.string());
-        return correction == edits.correctedText.end() ? raw.text : correction->second;
-    };
     std::vector<TranscriptSegment> merged;
     merged.reserve(rawSegments.size());
     for (const auto& raw : rawSegments) {
         const double midpoint = (raw.startSeconds + raw.endSeconds) * 0.5;
         const auto* const turn =
             (raw.source == AudioSource::microphone ? microphone : meeting).onlyTurnAt(midpoint);
-        merged.push_back({raw.id, raw.startSeconds, raw.endSeconds, raw.source, std::nullopt, textOf(raw)});
-        if (turn != nullptr) merged.back().speakerID = turn->speakerID;
+        auto& segment = merged.emplace_back(raw);
+        segment.speakerID = turn == nullptr ? std::nullopt : std::optional(turn->speakerID);
+        if (edits.correctedText.empty()) continue;
+        const auto correction = edits.correctedText.find(raw.id.string());
+        if (correction != edits.correctedText.end()) segment.text = correction->second;
     }
     return merged;
 }
