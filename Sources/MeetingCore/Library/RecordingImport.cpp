@@ -131,6 +131,7 @@ public:
           accumulator_(*PCMChunkAccumulator::make(
               recording.session, track.source, secondsPerChunk,
               [this](const AudioChunk& chunk, auto samples) { keep(identified(chunk), samples); })) {}
+    ~TrackImport() = default;
     TrackImport(const TrackImport&) = delete;
     TrackImport& operator=(const TrackImport&) = delete;
 

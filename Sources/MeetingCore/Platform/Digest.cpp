@@ -52,7 +52,7 @@ std::string SHA256::base64(std::string_view bytes) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     require(EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr));
-    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> text{};
+    std::array<unsigned char, std::size_t{2} * EVP_MAX_MD_SIZE> text{};
     const auto size = EVP_EncodeBlock(text.data(), digest.data(), static_cast<int>(length));
     return {text.begin(), text.begin() + size};
 }
