@@ -40,11 +40,16 @@ TEST(PromptPacking, FindsTheNaiveWaysPartsInTheRealVocabularyReadingAFractionOfT
 
 /// A token for every thousand bytes, since a real tokenizer takes seconds for a prompt at the limit.
 struct RoughModel final : TextModel {
-    std::size_t countTokens(const std::string& text) override { return text.size() / 1000 + 1; }
+    std::size_t countTokens(const std::string& text) override {
+        if (text.size() > readableBytes) throw MeetingError::invalidData("Tokenisierung fehlgeschlagen.");
+        return text.size() / 1000 + 1;
+    }
     std::string generate(const std::string&, bool) override { return {}; }
+
+    std::size_t readableBytes = maximumPromptBytes;
 };
 
-TEST(PromptPacking, RefusesAPromptBeyondItsByteLimitExactlyWhereTheNaiveWayDoes) {
+TEST(PromptPacking, RefusesAPromptBeyondItsLimitsExactlyWhereTheNaiveWayDoes) {
     RoughModel model;
     const auto room = maximumPromptBytes - promptAround("[]").size();
     const std::vector<std::vector<std::size_t>> inputs = {
@@ -57,7 +62,10 @@ TEST(PromptPacking, RefusesAPromptBeyondItsByteLimitExactlyWhereTheNaiveWayDoes)
                 return std::to_string(packIntoArrays(values, promptAround, model, budget).size());
             };
             const auto naive = [&] { return std::to_string(packNaively(values, model, budget).size()); };
-            EXPECT_EQ(outcomeOf(packed), outcomeOf(naive));
+            for (const auto readable : {maximumPromptBytes, std::size_t{1'500'000}}) {
+                model.readableBytes = readable;
+                EXPECT_EQ(outcomeOf(packed), outcomeOf(naive));
+            }
         }
     }
 }

@@ -25,7 +25,6 @@ constexpr std::int32_t threadCount = 4;
 constexpr int maxSummaryTokens = 2200;
 constexpr int maxTitleTokens = 160;
 constexpr std::size_t answerByteLimit = 128'000;
-constexpr std::int32_t maxTextTokens = 999'999;
 constexpr std::size_t pieceBytes = 512;
 
 constexpr const char* loadFailure = "Qwen-Modell konnte nicht geladen werden.";
@@ -117,7 +116,7 @@ std::size_t LanguageModel::countTokens(const std::string& text) {
     std::vector<std::int32_t> none;
     // Without a buffer the answer is the negated count.
     const auto negatedCount = tokenizeInto(vocab_, text, none);
-    if (negatedCount > -1 || negatedCount < -maxTextTokens) {
+    if (negatedCount > -1 || negatedCount < -static_cast<std::int32_t>(maximumTextTokens)) {
         throw MeetingError::invalidData("Tokenisierung fehlgeschlagen.");
     }
     return static_cast<std::size_t>(-negatedCount);

@@ -7,6 +7,9 @@ namespace meetingcore {
 /// No prompt is built or read beyond this size, in UTF-8 bytes.
 inline constexpr std::size_t maximumPromptBytes = 2'097'152;
 
+/// No text of more tokens is read at all.
+inline constexpr std::size_t maximumTextTokens = 999'999;
+
 /// No answer is generated to a longer prompt, in tokens.
 inline constexpr std::size_t maximumPromptTokens = 5700;
 

@@ -52,7 +52,7 @@ private:
         begin_ = begin;
         fits_ = begin + 1;
         fails_ = values_.size() + 1;
-        if (promptBytes(begin, fits_) > maximumPromptBytes) failForSize();
+        requireReadable(begin, fits_);
         auto guess = endByBytes(begin);
         while (fails_ - fits_ > 1) {
             const auto end = std::clamp(guess, fits_ + 1, fails_ - 1);
@@ -64,8 +64,15 @@ private:
             guess = room >= 0 ? grow(end, room) : shrink(end, room);
         }
         // Adding values one by one, this is the next prompt that would have been built.
-        if (fails_ <= values_.size() && promptBytes(begin, fails_) > maximumPromptBytes) failForSize();
+        if (fails_ <= values_.size()) requireReadable(begin, fails_);
         return fits_;
+    }
+
+    /// Fails for a prompt that is too large, or that the model finds to have too many tokens.
+    void requireReadable(std::size_t begin, std::size_t end) {
+        if (promptBytes(begin, end) > maximumPromptBytes) failForSize();
+        // A token has a byte at least, so that what has fewer bytes need not be counted.
+        if (promptBytes(begin, end) > maximumTextTokens) count(begin, end);
     }
 
     /// Takes in that the array up to `end` leaves so much room. Returns the first end that is uncertain.

@@ -137,8 +137,8 @@ private:
 }  // namespace
 
 bool removed(const UUID& session, const fs::path& root) {
-    std::error_code
-        undecided;  // what cannot be told is no removal: it would let unfinished work pass for finished
+    // What cannot be told is no removal: it would let unfinished work pass for finished.
+    std::error_code undecided;
     return fs::exists(meetingFolder(session, root) / removedMarkerName, undecided);
 }
 
