@@ -12,9 +12,11 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(GIO QUIET IMPORTED_TARGET gio-2.0)
 
 # Of the program `quillmoot`: its command line, and reading audio files.
-find_package(CLI11 REQUIRED)
-pkg_check_modules(SndFile REQUIRED IMPORTED_TARGET sndfile)
-pkg_check_modules(SampleRate REQUIRED IMPORTED_TARGET samplerate)
+if(MEETING_BUILD_PROGRAMS)
+    find_package(CLI11 REQUIRED)
+    pkg_check_modules(SndFile REQUIRED IMPORTED_TARGET sndfile)
+    pkg_check_modules(SampleRate REQUIRED IMPORTED_TARGET samplerate)
+endif()
 
 if(MEETING_BUILD_TESTS)
     find_package(GTest REQUIRED)

@@ -13,29 +13,31 @@ install(FILES ${PROJECT_BINARY_DIR}/MeetingCoreConfig.cmake ${PROJECT_BINARY_DIR
         DESTINATION ${_package_dir} COMPONENT Development)
 install(EXPORT MeetingCoreTargets NAMESPACE MeetingCore:: DESTINATION ${_package_dir} COMPONENT Development)
 
-# What `quillmoot transcribe` tells to read.
-install(FILES ${PROJECT_SOURCE_DIR}/Docs/Transcription.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot
-        COMPONENT Runtime)
+set(_terms ${PROJECT_SOURCE_DIR}/cmake/copyright)
+install(FILES ${_terms} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmeetingcore-dev COMPONENT Development)
 
-# The terms, and the notices that llama.cpp and CLI11 ask for where their code goes. An installed llama.cpp may have
-# been built in a cache folder, where its sources still lie.
-install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot COMPONENT Runtime)
-install(FILES ${PROJECT_SOURCE_DIR}/cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmeetingcore-dev
-        COMPONENT Development)
-function(_install_notice name notice)
-    if(EXISTS ${notice})
-        install(FILES ${notice} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot RENAME LICENSE.${name}
-                COMPONENT Runtime)
-    endif()
-endfunction()
-set(_llama_folders ${_llama_source} ${MEETING_LLAMA_CACHE_DIR}/src ${llama_DIR}/../../../../src)
-foreach(_folder ${_llama_folders})
-    if(EXISTS ${_folder}/include/llama.h)
-        _install_notice(llama.cpp ${_folder}/LICENSE)
-        break()
-    endif()
-endforeach()
-_install_notice(CLI11 /usr/share/doc/libcli11-dev/copyright)
+if(MEETING_BUILD_PROGRAMS)
+    # Docs/Transcription.md is what `quillmoot transcribe` tells to read.
+    install(FILES ${_terms} ${PROJECT_SOURCE_DIR}/Docs/Transcription.md
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot COMPONENT Runtime)
+
+    # The notices that llama.cpp and CLI11 ask for where their code goes. An installed llama.cpp may have been built
+    # in a cache folder, where its sources still lie.
+    function(_install_notice name notice)
+        if(EXISTS ${notice})
+            install(FILES ${notice} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quillmoot RENAME LICENSE.${name}
+                    COMPONENT Runtime)
+        endif()
+    endfunction()
+    set(_llama_folders ${_llama_source} ${MEETING_LLAMA_CACHE_DIR}/src ${llama_DIR}/../../../../src)
+    foreach(_folder ${_llama_folders})
+        if(EXISTS ${_folder}/include/llama.h)
+            _install_notice(llama.cpp ${_folder}/LICENSE)
+            break()
+        endif()
+    endforeach()
+    _install_notice(CLI11 /usr/share/doc/libcli11-dev/copyright)
+endif()
 
 if(NOT PROJECT_IS_TOP_LEVEL)
     return()

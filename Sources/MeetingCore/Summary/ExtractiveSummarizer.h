@@ -3,9 +3,10 @@
 #include <string>
 
 #include "MeetingCore/Summary/RawSummary.h"
-#include "MeetingCore/Summary/Signals.h"
 
 namespace meetingcore {
+
+struct WeightTable;
 
 /// Makes a summary without a language model, by choosing passages of the transcript: those that their German
 /// wording, the replies of others and their place in the conversation make likely to hold a main point, a

@@ -4,7 +4,7 @@ namespace meetingcore {
 
 namespace {
 
-constexpr WeightTable table{{
+constexpr WeightTable table{{{
     // clang-format off
     {"own commit", {-0.10F, 3.54F, -0.32F, -0.49F}},
     {"own offer", {-0.12F, 0.60F, 0.09F, 0.00F}},
@@ -154,7 +154,7 @@ constexpr WeightTable table{{
     {"central", {0.06F, -0.03F, 0.58F, 0.04F}},
     {"always", {-5.09F, -4.50F, -3.73F, -2.90F}},
     // clang-format on
-}};
+}}};
 
 static_assert(table.back().signal == "always", "a row for each signal");
 

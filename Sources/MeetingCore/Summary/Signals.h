@@ -99,7 +99,7 @@ struct SignalWeights {
 };
 
 /// One row for each Signal, then one that always counts.
-using WeightTable = std::array<SignalWeights, signalCount + 1>;
+struct WeightTable : std::array<SignalWeights, signalCount + 1> {};
 
 /// The weights as they were fitted to the marked meetings.
 const WeightTable& fittedWeights();
