@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::benchmarks {
@@ -44,7 +45,7 @@ public:
     GeneratedMeeting& operator=(const GeneratedMeeting&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
-    std::filesystem::path folder() const { return TranscriptStorage::sessionDirectory(root_, session); }
+    std::filesystem::path folder() const { return layout::meetingFolder(root_, session); }
     std::filesystem::path database() const { return root_ / "quillmoot.sqlite"; }
 
     UUID session = UUID::random();

@@ -9,6 +9,7 @@
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/WAV.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/Process.h"
@@ -113,7 +114,7 @@ private:
         entry.title = "Wochenrunde " + std::to_string(number);
         entry.createdAt = Date::sinceReferenceDate(721'692'800 + number * 3600.0);
         entry.state = "completed";
-        fs::create_directories(TranscriptStorage::sessionDirectory(root(), entry.id));
+        fs::create_directories(layout::meetingFolder(root(), entry.id));
         const int minutes = minutesOfText / meetingCount + (number % 5 == 0 ? 1 : 0);
         std::ofstream plain(text() / (entry.id.string() + ".txt"));
         for (int minute = 0; minute < minutes; ++minute) {

@@ -4,6 +4,7 @@
 #include "MeetingCore/Library/AudioRemoval.h"
 #include "MeetingCore/Library/AudioRetentionPolicy.h"
 #include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/CrashingFileManager.h"
 #include "Support/TestRecording.h"
@@ -77,7 +78,7 @@ const UUID session = *UUID::parse("11111111-2222-4333-8444-555555555555");
 const std::string stagingName = ".Audio-entfernen-AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE";
 const std::vector<std::string> audio{".b.c.partial", "Audio", "a.chunk"};
 
-fs::path meetingIn(const fs::path& folder) { return TranscriptStorage::sessionDirectory(folder, session); }
+fs::path meetingIn(const fs::path& folder) { return layout::meetingFolder(folder, session); }
 
 /// A removal up to some point, put together on the disk as a crash would leave it.
 struct Progress {

@@ -3,6 +3,7 @@
 #include "MeetingCore/Library/ProcessingSnapshot.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "Support/TestMeeting.h"
 #include "Support/Testing.h"
 
@@ -169,10 +170,10 @@ TEST_F(RecordedMeetingTest, IsRecoveredAfterAndBesideOthers) {
     const auto staging = ".Audio-entfernen-" + UUID::random().string();
     fs::rename(root.path() / "Papierkorb", folder / staging);
     const auto begun = UUID::random();
-    const auto other = TranscriptStorage::sessionDirectory(root.path(), begun);
+    const auto other = layout::meetingFolder(root.path(), begun);
     for (const auto& name : {staging, "a.chunk"s}) fs::create_directories(other / name);
     // A link of that name leads to what is not ours to move.
-    const auto linked = TranscriptStorage::sessionDirectory(root.path(), UUID::random());
+    const auto linked = layout::meetingFolder(root.path(), UUID::random());
     for (const auto& made : {root.path() / "Fremd" / "a.chunk", linked}) fs::create_directories(made);
     fs::create_directory_symlink(root.path() / "Fremd", linked / staging);
     const auto recovered = recover();

@@ -3,6 +3,7 @@
 #include "MeetingCore/Library/AudioInputSelection.h"
 #include "MeetingCore/Library/MeetingMetadata.h"
 #include "MeetingCore/Library/SpeechConfiguration.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/Testing.h"
 
@@ -47,7 +48,7 @@ TEST(SpeechConfiguration, TrimsPhrasesAndKeepsTheFirstOfEach) {
 TEST(SpeechConfiguration, IsReadFromTheMeetingAndFallsBackWithoutAFile) {
     const TemporaryFolder root;
     const auto id = UUID::random();
-    const auto file = TranscriptStorage::sessionDirectory(root.path(), id) / "speech-configuration.json";
+    const auto file = layout::meetingFolder(root.path(), id) / "speech-configuration.json";
     fs::create_directories(file.parent_path());
     const auto load = [&] { return SpeechConfiguration::forSession(id, root.path()); };
     EXPECT_EQ(load(), (SpeechConfiguration{SpeechModel::parakeet, "auto", {}, 2}));

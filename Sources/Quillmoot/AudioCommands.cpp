@@ -15,6 +15,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "Names.h"
 #include "Program.h"
 
@@ -221,7 +222,7 @@ int archive(Shell& shell, const MeetingValues& values) {
     const auto& entry = open.meeting(values.meeting);
     const auto meeting = entry.id;
     std::vector<TrackRow> rows;
-    const auto report = DurableChunkStore(open.root() / "Meetings").recover(meeting);
+    const auto report = DurableChunkStore(open.root() / layout::meetings).recover(meeting);
     const auto& chunks = report.chunks;
     for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
         const auto ofTrack = [&](const AudioChunk& chunk) { return chunk.source == source; };
@@ -253,7 +254,7 @@ int removeAudio(Shell& shell, const RemovalValues& values) {
     const auto id = open.meeting(values.meeting).id;
     if (AudioArchive::removed(id, open.root()))
         throw MeetingError::invalidData("Das Audio dieses Meetings wurde schon entfernt.");
-    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover(id).chunks;
+    const auto chunks = DurableChunkStore(open.root() / layout::meetings).recover(id).chunks;
     if (!values.yes && !AudioRetentionPolicy::fullyProcessed(id, open.root(), open.jobs(), chunks)) {
         throw MeetingError::invalidData(
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
@@ -268,7 +269,7 @@ int removeAudio(Shell& shell, const RemovalValues& values) {
 /// Moves the audio of every meeting to the trash that was kept long enough.
 int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
     const auto policy = AudioRetentionPolicy::load(open.root());
-    const auto chunks = DurableChunkStore(open.root() / "Meetings").recover().chunks;
+    const auto chunks = DurableChunkStore(open.root() / layout::meetings).recover().chunks;
     const auto meetings = open.library().snapshot().meetings;
     std::vector<MeetingTitleRow> removed;
     int status = done;

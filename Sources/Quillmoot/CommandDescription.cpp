@@ -7,22 +7,12 @@
 
 namespace meetingcore::quillmoot {
 
-namespace {
-
-std::string joined(const std::vector<std::string>& parts, const std::string& between) {
-    std::string text;
-    for (const auto& part : parts) text += (text.empty() ? "" : between) + part;
-    return text;
-}
-
-}  // namespace
-
 CLI::Option* oneOf(CLI::Option* option, std::initializer_list<const char*> choices) {
     const std::vector<std::string> all(choices.begin(), choices.end());
-    option->type_name(joined(all, "|"));
+    option->type_name(text::joined(all, "|"));
     return option->check([all](const std::string& value) {
         if (std::ranges::find(all, value) != all.end()) return std::string();
-        return "Ungültiger Wert: " + value + " (möglich: " + joined(all, ", ") + ")";
+        return "Ungültiger Wert: " + value + " (möglich: " + text::joined(all, ", ") + ")";
     });
 }
 
@@ -93,7 +83,7 @@ bool takesRest(const CLI::Option& positional) { return positional.get_expected_m
 std::string spelling(const CLI::Option& option) {
     if (option.get_positional()) return option.get_name(true) + (takesRest(option) ? " …" : "");
     const auto value = valueNameOf(option);
-    return joined(namesOf(option), ", ") + (value.empty() ? "" : " " + value);
+    return text::joined(namesOf(option), ", ") + (value.empty() ? "" : " " + value);
 }
 
 }  // namespace meetingcore::quillmoot

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "CommandDescription.h"
+#include "MeetingCore/Platform/Text.h"
 
 namespace meetingcore::quillmoot {
 
@@ -35,11 +36,7 @@ std::string fishWord(const std::string& text) {
     return "'" + replaced(replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
 
-std::string joined(const std::vector<std::string>& words, const std::string& between = " ") {
-    std::string text;
-    for (const auto& word : words) text += (text.empty() ? "" : between) + word;
-    return text;
-}
+std::string inOneLine(const std::vector<std::string>& words) { return text::joined(words, " "); }
 
 void forEachCommand(const CLI::App& app, const std::function<void(const CLI::App&)>& body) {
     body(app);
@@ -255,7 +252,7 @@ complete -c quillmoot -f
 std::string bashKind(const CLI::Option& option) {
     switch (offerFor(option)) {
         case Offer::choices:
-            return "choices " + joined(choicesOf(option));
+            return "choices " + inOneLine(choicesOf(option));
         case Offer::files:
             return "files";
         case Offer::folders:
@@ -295,8 +292,8 @@ std::string forBash(const CLI::App& program) {
     std::string offers;
     forEachCommand(program, [&](const CLI::App& app) {
         offers += "    " + shellWord(fullName(app)) +
-                  ")\n        options=" + shellWord(joined(optionNames(app))) +
-                  "\n        commands=" + shellWord(joined(commandNames(app))) + "\n        ;;\n";
+                  ")\n        options=" + shellWord(inOneLine(optionNames(app))) +
+                  "\n        commands=" + shellWord(inOneLine(commandNames(app))) + "\n        ;;\n";
         places += bashPlaces(app);
     });
     return "# Completion for bash, made by `quillmoot completion bash`.\n\n"
@@ -309,7 +306,7 @@ std::string forBash(const CLI::App& program) {
 std::string zshAction(const CLI::Option& option) {
     switch (offerFor(option)) {
         case Offer::choices:
-            return "(" + joined(choicesOf(option)) + ")";
+            return "(" + inOneLine(choicesOf(option)) + ")";
         case Offer::files:
             return "_files";
         case Offer::folders:
@@ -337,7 +334,7 @@ std::string zshSpecification(const CLI::Option& option) {
         if (takesRest(option)) return shellWord("*" + names.back() + text);
     }
     if (names.size() == 1) return shellWord(names.front() + text);
-    return "'(" + joined(namesOf(option)) + ")'{" + joined(names, ",") + "}" + shellWord(text);
+    return "'(" + inOneLine(namesOf(option)) + ")'{" + text::joined(names, ",") + "}" + shellWord(text);
 }
 
 /// The specifications of a command's positionals from the one at `first` on.
@@ -392,7 +389,7 @@ std::string forZsh(const CLI::App& program) {
 std::string fishValue(const CLI::Option& option) {
     switch (offerFor(option)) {
         case Offer::choices:
-            return " -x -a " + fishWord(joined(choicesOf(option)));
+            return " -x -a " + fishWord(inOneLine(choicesOf(option)));
         case Offer::files:
             return " -r -F";
         case Offer::folders:

@@ -7,8 +7,10 @@
 #include "MeetingCore/Library/MeetingSearch.h"
 #include "MeetingCore/Library/RecordingImport.h"
 #include "MeetingCore/Library/WorkScheduler.h"
+#include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "Names.h"
 #include "Program.h"
 
@@ -144,7 +146,7 @@ MeetingRow rowOf(DataFolder& folder, const MeetingEntry& meeting, std::map<std::
             .chunkCount = meeting.chunkCount,
             .jobs = std::move(jobs),
             .audioRemoved = AudioArchive::removed(meeting.id, folder.root()),
-            .hasSummary = pathExists(folder.folderOf(meeting.id) / "summary.json")};
+            .hasSummary = pathExists(folder.folderOf(meeting.id) / layout::summary)};
 }
 
 /// How far the transcript and what is made of it are.
@@ -250,12 +252,6 @@ MeetingDetails detailsOf(DataFolder& folder, const MeetingEntry& meeting,
     return details;
 }
 
-std::string joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const auto& part : parts) text += (text.empty() ? "" : ", ") + part;
-    return text;
-}
-
 std::string_view wordFor(SummaryState state) {
     switch (state) {
         case SummaryState::current:
@@ -287,14 +283,14 @@ int show(Shell& shell, const MeetingValues& values) {
     fact("Datum", localTime(meeting.createdAt));
     fact("Dauer", lengthOf(meeting.duration));
     fact("Projekt", details.meeting.project.value_or(""));
-    fact("Teilnehmer", joined(details.participants));
+    fact("Teilnehmer", text::joined(details.participants, ", "));
     for (const auto& field : details.fields) fact(fitted(field.name, 15), field.value);
     const bool transcribed = !details.meeting.jobs.contains("pending");
     fact("Verarbeitung", details.processing == TranscriptProcessingState::waiting && transcribed
                              ? "wartet auf die Sprecher"
                              : quillmoot::wordFor(details.processing));
     fact("Transkript", countOf(static_cast<std::size_t>(details.segments), "Segment", "Segmente"));
-    fact("Sprecher", joined(details.speakers));
+    fact("Sprecher", text::joined(details.speakers, ", "));
     fact("Zusammenfassung", wordFor(details.summary));
     fact("Audio", details.meeting.audioRemoved
                       ? "entfernt"
@@ -385,7 +381,7 @@ JobRow rowOf(const JobState& job) {
 void openJobs(const UUID& meeting, const std::string& action, bool confirmed, DataFolder& folder) {
     if (AudioArchive::removed(meeting, folder.root()))
         throw MeetingError::invalidData("Das Audio dieses Meetings wurde bewusst entfernt.");
-    auto& jobs = pathExists(folder.root() / "quillmoot.sqlite") ? folder.queue() : folder.jobs();
+    auto& jobs = pathExists(folder.root() / layout::queue) ? folder.queue() : folder.jobs();
     if (action == "retry") return jobs.retrySession(meeting);
     const auto finished = jobs.jobStats(meeting)["completed"];
     if (finished > 0 && !confirmed) {

@@ -15,6 +15,7 @@
 #include "MeetingCore/Library/MeetingReference.h"
 #include "MeetingCore/Library/Trash.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore::quillmoot {
 
@@ -43,9 +44,10 @@ void requireFolder(const fs::path& root) {
 }
 
 bool isOurs(const std::string& name) {
-    constexpr auto names = std::to_array<std::string_view>(
-        {"Meetings", "Models", "application.lock", "audio-retention.json", "inference.lock", "library.json"});
-    return std::ranges::find(names, name) != names.end() || name.starts_with("quillmoot.sqlite") ||
+    constexpr auto names =
+        std::to_array<std::string_view>({layout::meetings, layout::models, layout::applicationLock,
+                                         layout::audioRetention, layout::inferenceLock, layout::library});
+    return std::ranges::find(names, name) != names.end() || name.starts_with(layout::queue) ||
            name == ".DS_Store" || isInterruptedWrite(name);
 }
 
@@ -56,27 +58,26 @@ bool holdsOnlyOurs(const fs::path& root) {
 
 /// Leaves a folder that is none of ours as it is.
 void requireOurs(const fs::path& root) {
-    if (pathExists(root / "library.json") || pathExists(root / "quillmoot.sqlite") || holdsOnlyOurs(root))
-        return;
+    if (pathExists(root / layout::library) || pathExists(root / layout::queue) || holdsOnlyOurs(root)) return;
     throw MeetingError::notConfigured(root.string() +
                                       " ist kein Datenordner. Bitte einen leeren Ordner oder einen vorhandenen "
                                       "Quillmoot-Datenordner wählen.");
 }
 
 std::unique_ptr<SQLiteJobStore> openJobs(const fs::path& root) {
-    return std::make_unique<SQLiteJobStore>(root / "quillmoot.sqlite");
+    return std::make_unique<SQLiteJobStore>(root / layout::queue);
 }
 
 /// Makes what a chosen folder is known by.
 void complete(const fs::path& root) {
-    createDirectories(FileManager::system(), root / "Meetings");
-    if (!pathExists(root / "quillmoot.sqlite")) openJobs(root);
+    createDirectories(FileManager::system(), root / layout::meetings);
+    if (!pathExists(root / layout::queue)) openJobs(root);
 }
 
 /// A database that is missing beside meetings is lost, which is not to be covered up.
 void refuseLostDatabase(const fs::path& root) {
-    const auto library = root / "library.json";
-    if (pathExists(root / "quillmoot.sqlite") || !pathExists(library)) return;
+    const auto library = root / layout::library;
+    if (pathExists(root / layout::queue) || !pathExists(library)) return;
     if (MeetingLibrary::read(library).meetings.empty()) return;
     throw MeetingError::storage(
         "In " + root.string() +
@@ -98,7 +99,7 @@ const LibrarySnapshot& DataFolder::library() {
 
 SQLiteJobStore& DataFolder::jobs() {
     if (queue_ != nullptr) return *queue_;
-    if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / "quillmoot.sqlite");
+    if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / layout::queue);
     return *jobs_;
 }
 
@@ -112,7 +113,7 @@ const MeetingEntry& DataFolder::meeting(const std::string& reference) {
 }
 
 std::optional<SummaryArtifact> DataFolder::summary(const UUID& meeting) const {
-    return TranscriptStorage::readOptional<SummaryArtifact>(folderOf(meeting) / "summary.json");
+    return TranscriptStorage::readOptional<SummaryArtifact>(folderOf(meeting) / layout::summary);
 }
 
 OpenLibrary::OpenLibrary(fs::path root, Terminal& notices) : root_(std::move(root)) {
@@ -133,7 +134,7 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     const bool removed = std::ranges::any_of(
         meetings, [&](const auto& meeting) { return AudioArchive::removed(meeting.id, root_); });
     if (!removed && AudioRemoval::interrupted(root_).empty()) return;
-    if (!pathExists(root_ / "quillmoot.sqlite")) return;  // lost, and not to be covered up by an empty one
+    if (!pathExists(root_ / layout::queue)) return;  // lost, and not to be covered up by an empty one
     AudioRemoval::Recovered recovered;
     try {
         recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
@@ -223,8 +224,8 @@ OpenLibrary Shell::openLibrary(Creation creation) {
 void Shell::chooseFolder(const fs::path& folder) {
     createDirectories(FileManager::system(), folder);
     const bool used =
-        std::ranges::any_of(std::to_array({"application.lock", "library.json", "quillmoot.sqlite"}),
-                            [&](const char* name) { return pathExists(folder / name); });
+        std::ranges::any_of(std::to_array({layout::applicationLock, layout::library, layout::queue}),
+                            [&](std::string_view name) { return pathExists(folder / name); });
     if (used && holdsOnlyOurs(folder)) {
         refuseLostDatabase(folder);
         complete(folder);

@@ -11,6 +11,7 @@
 
 #include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Platform/StopRequest.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
@@ -57,9 +58,7 @@ public:
         return TranscriptStorage::load(meeting, root_, jobs());
     }
     std::optional<SummaryArtifact> summary(const UUID& meeting) const;
-    std::filesystem::path folderOf(const UUID& meeting) const {
-        return TranscriptStorage::sessionDirectory(root_, meeting);
-    }
+    std::filesystem::path folderOf(const UUID& meeting) const { return layout::meetingFolder(root_, meeting); }
 
 private:
     std::filesystem::path root_;

@@ -17,6 +17,7 @@
 #include "MeetingCore/Presentation/TranscriptLayout.h"
 #include "MeetingCore/Presentation/Wording.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Names.h"
@@ -319,7 +320,7 @@ int speakers(Shell& shell, const MeetingValues& values) {
 
 /// Makes the jobs that are missing: an import that was cut off has chunks, but no jobs yet.
 void planWindows(const UUID& meeting, DataFolder& folder) {
-    const auto chunks = DurableChunkStore(folder.root() / "Meetings").recover(meeting).chunks;
+    const auto chunks = DurableChunkStore(folder.root() / layout::meetings).recover(meeting).chunks;
     const auto coverage = WorkScheduler::coverage(meeting, chunks, folder.jobs());
     if (chunks.empty() && coverage.windows.empty())
         throw MeetingError::invalidData("Das Meeting hat kein Audio.");

@@ -1,5 +1,6 @@
 #include "SummaryWorker/SummaryTask.h"
 
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Summary/ModelCatalog.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "SummaryWorker/PromptLimits.h"
@@ -54,7 +55,7 @@ SummaryInstructions readInstructions(const MeetingRun& run) {
 }  // namespace
 
 SummaryTask::SummaryTask(const MeetingRun& run)
-    : run_(run), table_(run.meeting.document()), partsFolder_(run.meeting.folder() / "summary-parts") {}
+    : run_(run), table_(run.meeting.document()), partsFolder_(run.meeting.folder() / layout::summaryParts) {}
 
 void SummaryTask::run() {
     instructions_ = readInstructions(run_);

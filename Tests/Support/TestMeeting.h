@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 #include "Support/TemporaryFolder.h"
 #include "Support/TestRecording.h"
@@ -38,7 +39,7 @@ struct MeetingFolder {
 
     TemporaryFolder root;
     UUID session = UUID::random();
-    std::filesystem::path folder = TranscriptStorage::sessionDirectory(root.path(), session);
+    std::filesystem::path folder = layout::meetingFolder(root.path(), session);
     std::filesystem::path turnsFile = folder / "diarization.json", editsFile = folder / "transcript-edits.json";
     SQLiteJobStore database{root.path() / "quillmoot.sqlite"};
     std::vector<AudioChunk> chunks;

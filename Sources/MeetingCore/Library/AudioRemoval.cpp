@@ -6,6 +6,7 @@
 
 #include "MeetingCore/Platform/TimeZone.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -22,7 +23,7 @@ struct Marker {
 
 bool isAudio(const std::string& name) {
     const auto extension = fs::path(name).extension();
-    return extension == ".chunk" || extension == ".partial" || name == "Audio";
+    return extension == ".chunk" || extension == ".partial" || name == layout::audio;
 }
 
 bool isFolder(const fs::path& path, FileManager& files) {
@@ -143,7 +144,7 @@ namespace AudioRemoval {
 
 void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database, const Trash& trash,
                  FileManager& files, Date now) {
-    const auto meeting = TranscriptStorage::sessionDirectory(root, id);
+    const auto meeting = layout::meetingFolder(root, id);
     auto items = files.list(meeting);
     std::erase_if(items, [](const auto& name) { return !isAudio(name); });
     if (items.empty()) throw MeetingError::storage("Keine Audiodateien vorhanden.");
@@ -164,7 +165,7 @@ void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database,
 
 std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
     std::vector<UUID> found;
-    const auto meetings = root / "Meetings";
+    const auto meetings = root / layout::meetings;
     if (!pathExists(meetings)) return found;
     for (const auto& name : files.list(meetings)) {
         const auto id = UUID::parse(name);
@@ -185,7 +186,7 @@ std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
 
 Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& trash, FileManager& files) {
     Recovered recovered;
-    const auto meetings = root / "Meetings";
+    const auto meetings = root / layout::meetings;
     if (!pathExists(meetings)) return recovered;
     const auto sessions = database.sessionsWithAudioWork();
     const std::set<UUID> unretired(sessions.begin(), sessions.end());

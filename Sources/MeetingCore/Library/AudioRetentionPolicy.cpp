@@ -5,6 +5,7 @@
 
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -18,7 +19,7 @@ constexpr double secondsPerDay = 86'400;
 
 bool isInRange(std::int64_t days) { return days >= 1 && days <= maximumDays; }
 
-std::filesystem::path fileIn(const std::filesystem::path& root) { return root / "audio-retention.json"; }
+std::filesystem::path fileIn(const std::filesystem::path& root) { return root / layout::audioRetention; }
 
 bool isTranscribed(const UUID& id, SQLiteJobStore& database, std::span<const AudioChunk> chunks) {
     auto jobs = database.jobStats(id);

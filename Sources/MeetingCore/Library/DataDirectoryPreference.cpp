@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "MeetingCore/Library/MeetingLibrary.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore::DataDirectoryPreference {
 
@@ -57,11 +58,11 @@ void validate(const fs::path& folder, FileManager& files) {
     const auto has = [&](std::string_view name) {
         return std::find(names.begin(), names.end(), name) != names.end();
     };
-    if (!names.empty() && !(has("quillmoot.sqlite") && has("Meetings"))) {
+    if (!names.empty() && !(has(layout::queue) && has(layout::meetings))) {
         throw MeetingError::storage(
             "Bitte einen leeren Ordner oder einen vorhandenen Quillmoot-Datenordner wählen.");
     }
-    if (has("library.json")) static_cast<void>(MeetingLibrary::read(folder / "library.json", files));
+    if (has(layout::library)) static_cast<void>(MeetingLibrary::read(folder / layout::library, files));
     requireWritable(folder, files);
 }
 

@@ -13,6 +13,7 @@
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/CommandTranscriber.h"
@@ -92,7 +93,7 @@ private:
     }
 
     void checkLibrary() {
-        const auto file = root_ / "library.json";
+        const auto file = root_ / layout::library;
         if (!pathExists(file)) {
             add(Severity::note, "Bibliothek", "Es gibt noch keine Bibliothek.");
             return;
@@ -108,7 +109,7 @@ private:
 
     void checkDatabase() {
         constexpr auto topic = "Datenbank";
-        const auto file = root_ / "quillmoot.sqlite";
+        const auto file = root_ / layout::queue;
         if (!pathExists(file)) {
             const auto lost = static_cast<std::size_t>(
                 std::ranges::count(library_.meetings, "completed", &MeetingEntry::state));
@@ -199,7 +200,7 @@ private:
 
     void checkRecordings() {
         constexpr auto topic = "Aufnahmen";
-        const auto meetings = root_ / "Meetings";
+        const auto meetings = root_ / layout::meetings;
         if (!pathExists(meetings)) return;
         const auto report = DurableChunkStore(meetings).recover();
         add(Severity::fine, topic,
@@ -262,7 +263,7 @@ private:
             }
             const auto missing = std::max(meeting.chunkCount, registered[meeting.id]) - found[meeting.id];
             // Without its manifest none of a meeting's audio is recognised, which is told of with the meeting.
-            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            const auto folder = layout::meetingFolder(root_, meeting.id);
             if (missing <= 0 || !pathExists(folder / "session.json")) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
@@ -304,7 +305,7 @@ private:
         std::unordered_map<UUID, std::vector<std::string>> jobs;
         if (database_ != nullptr) jobs = database_->jobsWithResults();
         for (const auto& meeting : library_.meetings) {
-            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
+            const auto folder = layout::meetingFolder(root_, meeting.id);
             if (!pathExists(folder)) {
                 add(Severity::warning, "Meetings", "Der Ordner von „" + meeting.title + "“ fehlt.");
                 continue;
@@ -319,7 +320,7 @@ private:
                 SpeechConfiguration::forSession(meeting.id, root_);
                 TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / "events.json");
                 TranscriptStorage::readOptional<SummaryInstructions>(folder / "summary-request.json");
-                TranscriptStorage::readOptional<SummaryArtifact>(folder / "summary.json");
+                TranscriptStorage::readOptional<SummaryArtifact>(folder / layout::summary);
                 TranscriptStorage::readOptional<MeetingTitleArtifact>(folder / "automatic-title.json");
                 ++sound;
             } catch (const MeetingError& error) {
@@ -345,8 +346,8 @@ private:
         };
         guarded("Reste", [&] { collect(root_, {}); });
         for (const auto& meeting : library_.meetings) {
-            const auto folder = TranscriptStorage::sessionDirectory(root_, meeting.id);
-            for (const auto& inner : {folder, folder / "summary-parts", folder / "Audio"}) {
+            const auto folder = layout::meetingFolder(root_, meeting.id);
+            for (const auto& inner : {folder, folder / layout::summaryParts, folder / layout::audio}) {
                 std::error_code unknown;
                 if (fs::is_directory(fs::symlink_status(inner, unknown)))
                     guarded("Reste", [&] { collect(inner, meeting.id); });

@@ -9,6 +9,7 @@
 #include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Summary/WorkerLock.h"
 #include "MeetingCore/Transcript/InferenceData.h"
@@ -115,7 +116,7 @@ bool MeetingEntry::needsAutomaticTitle() const {
 }
 
 MeetingLibrary::MeetingLibrary(const fs::path& root, FileManager& files)
-    : files_(files), file_(root / "library.json") {
+    : files_(files), file_(root / layout::library) {
     createDirectories(files, root);
     if (pathExists(file_)) snapshot_ = read(file_, files);
 }
@@ -128,7 +129,7 @@ LibrarySnapshot MeetingLibrary::read(const fs::path& file, FileManager& files) {
 }
 
 LibrarySnapshot MeetingLibrary::view(const fs::path& root, FileManager& files) {
-    const auto file = root / "library.json";
+    const auto file = root / layout::library;
     if (!pathExists(file)) return {};
     auto library = read(file, files);
     if (std::any_of(library.meetings.begin(), library.meetings.end(),
@@ -172,7 +173,7 @@ void MeetingLibrary::enterAudioRemoval(const UUID& meeting) {
         if (entry->state != "completed") entry->state = "interrupted";
     });
     appendEvent({UUID::random(), Date::now(), "audioRemoved", std::nullopt},
-                TranscriptStorage::sessionDirectory(file_.parent_path(), meeting), files_);
+                layout::meetingFolder(file_.parent_path(), meeting), files_);
 }
 
 void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {

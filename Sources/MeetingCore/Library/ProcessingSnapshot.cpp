@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore {
 
@@ -12,7 +13,7 @@ ProcessingSnapshot ProcessingSnapshot::load(const UUID& session, const std::file
                                             SQLiteJobStore& database, Date now, FileManager& files) {
     auto document = TranscriptStorage::load(session, root, database, files);
     auto summary = TranscriptStorage::readOptional<SummaryArtifact>(
-        TranscriptStorage::sessionDirectory(root, session) / "summary.json", files);
+        layout::meetingFolder(root, session) / layout::summary, files);
     return {now,
             std::move(document.rawSegments),
             std::move(document.segments),

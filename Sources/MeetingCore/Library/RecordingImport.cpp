@@ -8,6 +8,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/PCMChunkAccumulator.h"
 #include "MeetingCore/Summary/SummaryArtifact.h"
 #include "MeetingCore/Transcript/InferenceData.h"
@@ -20,7 +21,6 @@ constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
 constexpr std::int64_t maximumTrackSamples = audio::maximumTrackSeconds * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
-constexpr const char* clockFile = "recording-clock.json";
 constexpr const char* manifestFile = "session.json";
 
 /// The namespace of all identifiers that follow from imported audio.
@@ -75,7 +75,7 @@ bool begin(const Recording& recording, DurableChunkStore& store, MeetingLibrary&
     const bool resumed = pathExists(folder);
     if (!resumed) {
         store.createSession(session);
-        if (recording.clock) TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+        if (recording.clock) TranscriptStorage::save(*recording.clock, folder / layout::recordingClock, files);
     }
     library.update([&](LibrarySnapshot& snapshot) {
         auto entry = entryOf(snapshot, recording.session);
@@ -98,7 +98,7 @@ void adopt(const Recording& recording, const std::filesystem::path& folder, Meet
     if (recording.clock) {
         session.createdAt = recording.createdAt;
         TranscriptStorage::save(session, folder / manifestFile, files);
-        TranscriptStorage::save(*recording.clock, folder / clockFile, files);
+        TranscriptStorage::save(*recording.clock, folder / layout::recordingClock, files);
     }
     library.update([&](LibrarySnapshot& snapshot) {
         auto& entry = *entryOf(snapshot, recording.session);
@@ -192,7 +192,7 @@ void settle(const UUID& session, const std::string& state, std::span<const Audio
 /// Takes back a new import of which nothing was stored.
 void forget(const UUID& session, const std::filesystem::path& root, MeetingLibrary& library,
             FileManager& files) {
-    const auto folder = TranscriptStorage::sessionDirectory(root, session);
+    const auto folder = layout::meetingFolder(root, session);
     const auto names = files.list(folder);
     const bool onlyFiles = std::ranges::all_of(names, [&](const std::string& name) {
         const auto status = files.status(folder / name);
@@ -213,7 +213,7 @@ UUID sessionFor(std::string_view description) { return UUID::derived(importNames
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
             SQLiteJobStore& database, const Progress& progress, FileManager& files) {
     requireSound(recording, root);
-    DurableChunkStore store(root / "Meetings", files);
+    DurableChunkStore store(root / layout::meetings, files);
     const auto folder = store.sessionDirectory(recording.session);
     if (files.status(folder)) restoreManifest(recording, folder, files);
     const auto known = store.recover(recording.session).chunks;
@@ -250,7 +250,7 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
 std::optional<RecordingClock> storedClock(const UUID& session, const std::filesystem::path& root,
                                           FileManager& files) {
     return TranscriptStorage::readOptional<RecordingClock>(
-        TranscriptStorage::sessionDirectory(root, session) / clockFile, files);
+        layout::meetingFolder(root, session) / layout::recordingClock, files);
 }
 
 }  // namespace meetingcore::RecordingImport

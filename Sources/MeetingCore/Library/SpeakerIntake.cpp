@@ -8,14 +8,13 @@
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/FileProblems.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 
 namespace meetingcore::SpeakerIntake {
 
 namespace {
-
-constexpr double secondsOutsideAudio = 1;
 
 AudioSource sourceOf(const SpeakerTurn& turn) { return turn.source.value_or(AudioSource::meeting); }
 
@@ -50,7 +49,7 @@ std::optional<double> recordingEnd(const UUID& session, double expected, const s
         if (const auto window = WorkScheduler::windowOf(job)) reach(window->endSeconds());
     }
     if (end && expected <= *end) return end;
-    for (const auto& chunk : DurableChunkStore(root / "Meetings", files).recover(session).chunks)
+    for (const auto& chunk : DurableChunkStore(root / layout::meetings, files).recover(session).chunks)
         reach(chunk.endSeconds());
     return end;
 }
@@ -237,14 +236,14 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
         if (existing == Existing::refuse) return reports;
         diarization = *replaced;  // whoever made it, the names are bound to its generation
     }
-    const auto folder = TranscriptStorage::sessionDirectory(root, session);
-    auto edits = TranscriptStorage::readOptional<TranscriptEdits>(folder / "transcript-edits.json", files)
+    const auto folder = layout::meetingFolder(root, session);
+    auto edits = TranscriptStorage::readOptional<TranscriptEdits>(folder / layout::edits, files)
                      .value_or(TranscriptEdits{});
     renewNames(edits, replaced, diarization, tracks);
     // The names first: until the turns arrive they belong to no diarization, and the same import finds them
     // again.
-    TranscriptStorage::save(edits, folder / "transcript-edits.json", files);
-    TranscriptStorage::save(diarization, folder / "diarization.json", files);
+    TranscriptStorage::save(edits, folder / layout::edits, files);
+    TranscriptStorage::save(diarization, folder / layout::diarization, files);
     return reports;
 }
 
@@ -254,7 +253,7 @@ void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobSto
     if (document.diarization || document.requiresMicrophoneDiarization || !document.diarizationPending())
         return;
     TranscriptStorage::save(finished(session, {}, /*microphone=*/false),
-                            TranscriptStorage::sessionDirectory(root, session) / "diarization.json", files);
+                            layout::meetingFolder(root, session) / layout::diarization, files);
 }
 
 void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
@@ -265,7 +264,7 @@ void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJ
     }
     const bool microphone = TranscriptStorage::loadRecognised(session, database).requiresMicrophoneDiarization;
     TranscriptStorage::save(finished(session, {}, microphone),
-                            TranscriptStorage::sessionDirectory(root, session) / "diarization.json", files);
+                            layout::meetingFolder(root, session) / layout::diarization, files);
 }
 
 }  // namespace meetingcore::SpeakerIntake

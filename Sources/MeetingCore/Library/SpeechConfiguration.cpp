@@ -6,6 +6,7 @@
 
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -27,7 +28,7 @@ SpeechConfiguration SpeechConfiguration::legacy() { return {SpeechModel::parakee
 
 SpeechConfiguration SpeechConfiguration::forSession(const UUID& session, const std::filesystem::path& root,
                                                     FileManager& files) {
-    const auto file = TranscriptStorage::sessionDirectory(root, session) / "speech-configuration.json";
+    const auto file = layout::meetingFolder(root, session) / layout::speechConfiguration;
     return TranscriptStorage::readOptional<SpeechConfiguration>(file, files).value_or(legacy()).validated();
 }
 

@@ -10,6 +10,7 @@
 #include "MeetingCore/Library/SpeakerIntake.h"
 #include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/DurableChunkStore.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/FileProblems.h"
 
 namespace meetingcore::TranscriptIntake {
@@ -18,7 +19,6 @@ namespace {
 
 /// Longer than a busy database may take, and short enough to wait for after a crash.
 constexpr double leaseSeconds = 10;
-constexpr double secondsOutsideAudio = 1;
 
 struct Span {
     double start;
@@ -161,7 +161,7 @@ private:
 
 std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const std::filesystem::path& root,
                                     FileManager& files) {
-    auto chunks = DurableChunkStore(root / "Meetings", files).recoverTrack(session, source);
+    auto chunks = DurableChunkStore(root / layout::meetings, files).recoverTrack(session, source);
     if (chunks.empty())
         throw MeetingError::invalidData("Das Meeting hat auf dieser Tonspur keine Audioabschnitte.");
     return chunks;

@@ -300,6 +300,15 @@ std::string repaired(std::string_view text) {
     return out;
 }
 
+std::string joined(std::span<const std::string> texts, std::string_view separator) {
+    std::string result;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (i > 0) result += separator;
+        result += texts[i];
+    }
+    return result;
+}
+
 std::string replacing(std::string_view text, std::string_view needle, std::string_view replacement) {
     std::string out;
     out.reserve(text.size());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,9 @@ bool containsControl(std::string_view text);
 
 /// The same text with every invalid UTF-8 sequence replaced by U+FFFD.
 std::string repaired(std::string_view text);
+
+/// The texts one after another with `separator` between them.
+std::string joined(std::span<const std::string> texts, std::string_view separator);
 
 /// `text` with every occurrence of `needle` (not empty) replaced.
 std::string replacing(std::string_view text, std::string_view needle, std::string_view replacement);

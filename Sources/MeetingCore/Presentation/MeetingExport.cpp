@@ -161,8 +161,7 @@ std::string singleLine(std::string_view text) {
 
 std::vector<std::pair<std::string, std::string>> facts(const ExportedMeeting& meeting) {
     const auto metadata = meeting.entry.metadata.value_or(MeetingMetadata{});
-    const auto participants =
-        joined(metadata.participants, ", ", [](const std::string& name) -> const std::string& { return name; });
+    const auto participants = text::joined(metadata.participants, ", ");
     std::vector<std::pair<std::string, std::string>> facts{
         {"Datum", dateText(meeting)},
         {"Teilnehmer", metadata.participants.empty() ? "Nicht angegeben" : participants}};

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/JoinedAudio.h"
 #include "MeetingCore/Recording/WAV.h"
 
@@ -28,14 +29,10 @@ namespace AudioArchive {
 
 namespace {
 
-fs::path meetingFolder(const UUID& session, const fs::path& root) {
-    return root / "Meetings" / session.string();
-}
-
 /// The track's chunks by start time, as many as recovery vouches for.
 std::vector<AudioChunk> trackChunks(const UUID& session, AudioSource source, const fs::path& root,
                                     FileManager& files) {
-    auto chunks = DurableChunkStore(root / "Meetings", files).recoverTrack(session, source);
+    auto chunks = DurableChunkStore(root / layout::meetings, files).recoverTrack(session, source);
     const bool tooLong = std::any_of(chunks.begin(), chunks.end(), [](const AudioChunk& chunk) {
         return chunk.endSeconds() > audio::maximumTrackSeconds;
     });
@@ -54,8 +51,8 @@ class Build {
 public:
     Build(const UUID& session, AudioSource source, const fs::path& root, FileManager& files)
         : files_(files),
-          meeting_(meetingFolder(session, root)),
-          folder_(meeting_ / "Audio"),
+          meeting_(layout::meetingFolder(root, session)),
+          folder_(meeting_ / layout::audio),
           track_(json::nameOf(source)),
           chunks_(trackChunks(session, source, root, files)),
           audio_(chunks_, 0) {}
@@ -139,7 +136,7 @@ private:
 bool removed(const UUID& session, const fs::path& root) {
     // What cannot be told is no removal: it would let unfinished work pass for finished.
     std::error_code undecided;
-    return fs::exists(meetingFolder(session, root) / removedMarkerName, undecided);
+    return fs::exists(layout::meetingFolder(root, session) / removedMarkerName, undecided);
 }
 
 std::vector<Gap> gaps(std::span<const AudioChunk> chunks) {

@@ -1,6 +1,7 @@
 #include "MeetingCore/Summary/SummaryRun.h"
 
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore {
 
@@ -25,8 +26,8 @@ bool isDangling(const fs::path& path) {
     return fs::is_symlink(fs::symlink_status(path, error)) && !fs::exists(path, error);
 }
 
-fs::path meetingFolder(const fs::path& root, const UUID& session) {
-    const auto named = TranscriptStorage::sessionDirectory(root, session);
+fs::path folderWithin(const fs::path& root, const UUID& session) {
+    const auto named = layout::meetingFolder(root, session);
     auto folder = resolved(named);
     if (isDangling(named.parent_path()) || isDangling(named) ||
         !folder.native().starts_with(root.native() + "/Meetings/")) {
@@ -46,9 +47,9 @@ SummaryRun::SummaryRun(const UUID& session, const fs::path& root, FileManager& f
     : session_(session),
       files_(files),
       root_(resolved(root)),
-      folder_(meetingFolder(root_, session)),
+      folder_(folderWithin(root_, session)),
       lock_(root_, WorkerLock::Purpose::inference),
-      database_(root_ / "quillmoot.sqlite"),
+      database_(root_ / layout::queue),
       unfinishedJobs_(countUnfinished(database_, session)) {
     const bool audioRemoved = AudioArchive::removed(session, root_);
     if (!audioRemoved && unfinishedJobs_ > 0) {
@@ -89,7 +90,7 @@ void SummaryRun::writeSummary(EvidenceSummary summary, std::optional<SummaryInst
     artifact.createdAt = Date::now();
     artifact.summary = std::move(summary);
     artifact.instructions = std::move(instructions);
-    TranscriptStorage::save(artifact, folder_ / "summary.json", files_);
+    TranscriptStorage::save(artifact, folder_ / layout::summary, files_);
 }
 
 void SummaryRun::writeTitle(std::string_view title) const {

@@ -3,21 +3,22 @@
 #include <sys/file.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore {
 
 namespace {
 
 struct Wording {
-    const char* fileName;
+    std::string_view fileName;
     const char* messageWhenTaken;
 };
 
 Wording wording(WorkerLock::Purpose purpose) {
     if (purpose == WorkerLock::Purpose::inference) {
-        return {"inference.lock", "Eine lokale KI-Verarbeitung läuft bereits für diese Bibliothek."};
+        return {layout::inferenceLock, "Eine lokale KI-Verarbeitung läuft bereits für diese Bibliothek."};
     }
-    return {"application.lock",
+    return {layout::applicationLock,
             "Die Meeting-Bibliothek ist bereits in einer anderen App-Ausgabe geöffnet. Bitte diese zuerst "
             "beenden."};
 }

@@ -5,6 +5,7 @@
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Subprocess.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/JoinedAudio.h"
 #include "MeetingCore/Transcript/CaptionFile.h"
 #include "MeetingCore/Transcript/InferenceData.h"
@@ -171,7 +172,10 @@ bool CommandTranscriber::isWorkFolder(std::string_view name) {
 
 CommandTranscriber::CommandTranscriber(std::string_view command, const fs::path& root,
                                        std::chrono::milliseconds timeLimit, FileManager& files)
-    : words_(CommandWords(command).all()), meetings_(root / "Meetings"), timeLimit_(timeLimit), files_(files) {
+    : words_(CommandWords(command).all()),
+      meetings_(root / layout::meetings),
+      timeLimit_(timeLimit),
+      files_(files) {
     const bool named = std::any_of(words_.begin(), words_.end(), [](const std::string& word) {
         return word.find(wavPlaceholder) != std::string::npos;
     });

@@ -8,6 +8,7 @@
 #include "MeetingCore/Platform/DistinctIDs.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/TurnIndex.h"
 
 namespace meetingcore {
@@ -163,14 +164,10 @@ std::vector<TranscriptSegment> TranscriptDocument::merge(std::span<const Transcr
 
 namespace TranscriptStorage {
 
-std::filesystem::path sessionDirectory(const std::filesystem::path& root, const UUID& session) {
-    return root / "Meetings" / session.string();
-}
-
 std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& root,
                                                  FileManager& files) {
     auto diarization =
-        readOptional<DiarizationResult>(sessionDirectory(root, session) / "diarization.json", files);
+        readOptional<DiarizationResult>(layout::meetingFolder(root, session) / layout::diarization, files);
     if (!diarization) return std::nullopt;
     if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
         throw MeetingError::invalidData("Falsche Diarisierungssitzung.", json::unreadable<DiarizationResult>);
@@ -183,10 +180,9 @@ namespace {
 
 void complete(TranscriptDocument& document, const UUID& session, const std::filesystem::path& root,
               FileManager& files) {
-    const auto folder = sessionDirectory(root, session);
+    const auto folder = layout::meetingFolder(root, session);
     document.diarization = loadDiarization(session, root, files);
-    document.edits =
-        readOptional<TranscriptEdits>(folder / "transcript-edits.json", files).value_or(TranscriptEdits{});
+    document.edits = readOptional<TranscriptEdits>(folder / layout::edits, files).value_or(TranscriptEdits{});
     document.segments = TranscriptDocument::merge(document.rawSegments, document.diarization, document.edits);
 }
 
@@ -211,11 +207,11 @@ TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
 }
 
 bool hasUnfinishedDiarization(const std::filesystem::path& root, FileManager& files) {
-    const auto meetings = root / "Meetings";
+    const auto meetings = root / layout::meetings;
     if (!pathExists(meetings)) return false;
     const auto names = files.list(meetings);
     return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-        const auto diarization = readOptional<DiarizationResult>(meetings / name / "diarization.json", files);
+        const auto diarization = readOptional<DiarizationResult>(meetings / name / layout::diarization, files);
         return diarization && !diarization->finished;
     });
 }

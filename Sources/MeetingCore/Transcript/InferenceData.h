@@ -107,9 +107,6 @@ struct TranscriptDocument {
 /// Reads and writes what the system keeps about a meeting's transcript under the data folder.
 namespace TranscriptStorage {
 
-/// The folder of a session: "Meetings" and the upper-case UUID under the data folder.
-std::filesystem::path sessionDirectory(const std::filesystem::path& root, const UUID& session);
-
 /// Builds the document from the completed speech results, "diarization.json" and "transcript-edits.json".
 /// Nothing is cached. Throws MeetingError where a part is unreadable or does not belong together.
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,

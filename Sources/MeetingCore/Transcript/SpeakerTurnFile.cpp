@@ -111,12 +111,6 @@ SpeakerTurnFile fromVoices(const CaptionFile& captions) {
     return file;
 }
 
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const auto& name : names) text += (text.empty() ? "„" : ", „") + name + "“";
-    return text;
-}
-
 }  // namespace
 
 SpeakerTurnFile SpeakerTurnFile::parse(std::string_view bytes, std::string name) {
@@ -143,8 +137,8 @@ std::vector<SpeakerTurnFile::Turn> SpeakerTurnFile::of(const std::optional<std::
     if (turns.empty()) throw MeetingError::invalidData(name + " nennt keine Sprecher.");
     const auto names = recordings();
     if (!recording && names.size() > 1) {
-        throw MeetingError::invalidData(name + " enthält mehrere Aufnahmen: " + joined(names) +
-                                        ". Bitte eine davon angeben.");
+        throw MeetingError::invalidData(name + " enthält mehrere Aufnahmen: „" + text::joined(names, "“, „") +
+                                        "“. Bitte eine davon angeben.");
     }
     auto chosen = turns;
     if (recording) std::erase_if(chosen, [&](const Turn& turn) { return turn.recording != *recording; });

@@ -6,6 +6,7 @@
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Platform/TypedReference.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore::TranscriptEditing {
 
@@ -22,8 +23,7 @@ std::optional<std::size_t> number(std::string_view text) {
 
 void save(const TranscriptEdits& edits, const UUID& session, const std::filesystem::path& root,
           FileManager& files) {
-    TranscriptStorage::save(edits, TranscriptStorage::sessionDirectory(root, session) / "transcript-edits.json",
-                            files);
+    TranscriptStorage::save(edits, layout::meetingFolder(root, session) / layout::edits, files);
 }
 
 std::optional<std::string> textProblem(std::string_view text, std::size_t limit, const char* what) {
