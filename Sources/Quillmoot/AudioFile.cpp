@@ -1,13 +1,18 @@
 #include "AudioFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <functional>
 #include <vector>
 
 #include <samplerate.h>
 #include <sndfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "MeetingCore/Platform/Digest.h"
+#include "MeetingCore/Platform/FileDescriptor.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Recording/Models.h"
 
@@ -45,31 +50,64 @@ std::uint64_t numberAt(std::string_view header, std::size_t at, std::size_t byte
     return number;
 }
 
-/// How long the file's header says that it is, where libsndfile takes a shorter file for the whole of it; 0
-/// where the header does not say.
-std::uint64_t announcedBytes(const std::filesystem::path& file) {
+/// How long a file is, by its header.
+struct AnnouncedSize {
+    std::uint64_t bytes = 0;    ///< 0 where the header does not say
+    bool endsTheSound = false;  ///< what lies behind is not read
+};
+
+/// For the files that libsndfile takes for whole although they are shorter or longer.
+AnnouncedSize announcedSize(const std::function<std::string(std::uint64_t offset, std::size_t bytes)>& read) {
     constexpr std::size_t headerBytes = 4096;
-    auto& files = FileManager::system();
-    auto header = files.read(file, 0, headerBytes);
-    if (header.starts_with("RIFF") || header.starts_with("FORM")) {
-        const auto size = numberAt(header, 4, 4, header.starts_with("FORM"));
-        // Whoever writes to a pipe does not know the size, and names a very large one.
-        constexpr std::uint64_t unknownFrom = 0x7FFFF000;
-        return size < unknownFrom ? size + 8 : 0;
-    }
+    auto header = read(0, headerBytes);
+    const auto number = [&](std::size_t at, std::size_t bytes, bool highestFirst) {
+        return numberAt(header, at, bytes, highestFirst);
+    };
+    // Whoever writes to a pipe does not know the size, and names a very large one.
+    constexpr std::uint64_t unknownFrom = 0x7FFFF000;
+    const auto known = [](std::uint64_t size, std::uint64_t before) {
+        return AnnouncedSize{size < unknownFrom ? size + before : 0, true};
+    };
+    if (header.starts_with("RIFF")) return known(number(4, 4, false), 8);
+    if (header.starts_with("FORM")) return known(number(4, 4, true), 8);
+    if (header.starts_with(".snd")) return known(number(8, 4, true), number(4, 4, true));
+    if (header.starts_with("RF64")) return {number(20, 8, false) + 8, true};
+    if (header.starts_with("riff\x2E\x91\xCF\x11")) return {number(16, 8, false), true};
     std::uint64_t start = 0;
     if (header.starts_with("ID3")) {
         constexpr std::size_t tagHeaderBytes = 10;
-        for (std::size_t i = 6; i < tagHeaderBytes; ++i) start = start << 7U | numberAt(header, i, 1, true);
+        for (std::size_t i = 6; i < tagHeaderBytes; ++i) start = start << 7U | number(i, 1, true);
         start += tagHeaderBytes;
-        header = files.read(file, start, headerBytes);
+        header = read(start, headerBytes);
     }
     // The first frame of an MP3 file may tell the number of frames and then that of bytes.
     const auto tag = std::min(header.find("Xing"), header.find("Info"));
-    if (header.size() < 2 || header[0] != '\xFF' || tag > 64) return 0;
-    const auto flags = numberAt(header, tag + 4, 4, true);
+    if (header.size() < 2 || header[0] != '\xFF' || tag > 64) return {};
+    const auto flags = number(tag + 4, 4, true);
     const std::size_t at = tag + 8 + ((flags & 1U) != 0 ? 4 : 0);
-    return (flags & 2U) != 0 ? start + numberAt(header, at, 4, true) : 0;
+    return {(flags & 2U) != 0 ? start + number(at, 4, true) : 0, false};
+}
+
+/// How many bytes a sample has; 0 where that differs.
+std::uint64_t bytesPerSample(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+        case SF_FORMAT_ULAW:
+        case SF_FORMAT_ALAW:
+            return 1;
+        case SF_FORMAT_PCM_16:
+            return 2;
+        case SF_FORMAT_PCM_24:
+            return 3;
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+            return 4;
+        case SF_FORMAT_DOUBLE:
+            return 8;
+        default:
+            return 0;
+    }
 }
 
 std::int16_t toSample(float value) {
@@ -79,6 +117,57 @@ std::int16_t toSample(float value) {
 }
 
 }  // namespace
+
+/// The file, opened once: what is described is what is heard, whoever puts another one in its place meanwhile.
+struct AudioFile::Bytes {
+    FileDescriptor file;
+    sf_count_t size = 0;
+    sf_count_t position = 0;
+    int error = 0;  ///< of a failed read, which libsndfile takes for the file's end
+
+    std::size_t read(std::uint64_t offset, void* into, std::size_t count) {
+        std::size_t filled = 0;
+        while (filled < count) {
+            const auto got = ::pread(file.get(), static_cast<char*>(into) + filled, count - filled,
+                                     static_cast<off_t>(offset + filled));
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) error = errno;
+            if (got <= 0) break;
+            filled += static_cast<std::size_t>(got);
+        }
+        return filled;
+    }
+
+    std::string text(std::uint64_t offset, std::size_t count) {
+        std::string bytes(count, '\0');
+        bytes.resize(read(offset, bytes.data(), count));
+        return bytes;
+    }
+
+    static Bytes& of(void* data) { return *static_cast<Bytes*>(data); }
+
+    /// The same for libsndfile.
+    static SF_VIRTUAL_IO* calls() {
+        static SF_VIRTUAL_IO calls{
+            [](void* data) { return of(data).size; },
+            [](sf_count_t offset, int whence, void* data) {
+                auto& bytes = of(data);
+                if (whence == SEEK_CUR) offset += bytes.position;
+                if (whence == SEEK_END) offset += bytes.size;
+                bytes.position = std::max<sf_count_t>(offset, 0);
+                return bytes.position;
+            },
+            [](void* into, sf_count_t count, void* data) {
+                auto& bytes = of(data);
+                const auto got = static_cast<sf_count_t>(bytes.read(static_cast<std::uint64_t>(bytes.position),
+                                                                    into, static_cast<std::size_t>(count)));
+                bytes.position += got;
+                return got;
+            },
+            nullptr, [](void* data) { return of(data).position; }};
+        return &calls;
+    }
+};
 
 struct AudioFile::Decoder {
     struct CloseFile {
@@ -122,21 +211,28 @@ struct AudioFile::Decoder {
 };
 
 AudioFile::AudioFile(std::filesystem::path file)
-    : file_(std::move(file)), decoder_(std::make_unique<Decoder>()) {
+    : file_(std::move(file)), bytes_(std::make_unique<Bytes>()), decoder_(std::make_unique<Decoder>()) {
     auto& decoder = *decoder_;
-    std::error_code unknown;
-    const auto kind = std::filesystem::status(file_, unknown).type();
-    if (kind == std::filesystem::file_type::not_found) {
-        throw MeetingError::storage(quotedName(file_) + " gibt es nicht.");
+    // Not waiting for the writer of a pipe; reading stops and starts again at the beginning, which no pipe can.
+    bytes_->file = FileDescriptor::open(file_, O_RDONLY | O_NONBLOCK);
+    struct stat status {};
+    if (!bytes_->file || ::fstat(bytes_->file.get(), &status) != 0) {
+        if (errno == ENOENT) throw MeetingError::storage(quotedName(file_) + " gibt es nicht.");
+        bytes_->error = errno;
+        requireRead();
     }
-    // Reading stops and starts again at the beginning, and a pipe without a writer would block for ever.
-    if (kind != std::filesystem::file_type::regular) {
+    if (!S_ISREG(status.st_mode)) {
         throw MeetingError::storage(quotedName(file_) + " ist keine gewöhnliche Datei.");
     }
-    announcedBytes_ = announcedBytes(file_);
+    bytes_->size = status.st_size;
+    const auto announced =
+        announcedSize([&](std::uint64_t offset, std::size_t count) { return bytes_->text(offset, count); });
+    announcedBytes_ = announced.bytes;
     const auto open = [&] {
         decoder.info = {};
-        decoder.file.reset(sf_open(file_.c_str(), SFM_READ, &decoder.info));
+        bytes_->position = 0;
+        decoder.file.reset(sf_open_virtual(Bytes::calls(), SFM_READ, &decoder.info, bytes_.get()));
+        requireRead();
         if (decoder.file == nullptr) throw unreadable(file_, openingFailure());
     };
     open();
@@ -146,8 +242,20 @@ AudioFile::AudioFile(std::filesystem::path file)
     }
     // What the header promises may not be there.
     std::vector<float> frame(static_cast<std::size_t>(info.channels));
-    if (info.frames <= 0 || sf_readf_float(decoder.file.get(), frame.data(), 1) != 1)
-        throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
+    const bool sounds = info.frames > 0 && sf_readf_float(decoder.file.get(), frame.data(), 1) == 1;
+    requireRead();
+    if (!sounds) throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
+    // So end up the sizes of recordings beyond 4 GiB, and of those whose recorder died: half a meeting would
+    // pass for the whole.
+    constexpr std::uint64_t otherChunks = 65'536;
+    const auto known =
+        std::max(announced.bytes, static_cast<std::uint64_t>(info.frames) *
+                                      static_cast<std::uint64_t>(info.channels) * bytesPerSample(info.format));
+    if (announced.endsTheSound && known > 0 && static_cast<std::uint64_t>(bytes_->size) > known + otherChunks) {
+        throw unreadable(file_,
+                         "sie ist länger, als ihr Kopf angibt, sodass ein Teil fehlen würde; bitte neu "
+                         "speichern, etwa als FLAC.");
+    }
     open();  // at the beginning again, also where that cannot be sought
     if (decoder.isExact()) return;
     decoder.frames.resize(static_cast<std::size_t>(blockFrames * info.channels));
@@ -176,13 +284,23 @@ bool AudioFile::isCutOff() const {
         decoder.info.frames - decoder.framesRead;  // much where the end, which tells, is missing
     const auto allowed =
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
-    std::error_code unknown;
-    const auto size = std::filesystem::file_size(file_, unknown);
-    const bool isShort = !unknown && announcedBytes_ > size + uncertainBytes;
+    const bool isShort = announcedBytes_ > static_cast<std::uint64_t>(bytes_->size) + uncertainBytes;
     return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed || isShort;
 }
 
+void AudioFile::requireRead() const {
+    if (bytes_->error == 0) return;
+    throw MeetingError::storage(quotedName(file_) +
+                                " konnte nicht gelesen werden: " + systemErrorText(bytes_->error));
+}
+
 std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
+    const auto count = decode(buffer);
+    requireRead();
+    return count;
+}
+
+std::size_t AudioFile::decode(std::span<std::int16_t> buffer) {
     auto& decoder = *decoder_;
     if (decoder.isExact()) {
         const auto count =
@@ -223,15 +341,15 @@ std::size_t AudioFile::read(std::span<std::int16_t> buffer) {
 }
 
 std::string AudioFile::description() const {
-    auto& files = FileManager::system();
     SHA256 digest;
     std::uint64_t size = 0;
     for (;;) {
-        const auto block = files.read(file_, size, digestedBytes);
+        const auto block = bytes_->text(size, digestedBytes);
         digest.update(block);
         size += block.size();
         if (block.size() < digestedBytes) break;
     }
+    requireRead();
     return std::to_string(size) + " " + digest.hex();
 }
 

@@ -14,12 +14,14 @@ namespace meetingcore::quillmoot {
 /// the form already passes through bit by bit. Memory does not depend on the length.
 class AudioFile : public SampleSource {
 public:
-    /// Throws MeetingError (invalidData) where the file is no audio file or holds no sound.
+    /// Opens the file once; what takes its name later is not read. Throws MeetingError: invalidData where it is
+    /// no audio file, holds no sound or more than its header knows of, storage where it cannot be read.
     explicit AudioFile(std::filesystem::path file);
     AudioFile(const AudioFile&) = delete;
     AudioFile& operator=(const AudioFile&) = delete;
     ~AudioFile() override;
 
+    /// Throws MeetingError (storage) where the file cannot be read on, which is no end.
     std::size_t read(std::span<std::int16_t> buffer) override;
 
     /// Length as the file's header gives it; 0 where it does not know.
@@ -33,9 +35,14 @@ public:
     std::string description() const;
 
 private:
+    struct Bytes;
     struct Decoder;
 
+    std::size_t decode(std::span<std::int16_t> buffer);
+    void requireRead() const;
+
     std::filesystem::path file_;
+    std::unique_ptr<Bytes> bytes_;  ///< outlives the decoder
     std::uint64_t announcedBytes_ = 0;
     std::unique_ptr<Decoder> decoder_;
 };
