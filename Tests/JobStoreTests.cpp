@@ -186,6 +186,13 @@ TEST_F(JobStoreTest, LeaseEndsJustAfterItsLastInstant) {
     EXPECT_EQ(column("renew", "status||attempts||last_error"), "pending1Worker-Lease abgelaufen");
     EXPECT_EQ(claim().attempt, 2);
     expectStale(leases.at("renew"), noon);
+    // The clock was ahead by two days when that was claimed.
+    EXPECT_EQ(store().strayLeases(noon), 0);
+    const auto corrected = noon.advanced(-172'800);
+    EXPECT_EQ(store().strayLeases(corrected), 1);
+    EXPECT_EQ(store().recoverExpired(corrected), 0);
+    EXPECT_EQ(store().recoverStray(corrected), 1);
+    EXPECT_EQ(store().strayLeases(corrected), 0);
 }
 
 TEST_F(JobStoreTest, EveryEventMovesAJobOnlyWhereItMay) {

@@ -161,14 +161,11 @@ TEST_F(RecordedMeetingTest, StaysAsItWasWhereTheTrashRefuses) {
 
 TEST_F(RecordedMeetingTest, IsRecoveredAfterAndBesideOthers) {
     fs::create_directories(root.path() / "Meetings" / "Notizen");
-    remove(intoRoot);
-    const auto quiet = recover();
-    EXPECT_TRUE(quiet.finished.empty() && quiet.problems.empty()) << "all is done";
-
-    // As a crash left them: one removal with all of the audio in its staging folder, one with nothing in it
+    // As a crash leaves them: one removal with all of the audio in its staging folder, one with nothing in it
     // yet.
+    struct PowerCut {};
+    EXPECT_THROW(remove([](const fs::path&) { throw PowerCut{}; }), PowerCut);
     const auto staging = ".Audio-entfernen-" + UUID::random().string();
-    fs::rename(root.path() / "Papierkorb", folder / staging);
     const auto begun = UUID::random();
     const auto other = layout::meetingFolder(root.path(), begun);
     for (const auto& name : {staging, "a.chunk"s}) fs::create_directories(other / name);
@@ -183,6 +180,17 @@ TEST_F(RecordedMeetingTest, IsRecoveredAfterAndBesideOthers) {
     EXPECT_THAT(recovered.problems, ElementsAre(session.string() + ": Der Papierkorb ist voll."));
     EXPECT_FALSE(removed()) << "the audio is back";
     EXPECT_TRUE(fs::exists(folder / "Audio"));
+}
+
+TEST_F(RecordedMeetingTest, HasItsAudioAgainWhenTheTrashGivesItBack) {
+    const auto before = names();
+    remove(intoRoot);
+    const auto quiet = recover();
+    EXPECT_TRUE(quiet.finished.empty() && quiet.problems.empty()) << "all is done";
+    fs::rename(root.path() / "Papierkorb", folder / (".Audio-entfernen-" + UUID::random().string()));
+    EXPECT_THAT(recover().undone, ElementsAre(session));
+    EXPECT_FALSE(removed());
+    EXPECT_EQ(names(), before);
 }
 
 }  // namespace

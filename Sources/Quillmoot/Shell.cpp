@@ -15,6 +15,7 @@
 #include "MeetingCore/Library/MeetingReference.h"
 #include "MeetingCore/Library/Trash.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/FolderLayout.h"
 
 namespace meetingcore::quillmoot {
@@ -82,7 +83,8 @@ void refuseLostDatabase(const fs::path& root) {
     throw MeetingError::storage(
         "In " + root.string() +
         " fehlt „quillmoot.sqlite“ mit den Transkripten. Bitte die Datei zurückholen; „quillmoot doctor "
-        "--repair“ mit diesem Ordner als --root legt eine neue an.");
+        "--repair --root " +
+        root.string() + "“ legt eine neue an.");
 }
 
 }  // namespace
@@ -104,7 +106,9 @@ SQLiteJobStore& DataFolder::jobs() {
 }
 
 SQLiteJobStore& DataFolder::queue() {
-    if (queue_ == nullptr) queue_ = openJobs(root_);
+    if (queue_ != nullptr) return *queue_;
+    refuseLostDatabase(root_);
+    queue_ = openJobs(root_);
     return *queue_;
 }
 
@@ -147,7 +151,14 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     const auto tell = [&](const UUID& id, const char* what) {
         notices.line(what + (knows(id) ? meeting(id.string()).title : id.string()), Ink::yellow);
     };
-    for (const auto& id : recovered.undone) tell(id, "Unterbrochenes Entfernen von Audio zurückgenommen: ");
+    for (const auto& id : recovered.undone) {
+        if (knows(id)) {
+            const auto chunks = DurableChunkStore(root_ / layout::meetings).recover(id).chunks;
+            change(id,
+                   [&](MeetingEntry& entry) { entry.chunkCount = static_cast<std::int64_t>(chunks.size()); });
+        }
+        tell(id, "Entfernen von Audio zurückgenommen: ");
+    }
     for (const auto& id : recovered.finished) {
         if (knows(id)) library_->enterAudioRemoval(id);
         tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
@@ -183,7 +194,9 @@ void rethrowWithLease(const MeetingError& error, SQLiteJobStore& jobs, const UUI
 }
 
 SQLiteJobStore& OpenLibrary::jobs() {
-    if (jobs_ == nullptr) jobs_ = openJobs(root_);
+    if (jobs_ != nullptr) return *jobs_;
+    refuseLostDatabase(root_);
+    jobs_ = openJobs(root_);
     return *jobs_;
 }
 

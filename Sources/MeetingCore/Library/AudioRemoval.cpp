@@ -6,6 +6,7 @@
 
 #include "MeetingCore/Platform/TimeZone.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
@@ -110,10 +111,11 @@ void Removal::undo() {
     files_.flushDirectory(meeting_);
 }
 
-/// Ends the removals that one meeting's folder tells of. Only a removal without a staging folder may still have
-/// to tell the job store, which `retire` does where it is needed.
-void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
-                    FileManager& files, const std::function<bool()>& retire,
+/// Ends the removals that one meeting's folder tells of. `retire` tells the job store where it does not know
+/// yet, which `isRetired` says. Where it does, a staging folder with all of the audio came back from the trash:
+/// the user wants it again. Returns whether that is so.
+bool recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
+                    FileManager& files, bool isRetired, const std::function<void()>& retire,
                     AudioRemoval::Recovered& recovered) {
     const auto names = files.list(meeting);
     const bool marked = std::find(names.begin(), names.end(), AudioArchive::removedMarkerName) != names.end();
@@ -123,7 +125,7 @@ void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval:
         if (!isStaging(meeting / name, files)) continue;
         staged = true;
         Removal removal(meeting, name, files);
-        if (!gathered) {
+        if (!gathered || isRetired) {
             removal.undo();
             continue;
         }
@@ -134,8 +136,12 @@ void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval:
             throw;
         }
     }
-    if (staged && !gathered) recovered.undone.push_back(id);
-    if (gathered && (retire() || staged)) recovered.finished.push_back(id);
+    if (staged && (!gathered || isRetired)) recovered.undone.push_back(id);
+    if (gathered && !isRetired) {
+        retire();
+        recovered.finished.push_back(id);
+    }
+    return staged && gathered && isRetired;
 }
 
 }  // namespace
@@ -193,14 +199,15 @@ Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& t
     for (const auto& name : files.list(meetings)) {
         const auto id = UUID::parse(name);
         if (!id) continue;
-        const auto retire = [&] {
-            if (!unretired.contains(*id)) return false;
-            database.retireAudio(*id);
-            return true;
-        };
         try {
             if (!isFolder(meetings / name, files)) continue;
-            recoverMeeting(*id, meetings / name, trash, files, retire, recovered);
+            const bool restored = recoverMeeting(
+                *id, meetings / name, trash, files, !unretired.contains(*id),
+                [&] { database.retireAudio(*id); }, recovered);
+            if (!restored) continue;
+            for (const auto& chunk : DurableChunkStore(meetings, files).recover(*id).chunks)
+                database.registerChunk(chunk);
+            database.retrySession(*id);
         } catch (const std::exception& error) {  // the trash may throw what it likes
             recovered.problems.push_back(name + ": " + error.what());
         }

@@ -123,6 +123,10 @@ private:
                 add(Severity::error, topic, what + ". Bitte die Datei zurückholen.", "legt eine neue an");
                 return;
             }
+            // A new database would take what belongs to the lost one for its own, and throw it away.
+            const auto rest = fs::path(file) += "-wal";
+            if (pathExists(rest))
+                FileManager::system().move(rest, fs::path(rest) += "." + UUID::random().string() + ".bak");
             add(Severity::error, topic, what + ". Die Datei ist neu angelegt.");
         }
         // What SQLite itself says is in English, and helps whoever is asked for help.
@@ -156,13 +160,13 @@ private:
             std::to_string(counts["completed"]) + " abgeschlossen, " + std::to_string(counts["pending"]) +
                 " offen, " + std::to_string(counts["running"]) + " in Arbeit, " +
                 std::to_string(counts["failed"]) + " fehlgeschlagen.");
-        if (const auto expired = database_->expiredLeases(now_); expired > 0 && options_.repair) {
-            const auto count = static_cast<std::size_t>(database_->recoverExpired(now_));
+        if (const auto stray = database_->strayLeases(now_); stray > 0 && options_.repair) {
+            const auto count = static_cast<std::size_t>(database_->recoverStray(now_));
             add(Severity::repaired, "Aufträge",
                 countOf(count, "abgelaufener Auftrag ist", "abgelaufene Aufträge sind") + " wieder offen.");
-        } else if (expired > 0) {
+        } else if (stray > 0) {
             add(Severity::warning, "Aufträge",
-                countOf(static_cast<std::size_t>(expired), "Auftrag gehört", "Aufträge gehören") +
+                countOf(static_cast<std::size_t>(stray), "Auftrag gehört", "Aufträge gehören") +
                     " einem Programm, das sich nicht mehr meldet.",
                 "gibt sie frei");
         }
@@ -318,10 +322,10 @@ private:
                 }
                 RecordingImport::storedClock(meeting.id, root_);
                 SpeechConfiguration::forSession(meeting.id, root_);
-                TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / "events.json");
-                TranscriptStorage::readOptional<SummaryInstructions>(folder / "summary-request.json");
+                TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / layout::events);
+                TranscriptStorage::readOptional<SummaryInstructions>(folder / layout::summaryInstructions);
                 TranscriptStorage::readOptional<SummaryArtifact>(folder / layout::summary);
-                TranscriptStorage::readOptional<MeetingTitleArtifact>(folder / "automatic-title.json");
+                TranscriptStorage::readOptional<MeetingTitleArtifact>(folder / layout::automaticTitle);
                 ++sound;
             } catch (const MeetingError& error) {
                 add(Severity::error, "Meetings", "„" + meeting.title + "“: " + error.message());

@@ -37,6 +37,7 @@ CREATE INDEX IF NOT EXISTS history_job_idx ON result_history(job_id,revision);
 PRAGMA user_version=2;)";
 
 constexpr std::size_t maximumErrorCharacters = 2000;
+constexpr double longestLeaseSeconds = 86'400;
 
 std::string seconds(Date date) { return number::plain(date.secondsSince1970()); }
 
@@ -435,11 +436,21 @@ std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jo
     return stats;
 }
 
-std::int64_t SQLiteJobStore::expiredLeases(Date now) {
+std::int64_t SQLiteJobStore::strayLeases(Date now) {
     const std::scoped_lock guard(lock_);
-    auto row =
-        open().prepare("SELECT COUNT(*) FROM jobs WHERE status='running' AND lease_until<?", {seconds(now)});
+    auto row = open().prepare(
+        "SELECT COUNT(*) FROM jobs WHERE status='running' AND (lease_until<? OR lease_until>?)",
+        {seconds(now), seconds(now.advanced(longestLeaseSeconds))});
     return row.step() ? row.integer(0) : 0;
+}
+
+std::int64_t SQLiteJobStore::recoverStray(Date now) {
+    const std::scoped_lock guard(lock_);
+    return open().update(
+        "UPDATE jobs SET status='pending',lease_token=NULL,lease_until=NULL,last_error='Worker-Lease "
+        "abgelaufen' "
+        "WHERE status='running' AND (lease_until<? OR lease_until>?)",
+        {seconds(now), seconds(now.advanced(longestLeaseSeconds))});
 }
 
 std::vector<std::string> SQLiteJobStore::integrityProblems() {

@@ -102,8 +102,9 @@ public:
     /// The same for one job: nothing where it is not pending.
     std::optional<JobLease> claim(const std::string& id, Date now, double leaseSeconds);
 
-    /// Completes a leased job with its result, which must be JSON. This and the three below throw with the
-    /// cause `leaseLost` where the lease has expired or is not the job's own.
+    /// Completes a leased job with its result, which must be JSON: of a "transcribe" job a SpeechResult that
+    /// SpeechResult::validate has accepted, or the meeting's transcript becomes unreadable. This and the three
+    /// below throw with the cause `leaseLost` where the lease has expired or is not the job's own.
     void finish(const JobLease& lease, const std::string& resultJSON, Date now);
 
     /// Lets the lease end `leaseSeconds` after now. A lease that has expired cannot be renewed.
@@ -175,8 +176,12 @@ public:
     /// no index by session. In no certain order.
     std::unordered_map<UUID, std::vector<std::string>> jobsWithResults();
 
-    /// How many jobs are running under a lease that ended before now.
-    std::int64_t expiredLeases(Date now);
+    /// How many jobs are running under a lease that nobody will end: it ended before now, or ends more than a day
+    /// from now, as after a clock that was ahead.
+    std::int64_t strayLeases(Date now);
+
+    /// Makes these jobs pending again. Returns their number.
+    std::int64_t recoverStray(Date now);
 
     /// What SQLite's own check of the whole file finds; empty where it is sound. Reads all of it.
     std::vector<std::string> integrityProblems();
