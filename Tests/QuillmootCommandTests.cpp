@@ -94,9 +94,11 @@ TEST_F(Commands, RefuseWhatTheyDoNotKnowAndChangeNothing) {
     const auto library = contentOf(root() / "library.json");
     for (const auto& call : calls) {
         EXPECT_THAT(err(callFor(call, "Kundenportal") + " --gibtesnicht", 2),
-                    StartsWith("Unerwartetes Argument: --gibtesnicht\nHilfe: quillmoot"));
+                    StartsWith("Unbekannte Option: --gibtesnicht\nHilfe: quillmoot"));
         if (call.line.find("MEETING") == std::string::npos) continue;
-        EXPECT_EQ(err(callFor(call, "Unbekannt")), "Kein Meeting passt zu „Unbekannt“.\n") << call.line;
+        EXPECT_EQ(err(callFor(call, "Unbekannt")),
+                  "Kein Meeting passt zu „Unbekannt“.\n„quillmoot list“ zeigt alle Meetings.\n")
+            << call.line;
     }
     EXPECT_EQ(contentOf(root() / "library.json"), library);
 }
@@ -167,6 +169,7 @@ TEST_F(Commands, DoWhatTheySay) {
         {"project rename portal Kunden", "project", "1 Meeting"},
         {"project remove Kunden", "list", "  Kundenportal\n"}, {"fields set Kundenportal Kunde Wettermann", "show Kundenportal", "Kunde           Wettermann"},
         {"fields rename kunde Auftraggeber", "show Kundenportal", "Auftraggeber    Wettermann"}, {"fields remove Auftraggeber", "fields --json", "[]\n"},
+        {"pin Kundenportal --off", "show Kundenportal", "Auftraggeber    Wettermann"},
         {"instructions Kundenportal --base Kurz --hint Preise", "instructions Kundenportal --json", R"({"basePrompt":"Kurz","meetingPrompt":"Preise"})"},
         {"instructions Kundenportal --reset", "instructions Kundenportal --json", R"("meetingPrompt":"")"},
         {"note Kundenportal 'Erste Runde'", "note Kundenportal", "Erste Runde\n"}, {"note Kundenportal ''", "show Kundenportal --json", R"("notes":"")"},

@@ -22,7 +22,8 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
     const auto wrong = out("quillmoot transcript Kundenportal --numbers | grep 'Wetter Mann' | head -n 1");
     const auto number = std::to_string(std::stoi(wrong));
     EXPECT_EQ(out("quillmoot search wettermann --json"), "[]\n") << "misheard in this one place";
-    out("quillmoot correct Kundenportal " + number + " 'Ja, das mache ich heute.'");
+    EXPECT_THAT(sh("quillmoot correct Kundenportal " + number + " 'Ja, das mache ich heute.'").err,
+                AllOf(StartsWith("Bisher ["), HasSubstr("Wetter Mann")));
     EXPECT_THAT(out("quillmoot transcript Kundenportal --numbers"),
                 HasSubstr("  " + number + " Ja, das mache ich heute."));
     EXPECT_EQ(out("quillmoot transcript Kundenportal --numbers --original | grep 'Wetter Mann' | head -n 1"),
@@ -75,6 +76,10 @@ TEST_F(Quillmoot, TakesAMeetingFromItsFilesToASummaryWithEvidence) {
         EXPECT_THAT(err("quillmoot remove-audio Kundenportal"), HasSubstr("wurde schon entfernt."));
         EXPECT_THAT(err("quillmoot jobs Kundenportal restart --yes"), HasSubstr("bewusst entfernt."));
         out("quillmoot title Kundenportal --engine extractive");
+        // What the trash gives back is taken at its word.
+        out("mv ../data/Trash/files/.Audio-entfernen-* ../data/Quillstead/Meetings/*/");
+        EXPECT_THAT(sh("quillmoot pin Kundenportal").err, HasSubstr("zurückgenommen: Kundenportal"));
+        EXPECT_THAT(out("quillmoot show Kundenportal"), HasSubstr("Audio           14 Abschnitte"));
     }
 }
 
@@ -98,11 +103,11 @@ TEST_F(Quillmoot, RefusesWrongUseWithTheNextStep) {
     importSample();
     // clang-format off
     const std::vector<std::pair<std::string, std::string>> wrong{
-        {"", "Es fehlt der Befehl."}, {"gibtesnicht", "Unerwartetes Argument: gibtesnicht\n"},
-        {"lsit --json", "Unerwartetes Argument: lsit (gemeint ist vielleicht list)"}, {"import --titel x", "Unerwartetes Argument: --titel (gemeint ist vielleicht --title)"},
+        {"", "Es fehlt der Befehl."}, {"gibtesnicht", "Unbekannter Befehl: gibtesnicht\n"},
+        {"lsit --json", "Unbekannter Befehl: lsit (gemeint ist vielleicht list)"}, {"import --titel x", "Unbekannte Option: --titel (gemeint ist vielleicht --title)"},
         {"import --title A --title B", "Mehrfach angegeben: --title"}, {"export Kundenportal --format text --clock", "--clock gibt es nur für html."},
         {"instructions Kundenportal --base - --hint -", "Nur eines von --base und --hint"},
-        {"show", "Es fehlt: MEETING"}, {"export Kundenportal", "Es fehlt: --format"},
+        {"show", "Es fehlt: MEETING"}, {"export Kundenportal", "Es fehlt: --format (möglich: text, "}, {"import microphone.ogg", "Tondatei steht hinter --microphone"}, {"export Kundenportal --format text -o ''", "--output: Der Wert darf nicht leer"},
         {"export Kundenportal --format pdf", "Ungültiger Wert: pdf"},
         {"import --title A", "Es fehlt: --microphone oder --meeting"}, {"import --microphone", "Der Wert fehlt: --microphone"},
         {"import --microphone microphone.ogg --start gestern", "Ungültige Zeit: gestern"},
@@ -202,6 +207,18 @@ TEST_F(Quillmoot, GoesOnWithAnImportThatWasCutOff) {
     out("python3 -c \"f=open('eins.wav','r+b'); f.seek(4); f.write((3999996).to_bytes(4,'little')); "
         "f.seek(40); f.write((3999956).to_bytes(4,'little'))\"");
     EXPECT_EQ(sh("quillmoot import --title Ganz --meeting eins.wav").err, "");
+
+    // Where the recorder died, or the size went beyond 4 GiB, the header knows of a part of the sound alone.
+    const auto refused = AllOf(HasSubstr("ist länger, als ihr Kopf angibt"), Not(HasSubstr("\n\n")));
+    out("cp lang.wav alt.wav && python3 -c \"f=open('alt.wav','r+b'); f.seek(4); f.write((900036).to_bytes(4,"
+        "'little')); f.seek(40); f.write((900000).to_bytes(4,'little'))\"");
+    EXPECT_THAT(err("quillmoot import --meeting alt.wav"), refused);
+    // One that nobody knows may be a stream's.
+    out("python3 -c \"f=open('alt.wav','r+b'); f.seek(4); f.write(bytes([255]*4)); f.seek(40); "
+        "f.write(bytes([255]*4))\" && quillmoot import --title Strom --meeting alt.wav");
+    // What cannot be read has not come to its end.
+    EXPECT_THAT(err("ln -s /proc/self/mem kaputt.wav; quillmoot import --meeting kaputt.wav"),
+                HasSubstr("„kaputt.wav“ konnte nicht gelesen werden: "));
 }
 
 TEST_F(Quillmoot, KeepsToDataFoldersThatAreMeant) {
@@ -383,6 +400,49 @@ TEST_F(Quillmoot, SaysWhatIsBrokenAndKeepsOutWhereAnotherProgramWorks) {
         "quillmoot export Kundenportal --format text -o rohr && test -p rohr");
     EXPECT_THAT(sh("quillmoot import --title Kurz --microphone kurz.ogg").err, HasSubstr("bricht ab"));
     EXPECT_THAT(err("quillmoot data-folder /dev/null/x"), Not(IsEmpty()));
+}
+
+TEST_F(Quillmoot, CoversUpNothingThatIsLost) {
+    importSample();
+    importTexts();
+    EXPECT_THAT(err("quillmoot jobs Kundenportal restart"), HasSubstr("bis dahin gilt der bisherige Text"));
+    out("quillmoot correct Kundenportal 1 Eins");
+    EXPECT_THAT(err("quillmoot jobs Kundenportal restart"), HasSubstr("1 Korrektur passt danach"));
+    out("sed 's/00:00:0/00:00:1/g' microphone.vtt >anders.vtt");
+    EXPECT_THAT(sh("quillmoot transcript import Kundenportal --source microphone anders.vtt --replace").err,
+                HasSubstr("1 Korrektur gilt nicht mehr"));
+    EXPECT_THAT(err("quillmoot transcript import Kundenportal --source microphone microphone.vtt"),
+                HasSubstr("schon transkribiert.\nMit --replace"));
+    // A title that cannot be given to the meeting is shown all the same.
+    const auto elsewhere = "flock '" + (root() / "application.lock").string() + "' quillmoot ";
+    const auto title = sh(elsewhere + "title Kundenportal --engine extractive");
+    EXPECT_EQ(title.status, 1);
+    EXPECT_THAT(title.out, Not(IsEmpty()));
+
+    // Audio of which something is missing stays until the user says otherwise.
+    out("quillmoot retention 1 && mv $(ls -d ../data/*/Meetings/*/*.chunk | head -n 1) chunk");
+    for (const auto* const command : {"remove-audio Kundenportal", "retention --apply"})
+        EXPECT_THAT(err(std::string("quillmoot ") + command), HasSubstr("Vom Audio fehlt etwas")) << command;
+    EXPECT_EQ(out("ls -d ../data/*/Meetings/*/*.chunk | wc -l"), "13\n");
+
+    // A lost database is not covered up by an empty one, which would also take the rest of it.
+    out("mv ../data/*/quillmoot.sqlite weg && touch ../data/Quillstead/quillmoot.sqlite-wal");
+    for (const auto* const command : {"summarize", "transcribe --engine true", "jobs"}) {
+        sh(std::string("quillmoot ") + command + " Kundenportal");
+        EXPECT_FALSE(fs::exists(root() / "quillmoot.sqlite")) << command;
+    }
+    EXPECT_THAT(err("quillmoot correct Kundenportal 1 x"), HasSubstr("fehlt „quillmoot.sqlite“"));
+    err("quillmoot doctor --repair");
+    EXPECT_THAT(out("ls ../data/*"), AllOf(HasSubstr("quillmoot.sqlite-wal."), HasSubstr(".bak")));
+}
+
+TEST_F(Quillmoot, TakesTheOnlyTrackForTheOneThatIsMeant) {
+    out("quillmoot import --title Vorort --microphone microphone.ogg && "
+        "quillmoot transcript import Vorort --source microphone microphone.vtt");
+    EXPECT_THAT(err("quillmoot speakers import Vorort speakers.rttm --source meeting"),
+                HasSubstr("auf dieser Tonspur keine Audioabschnitte"));
+    out("sed 's/ [a-z]* 1 / raum 1 /' speakers.rttm >raum.rttm");
+    EXPECT_THAT(sh("quillmoot speakers import Vorort raum.rttm").err, HasSubstr("Mikrofon: "));
 }
 
 TEST(Demo, TakesTheSampleFromItsFilesToSummaryTitleAndPage) {

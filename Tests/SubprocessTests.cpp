@@ -74,7 +74,7 @@ TEST(Subprocess, ReportsOutputErrorsAndStatus) {
         return failureOf([&] { run({.arguments = {program}}); }, Kind::notConfigured);
     };
     EXPECT_EQ(failure("gibt-es-nicht"), "Das Programm „gibt-es-nicht“ wurde nicht gefunden.");
-    EXPECT_EQ(failure("/usr/bin"), "„bin“ ist kein ausführbares Programm.");
+    EXPECT_EQ(failure("/usr/bin"), "„/usr/bin“ ist kein ausführbares Programm.");
 }
 
 TEST(Subprocess, GivesTheChildNothingOfOurs) {

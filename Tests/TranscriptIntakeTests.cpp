@@ -329,7 +329,8 @@ TEST_F(IntakeTest, TurnsOfBothTracksBecomeSpeakers) {
     }
     const auto kept = load();
     const std::string anew = "SPEAKER f 1 4 6 <NA> <NA> Eva <NA> <NA>";
-    EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }), HasSubstr("„meeting“ hat schon Sprecher."));
+    EXPECT_THAT(failureOf([&] { takeSpeakers(meeting, anew); }),
+                HasSubstr("Der Meeting-Ton hat schon Sprecher."));
     EXPECT_THAT(failureOf([&] { SpeakerIntake::declareNone(session, root.path(), database); }),
                 HasSubstr("hat schon Sprecher."));
     EXPECT_EQ(load().diarization, kept.diarization);

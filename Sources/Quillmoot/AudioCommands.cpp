@@ -71,14 +71,14 @@ struct RetentionValues {
     bool json = false;
 };
 
-/// Reads "2026-03-14 09:30[:05]", with a "T" between for the same, in the local zone or, with "Z" or "+01:00"
-/// behind it, in that one.
+/// Reads "2026-03-14 09:30[:05]", with a "T" between for the same, or "14.03.2026 09:30[:05]", in the local
+/// zone or, with "Z" or "+01:00" behind it, in that one.
 Date parseTime(const std::string& text) {
     constexpr auto example = " (etwa 2026-03-14 09:30)";
     std::tm read{};
     const char* rest = nullptr;
-    for (const char* const format :
-         {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
+    for (const char* const format : {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M",
+                                     "%Y-%m-%d %H:%M", "%d.%m.%Y %H:%M:%S", "%d.%m.%Y %H:%M"}) {
         read = {};
         rest = ::strptime(text.c_str(), format, &read);
         if (rest != nullptr) break;
@@ -179,8 +179,10 @@ int importAudio(Shell& shell, const ImportValues& values) {
         shell.err().line("Unterbrochen. Derselbe Aufruf setzt den Import fort.", Ink::yellow);
         return failed;
     }
+    int status = done;
     for (const auto& input : inputs) {
         if (!input.file->isCutOff()) continue;
+        status = failed;
         shell.err().line(std::string(trackName(input.source)) +
                              ": Die Tondatei ist beschädigt oder bricht ab; nur was lesbar war, wurde "
                              "aufgenommen.",
@@ -197,7 +199,7 @@ int importAudio(Shell& shell, const ImportValues& values) {
     } else {
         shell.out().line(entry.id.string());
     }
-    return done;
+    return status;
 }
 
 /// Says what is missing; false where nothing is.
@@ -260,6 +262,11 @@ int removeAudio(Shell& shell, const RemovalValues& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
+    if (!values.yes && RecordingImport::hasLostChunks(open.meeting(values.meeting), chunks, open.jobs())) {
+        throw MeetingError::invalidData(
+            "Vom Audio fehlt etwas, oder es ist beschädigt; „quillmoot doctor“ sagt mehr. Mit --yes wird es "
+            "trotzdem entfernt.");
+    }
     const auto name = moveToTrash(id, open);
     shell.err().line("Das Audio liegt im Papierkorb, im versteckten Ordner „" + name +
                      "“. Transkript und Zusammenfassung bleiben.");
@@ -280,9 +287,17 @@ int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
                 !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
                 continue;
             }
+            std::vector<AudioChunk> own;
+            std::ranges::copy_if(chunks, std::back_inserter(own),
+                                 [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; });
+            if (RecordingImport::hasLostChunks(meeting, own, open.jobs())) {
+                throw MeetingError::invalidData(
+                    "Vom Audio fehlt etwas, oder es ist beschädigt; es bleibt, bis „quillmoot remove-audio "
+                    "--yes“ es entfernt. „quillmoot doctor“ sagt mehr.");
+            }
             moveToTrash(meeting.id, open);
             removed.push_back({meeting.id.string(), meeting.title});
-            if (!asJSON) shell.out().line("Audio entfernt: " + meeting.title);
+            if (!asJSON) shell.out().line("Audio entfernt: " + shortID(meeting.id) + "  " + meeting.title);
         } catch (const MeetingError& error) {  // one meeting's trouble does not keep the others' audio
             shell.err().line(meeting.title + ": " + error.message(), Ink::red);
             status = failed;
@@ -323,8 +338,9 @@ int retention(Shell& shell, const RetentionValues& values) {
         shell.writeJSON(policy);
     } else {
         shell.out().line(policy.days
-                             ? "Audio wird " + countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
-                                   " nach dem Ende des Meetings entfernt."
+                             ? "Audio ist " + countOf(static_cast<std::size_t>(*policy.days), "Tag", "Tage") +
+                                   " nach dem Ende des Meetings fällig; „quillmoot retention --apply“ "
+                                   "entfernt es."
                              : "Audio wird nie entfernt.");
     }
     return done;

@@ -274,7 +274,7 @@ int show(Shell& shell, const MeetingValues& values) {
         return unreadable ? failed : done;
     }
     auto& out = shell.out();
-    out.line(meeting.title, Ink::bold);
+    out.wrapped("", meeting.title, Ink::bold);
     const auto fact = [&](const std::string& name, std::string_view value) {
         if (!value.empty())
             out.wrapped(name + std::string(16 - std::min<std::size_t>(columnsOf(name), 15), ' '), value);
@@ -340,9 +340,8 @@ int search(Shell& shell, const SearchValues& values) {
             }
             if (last != &hit.meeting) {
                 if (last != nullptr) out.line();
-                out.line(shortID(hit.meeting.id) + "  " + localTime(hit.meeting.createdAt) + "  " +
-                             hit.meeting.title,
-                         Ink::bold);
+                out.wrapped(shortID(hit.meeting.id) + "  " + localTime(hit.meeting.createdAt) + "  ",
+                            hit.meeting.title, Ink::bold, Ink::bold);
                 last = &hit.meeting;
             }
             if (hit.place == MeetingSearch::Place::title) return;  // the line above
@@ -385,10 +384,17 @@ void openJobs(const UUID& meeting, const std::string& action, bool confirmed, Da
     if (action == "retry") return jobs.retrySession(meeting);
     const auto finished = jobs.jobStats(meeting)["completed"];
     if (finished > 0 && !confirmed) {
+        const auto corrections = folder.transcript(meeting).edits.correctedText.size();
         throw MeetingError::invalidData(
             "Das legt " +
             countOf(static_cast<std::size_t>(finished), "fertigen Abschnitt", "fertige Abschnitte") +
-            " beiseite, damit alles neu transkribiert wird; bis dahin fehlt der Text. Mit --yes geschieht es.");
+            " beiseite, damit alles neu transkribiert wird; bis dahin gilt der bisherige Text, und es gibt "
+            "keine "
+            "neue Zusammenfassung. " +
+            (corrections == 0 ? ""
+                              : countOf(corrections, "Korrektur passt", "Korrekturen passen") +
+                                    " danach vielleicht zu keinem Segment mehr. ") +
+            "Mit --yes geschieht es.");
     }
     try {
         jobs.restartSession(meeting);
@@ -443,7 +449,7 @@ void addListCommands(CLI::App& app, Shell& shell) {
 
     const auto [searched, query] =
         addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings", search);
-    searched.add_option("WORT", query.words, "Ein Treffer enthält alle Wörter")->required();
+    notBlank(searched.add_option("WORT", query.words, "Ein Treffer enthält alle Wörter"))->required();
     addJSON(searched, query.json);
 
     const auto [queued, queue] =

@@ -123,6 +123,8 @@ int note(Shell& shell, const NoteValues& values) {
         const auto& notes = folder.meeting(values.meeting).notes;
         if (values.json) {
             shell.writeJSON(notes);
+        } else if (notes.empty()) {
+            shell.err().line("Keine Notizen.");
         } else {
             shell.out().paragraphs(notes);
         }
@@ -148,6 +150,7 @@ int listProjects(Shell& shell, const ListingValues& values) {
         shell.writeJSON(rows);
         return done;
     }
+    if (rows.empty()) shell.err().line("Keine Projekte.");
     for (const auto& row : rows) {
         shell.out().line(row.name + " (" +
                          countOf(static_cast<std::size_t>(row.meetings), "Meeting", "Meetings") + ")");
@@ -219,6 +222,7 @@ int participants(Shell& shell, const ParticipantsValues& values) {
         if (values.json) {
             shell.writeJSON(names);
         } else {
+            if (names.empty()) shell.err().line("Keine Teilnehmer.");
             for (const auto& name : names) shell.out().line(name);
         }
         return done;
@@ -246,17 +250,9 @@ int listFields(Shell& shell, const ListingValues& values) {
     if (values.json) {
         shell.writeJSON(fields);
     } else {
+        if (fields.empty()) shell.err().line("Keine eigenen Felder.");
         for (const auto& field : fields) shell.out().line(field.name);
     }
-    return done;
-}
-
-int changeFields(Shell& shell, const std::function<void(std::vector<MeetingFieldDefinition>&)>& body) {
-    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
-        auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
-        body(fields);
-        library.customFields = std::move(fields);
-    });
     return done;
 }
 
@@ -284,14 +280,30 @@ int addField(Shell& shell, const NameValues& values) {
     return done;
 }
 
+/// Also in what meetings say in it, which keeps the name should the field be removed.
 int renameField(Shell& shell, const NewNameValues& values) {
-    return changeFields(shell, [&](auto& fields) {
-        named(fields, values.name, "Ein Feld")->name = checkedName(values.newName, "Der Name");
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
+        auto& field = *named(fields, values.name, "Ein Feld");
+        field.name = checkedName(values.newName, "Der Name");
+        for (auto& meeting : library.meetings) {
+            if (!meeting.metadata) continue;
+            for (auto& value : meeting.metadata->fields) {
+                if (value.id == field.id) value.name = field.name;
+            }
+        }
+        library.customFields = std::move(fields);
     });
+    return done;
 }
 
 int removeField(Shell& shell, const NameValues& values) {
-    return changeFields(shell, [&](auto& fields) { fields.erase(named(fields, values.name, "Ein Feld")); });
+    shell.openLibrary().library().update([&](LibrarySnapshot& library) {
+        auto fields = library.customFields.value_or(std::vector<MeetingFieldDefinition>{});
+        fields.erase(named(fields, values.name, "Ein Feld"));
+        library.customFields = std::move(fields);
+    });
+    return done;
 }
 
 int setField(Shell& shell, const FieldValues& values) {
@@ -318,7 +330,7 @@ int instructions(Shell& shell, const InstructionsValues& values) {
     if (values.base == "-" && values.hint == "-")
         throw UsageError("Nur eines von --base und --hint kann von der Standardeingabe kommen.");
     auto folder = shell.folder();
-    const auto file = folder.folderOf(folder.meeting(values.meeting).id) / "summary-request.json";
+    const auto file = folder.folderOf(folder.meeting(values.meeting).id) / layout::summaryInstructions;
     SummaryInstructions wishes;
     const auto read = [&] {
         if (!values.reset) wishes = TranscriptStorage::readOptional<SummaryInstructions>(file).value_or(wishes);

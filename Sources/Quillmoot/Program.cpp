@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <new>
 #include <numeric>
@@ -11,7 +12,9 @@
 #include "CommandDescription.h"
 #include "HelpFormatter.h"
 #include "MeetingCore/Platform/FileDescriptor.h"
+#include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Platform/MeetingError.h"
+#include "MeetingCore/Platform/Text.h"
 
 namespace meetingcore::quillmoot {
 
@@ -71,7 +74,8 @@ std::string nearest(const std::string& typed, const CLI::App& command) {
     return best;
 }
 
-/// Behind an unknown option stands its value, before a command's own options the unknown command.
+/// What the command line has too much, and how it may be meant. Behind an unknown option stands its value,
+/// before a command's own options the unknown command.
 std::string unexpected(const CLI::App& app) {
     const auto& command = innermost(app);
     const bool option = &command != &app;
@@ -81,7 +85,12 @@ std::string unexpected(const CLI::App& app) {
     const auto whole = found != extra.end() ? *found : extra.empty() ? std::string() : extra.front();
     const auto typed = whole.starts_with('-') ? whole.substr(0, whole.find('=')) : whole;
     const auto meant = nearest(typed, command);
-    return "Unerwartetes Argument: " + typed + (meant.empty() ? "" : " (gemeint ist vielleicht " + meant + ")");
+    const auto what = typed.starts_with('-')        ? "Unbekannte Option: "
+                      : commandsOf(command).empty() ? "Unerwartetes Argument: "
+                                                    : "Unbekannter Befehl: ";
+    if (!meant.empty()) return what + typed + " (gemeint ist vielleicht " + meant + ")";
+    const bool file = !typed.starts_with('-') && command.get_option_no_throw("--microphone") != nullptr;
+    return what + typed + (file ? " (eine Tondatei steht hinter --microphone oder --meeting)" : "");
 }
 
 /// What is wrong with the command line, in German. The parser tells what it means by its exception's type, and
@@ -91,7 +100,10 @@ std::string germanMessage(const CLI::App& app, const CLI::ParseError& error) {
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) return unexpected(app);
     if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
         if (message.find("subcommand") != std::string::npos) return "Es fehlt der Befehl.";
-        return "Es fehlt: " + before(message, " is required");
+        const auto name = before(message, " is required");
+        const auto* const option = innermost(app).get_option_no_throw(name);
+        const auto choices = option == nullptr ? std::vector<std::string>{} : choicesOf(*option);
+        return "Es fehlt: " + name + (choices.empty() ? "" : " (möglich: " + text::joined(choices, ", ") + ")");
     }
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
         if (message.find("At Most") != std::string::npos) return "Mehrfach angegeben: " + before(message, ":");
@@ -149,10 +161,15 @@ std::string_view nextStep(MeetingError::Cause cause) {
             return "Bitte eine Sicherung der Datei zurückholen. Ohne die Datei stellt „quillmoot doctor "
                    "--repair“ die Liste der Meetings aus den Aufnahmen wieder her, ohne Projekte, Felder und "
                    "Notizen.";
+        case meetingUnknown:
+            return "„quillmoot list“ zeigt alle Meetings.";
+        case alreadyThere:
+            return "Mit --replace wird ersetzt.";
         case speakersPending:
             return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
         case transcriptIncomplete:
-            return "Es kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; „quillmoot jobs“ "
+            return "Das Transkript kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; "
+                   "„quillmoot jobs“ "
                    "zeigt, was fehlt.";
         case dataFolderUnreachable:
             return "„quillmoot data-folder PFAD“ wählt einen anderen.";
@@ -191,6 +208,8 @@ int parseAndRun(CLI::App& app, Shell& shell, std::span<char*> arguments) {
     } catch (const MeetingError& error) {
         explain(shell.err(), error);
         return failed;
+    } catch (const std::filesystem::filesystem_error& error) {
+        return fail(shell, error.path1().string() + ": " + systemErrorText(error.code().value()));
     } catch (const std::bad_alloc&) {
         return fail(shell, "Der Arbeitsspeicher reicht nicht aus.");
     } catch (const std::exception& error) {
@@ -226,7 +245,7 @@ CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, co
 void addJSON(CLI::App& command, bool& json) { command.add_flag("--json", json, "Als JSON für Programme"); }
 
 void addModels(CLI::App& command, std::string& folder) {
-    command.add_option("--models", folder, "Der Ordner der Modelle")->type_name("ORDNER");
+    notBlank(command.add_option("--models", folder, "Der Ordner der Modelle"))->type_name("ORDNER");
 }
 
 void describe(CLI::App& app, Shell& shell) {

@@ -1,9 +1,13 @@
 #include <chrono>
 #include <future>
+#include <optional>
 
 #include "CommandDescription.h"
 #include "GermanWords.h"
+#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
+#include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/DurableChunkStore.h"
 #include "MeetingCore/Summary/ExtractiveSummarizer.h"
 #include "MeetingCore/Summary/SummaryProcess.h"
 #include "MeetingCore/Summary/SummaryRun.h"
@@ -84,6 +88,23 @@ std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const Tr
     return rows;
 }
 
+/// A summary knows of what was transcribed alone.
+void warnOfUntranscribed(Shell& shell, DataFolder& folder, const UUID& meeting) {
+    if (AudioArchive::removed(meeting, folder.root())) return;
+    double seconds = 0;
+    const auto chunks = DurableChunkStore(folder.root() / layout::meetings).recover(meeting).chunks;
+    for (const auto& chunk : WorkScheduler::coverage(meeting, chunks, folder.jobs()).unplanned)
+        seconds += chunk.endSeconds() - chunk.startSeconds;
+    for (const auto& job : folder.jobs().jobs(meeting)) {
+        const auto window = job.status == JobStatus::completed ? std::nullopt : WorkScheduler::windowOf(job);
+        if (window) seconds += window->endSeconds() - window->startSeconds();
+    }
+    if (seconds == 0) return;
+    shell.err().line("Von der Aufnahme sind " + lengthOf(seconds) +
+                         " nicht transkribiert und fehlen in der Zusammenfassung.",
+                     Ink::yellow);
+}
+
 int showSummary(Shell& shell, const MeetingValues& values) {
     auto folder = shell.folder();
     const auto& meeting = folder.meeting(values.meeting);
@@ -110,10 +131,11 @@ int showSummary(Shell& shell, const MeetingValues& values) {
         return done;
     }
     auto& out = shell.out();
-    out.line(meeting.title, Ink::bold);
+    out.wrapped("", meeting.title, Ink::bold);
     out.line("Zusammengefasst am " + localTime(stored->createdAt), Ink::dim);
     if (stored->isExtractive()) out.wrapped("", MeetingExport::extractiveSummaryText, Ink::yellow);
     if (state == SummaryState::stale) out.wrapped("", MeetingExport::staleSummaryText, Ink::yellow);
+    warnOfUntranscribed(shell, folder, meeting.id);
     writeSummary(out, stored->summary, document);
     return done;
 }
@@ -162,16 +184,16 @@ bool runWorker(Shell& shell, const SummaryProcess::Task& task) {
 }
 
 /// Which engine is to work. Without a choice the model does where its file is intact, and the user is told.
-bool useModel(Shell& shell, const EngineValues& values, const std::filesystem::path& models) {
+bool useModel(Shell& shell, const EngineValues& values, const std::filesystem::path& models, bool titleOnly) {
     if (!values.engine.empty()) return values.engine == "model";
     try {
         modelCatalog().verify("summary", models);
         return true;
     } catch (const MeetingError& error) {
-        shell.err().line(
-            error.message() +
-            " Ohne Sprachmodell werden Stellen des Transkripts ausgewählt, ein erster Überblick und kein "
-            "Protokoll.");
+        shell.err().line(error.message() + " „quillmoot models“ zeigt, wohin die Datei gehört.");
+        shell.err().line(titleOnly ? "Ohne Sprachmodell nennt der Titel die wichtigsten Wörter des Transkripts."
+                                   : "Ohne Sprachmodell werden Stellen des Transkripts ausgewählt, ein erster "
+                                     "Überblick und kein Protokoll.");
         return false;
     }
 }
@@ -180,21 +202,22 @@ bool useModel(Shell& shell, const EngineValues& values, const std::filesystem::p
 bool work(Shell& shell, DataFolder& folder, const EngineValues& values, bool titleOnly) {
     const auto meeting = folder.meeting(values.meeting).id;
     const auto models = modelFolder(values.models, folder.root());
-    if (useModel(shell, values, models)) {
-        // What stands in the way shows here with its cause, which a worker could only put into words.
-        static_cast<void>(SummaryRun(meeting, folder.root()));
+    folder.queue();  // not to be made by what follows where it is lost
+    // What stands in the way shows here with its cause, which a worker could only put into words.
+    std::optional<SummaryRun> run(std::in_place, meeting, folder.root());
+    if (titleOnly) run->requireCompleteForTitle();
+    if (useModel(shell, values, models, titleOnly)) {
+        run.reset();  // its lock is for the worker
         SummaryProcess::Task task{
             .session = meeting, .root = folder.root(), .models = models, .titleOnly = titleOnly};
         if (!values.worker.empty()) task.program = values.worker;
         return runWorker(shell, task);
     }
-    const SummaryRun run(meeting, folder.root());
     const ExtractiveSummarizer summarizer;
     if (titleOnly) {
-        run.requireCompleteForTitle();
-        run.writeTitle(summarizer.title(run.document()));
+        run->writeTitle(summarizer.title(run->document()));
     } else {
-        run.writeSummary(summarizer.summarize(run.document()), std::nullopt);
+        run->writeSummary(summarizer.summarize(run->document()), std::nullopt);
     }
     return true;
 }
@@ -230,17 +253,23 @@ int title(Shell& shell, const EngineValues& values) {
     const auto meeting = folder.meeting(values.meeting).id;
     if (!work(shell, folder, values, true)) return stoppedByUser(shell);
     const auto artifact = TranscriptStorage::readOptional<MeetingTitleArtifact>(folder.folderOf(meeting) /
-                                                                                "automatic-title.json");
+                                                                                layout::automaticTitle);
     if (!artifact) throw MeetingError::storage("Der Titel wurde nicht gespeichert.");
-    const TitleRow row{artifact->title, adopt(shell, meeting, artifact->title)};
+    TitleRow row{artifact->title};
+    std::optional<MeetingError> obstacle;  // to giving the title to the meeting, not to showing it
+    try {
+        row.adopted = adopt(shell, meeting, artifact->title);
+    } catch (const MeetingError& error) {
+        obstacle = error;
+    }
     if (values.json) {
         shell.writeJSON(row);
-        return done;
+    } else {
+        shell.out().line(row.title);
     }
-    shell.out().line(row.title);
-    if (!row.adopted) {
+    if (obstacle) throw *obstacle;
+    if (!row.adopted && !values.json)
         shell.err().line("Das Meeting behält seinen Titel; „quillmoot rename“ ändert ihn.");
-    }
     return done;
 }
 
@@ -251,10 +280,12 @@ void addSummaryCommands(CLI::App& app, Shell& shell) {
                                    int (*body)(Shell&, const EngineValues&)) {
         const auto [command, values] = addMeetingCommand(app, shell, name, description, body);
         addJSON(command, values.json);
-        oneOf(command.add_option("--engine", values.engine, "Das Sprachmodell, oder Stellen des Transkripts"),
+        oneOf(command.add_option(
+                  "--engine", values.engine,
+                  "Das Sprachmodell, oder Stellen des Transkripts; sonst das Modell, wenn es da ist"),
               {"model", "extractive"});
         addModels(command, values.models);
-        command.add_option("--worker", values.worker, "Der SummaryWorker, sonst der neben quillmoot")
+        notBlank(command.add_option("--worker", values.worker, "Der SummaryWorker, sonst der neben quillmoot"))
             ->type_name("PROGRAMM");
     };
     addWithEngine("summarize", "Fasst ein Meeting mit Belegen zusammen", summarize);

@@ -169,7 +169,11 @@ int transcript(Shell& shell, const TranscriptValues& values) {
     const auto blocks = TranscriptLayout::blocks(document, values.original);
     const auto colours = SpeakerColors::assignments(blocks, SpeakerColorPreset::ocean);
     const auto mode = values.clock ? TranscriptTimestampMode::clock : TranscriptTimestampMode::elapsed;
-    const TimestampFormatter times(mode, RecordingImport::storedClock(meeting.id, folder.root()));
+    const auto clock = RecordingImport::storedClock(meeting.id, folder.root());
+    if (values.clock && !clock)
+        shell.err().line("Wann die Aufnahme begann, ist nicht bekannt („quillmoot import --start“).",
+                         Ink::yellow);
+    const TimestampFormatter times(mode, clock);
     const Wording wording(document, values.original);
     std::unordered_map<UUID, std::size_t> numbers;
     for (const auto& segment : document.segments) numbers.emplace(segment.id, numbers.size() + 1);
@@ -195,11 +199,24 @@ int transcript(Shell& shell, const TranscriptValues& values) {
     return done;
 }
 
+/// Says what was replaced: while others work on the transcript, a number may mean another segment than the user
+/// has before him.
 int correct(Shell& shell, const CorrectionValues& values) {
     auto open = shell.openLibrary();
-    TranscriptEditing::correct(open.meeting(values.meeting).id, values.segment, values.text, open.root(),
-                               open.jobs());
+    const auto meeting = open.meeting(values.meeting).id;
+    const auto document = TranscriptStorage::load(meeting, open.root(), open.jobs());
+    const auto& segment = TranscriptEditing::findSegment(document, values.segment);
+    TranscriptEditing::correct(meeting, segment.id.string(), values.text, open.root(), open.jobs());
+    shell.err().wrapped("Bisher [" + lengthOf(segment.startSeconds) + "] ",
+                        document.speakerLabel(segment) + ": " + segment.text, Ink::dim, Ink::dim);
     return done;
+}
+
+/// How many segments that there are have a corrected text.
+std::size_t correctionsOf(const TranscriptDocument& document) {
+    return static_cast<std::size_t>(std::ranges::count_if(document.rawSegments, [&](const auto& segment) {
+        return document.edits.correctedText.contains(segment.id.string());
+    }));
 }
 
 int nameSpeaker(Shell& shell, const SpeakerNameValues& values) {
@@ -219,6 +236,10 @@ int importTranscript(Shell& shell, const TranscriptImportValues& values) {
     const auto file = CaptionFile::read(values.file);
     const auto existing =
         values.replace ? TranscriptIntake::Existing::replace : TranscriptIntake::Existing::refuse;
+    const auto corrections = [&] {
+        return values.replace ? correctionsOf(TranscriptStorage::load(meeting, open.root(), open.jobs())) : 0;
+    };
+    const auto before = corrections();
     TranscriptIntake::Report report;
     try {
         report =
@@ -228,6 +249,11 @@ int importTranscript(Shell& shell, const TranscriptImportValues& values) {
     }
     shell.err().line(countOf(report.segments, "Segment", "Segmente") + " in " +
                      countOf(report.windows, "Abschnitt", "Abschnitten") + " übernommen.");
+    if (const auto after = corrections(); after < before) {
+        shell.err().line(countOf(before - after, "Korrektur gilt", "Korrekturen gelten") +
+                             " nicht mehr: Ihr Segment gibt es im neuen Transkript nicht.",
+                         Ink::yellow);
+    }
     if (report.segments == 0) {
         shell.err().line(
             quotedName(values.file) + " enthält keinen Text: Die Tonspur gilt jetzt als ohne Sprache.",
@@ -241,9 +267,10 @@ SpeakerIntake::Existing existingSpeakers(bool replace) {
 }
 
 /// Which recording of the file belongs to which track. Recordings named like the tracks are theirs; the only
-/// one of another name is the meeting's. What stays open is left to the import to refuse.
-std::vector<SpeakerIntake::Selection> selections(const SpeakerImportValues& values,
-                                                 const SpeakerTurnFile& file) {
+/// one of another name is the meeting's, or that of the only track. What stays open is left to the import to
+/// refuse.
+std::vector<SpeakerIntake::Selection> selections(const SpeakerImportValues& values, const SpeakerTurnFile& file,
+                                                 const UUID& meeting, OpenLibrary& open) {
     const auto recordings = file.recordings();
     const auto isThere = [&](const std::string& name) { return std::ranges::count(recordings, name) != 0; };
     if (values.recording) {
@@ -258,8 +285,9 @@ std::vector<SpeakerIntake::Selection> selections(const SpeakerImportValues& valu
     for (const auto source : {AudioSource::microphone, AudioSource::meeting}) {
         if (std::string name(json::nameOf(source)); isThere(name)) found.push_back({source, std::move(name)});
     }
-    if (found.empty() || found.size() < recordings.size()) return {{AudioSource::meeting, std::nullopt}};
-    return found;
+    if (!found.empty() && found.size() == recordings.size()) return found;
+    const auto tracks = SpeakerIntake::recordedTracks(meeting, open.root(), open.jobs());
+    return {{tracks.size() == 1 ? *tracks.begin() : AudioSource::meeting, std::nullopt}};
 }
 
 int importSpeakers(Shell& shell, const SpeakerImportValues& values) {
@@ -267,8 +295,8 @@ int importSpeakers(Shell& shell, const SpeakerImportValues& values) {
     const auto meeting = open.meeting(values.meeting).id;
     const auto file = SpeakerTurnFile::read(values.file);
     const auto existing = existingSpeakers(values.replace);
-    const auto reports =
-        SpeakerIntake::take(meeting, file, selections(values, file), open.root(), open.jobs(), existing);
+    const auto reports = SpeakerIntake::take(meeting, file, selections(values, file, meeting, open),
+                                             open.root(), open.jobs(), existing);
     for (const auto& report : reports) {
         shell.err().line(std::string(trackName(report.source)) + ": " +
                          countOf(report.speakers, "Sprecher", "Sprecher") +
@@ -470,7 +498,8 @@ void addSpeakerCommands(CLI::App& app, Shell& shell) {
     const auto [turns, taken] =
         addMeetingCommand(heard, shell, "import", "Übernimmt, wer wann spricht", importSpeakers);
     turns.add_option("DATEI", taken.file, "RTTM, oder ein Transkript mit Sprechern")->required();
-    oneOf(turns.add_option("--source", taken.source, "Die Tonspur"), {"microphone", "meeting"});
+    oneOf(turns.add_option("--source", taken.source, "Die Tonspur, sonst die einzige oder die des Meetings"),
+          {"microphone", "meeting"});
     notBlank(turns.add_option("--recording", taken.recording, "Die Aufnahme in der RTTM-Datei"))
         ->type_name("NAME");
     turns.add_flag("--replace", taken.replace, "Ersetzt die Sprecher der Tonspur mit ihren Namen");
@@ -501,13 +530,14 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
 
     const auto [recognised, recognition] =
         addMeetingCommand(app, shell, "transcribe", "Transkribiert mit einem Programm nach Wahl", transcribe);
-    recognised.add_option("--engine", recognition.engine, "Der Aufruf; {wav} steht für die Tondatei")
+    notBlank(recognised.add_option("--engine", recognition.engine, "Der Aufruf; {wav} steht für die Tondatei"))
         ->type_name("BEFEHL")
         ->required();
-    recognised.add_option("--jobs", recognition.jobs, "Wie viele zugleich")
+    recognised.add_option("--jobs", recognition.jobs, "Wie viele Abschnitte zugleich, sonst einer")
         ->type_name("ZAHL")
         ->check(inRange(1, 64));
-    recognised.add_option("--timeout", recognition.timeout, "Sekunden, die ein Abschnitt dauern darf")
+    recognised
+        .add_option("--timeout", recognition.timeout, "Sekunden, die ein Abschnitt dauern darf, sonst 600")
         ->type_name("SEKUNDEN")
         ->check(inRange(1, 86'400));
     recognised.footer(
@@ -532,10 +562,11 @@ void addTranscriptCommands(CLI::App& app, Shell& shell) {
     oneOf(exported.add_option("--format", wanted.format, "Die Form"),
           {"text", "markdown", "html", "vtt", "srt", "json"})
         ->required();
-    oneOf(exported.add_option("--content", wanted.content, "Was ausgegeben wird (für text und markdown)"),
+    oneOf(exported.add_option("--content", wanted.content,
+                              "Was ausgegeben wird, sonst alles (für text und markdown)"),
           {"all", "transcript", "summary"});
     exported.add_flag("--clock", wanted.clock, "Uhrzeiten statt der Zeit seit Beginn (für html)");
-    exported.add_option("-o,--output", wanted.output, "Die Datei; sonst die Standardausgabe")
+    notBlank(exported.add_option("-o,--output", wanted.output, "Die Datei; sonst die Standardausgabe"))
         ->type_name("DATEI");
 }
 

@@ -46,7 +46,7 @@ constexpr std::string_view cacheKeyPrefix = "qwen-summary-v6-source-ids:";
 constexpr int maximumMergePasses = 8;
 
 SummaryInstructions readInstructions(const MeetingRun& run) {
-    const auto file = run.meeting.folder() / "summary-request.json";
+    const auto file = run.meeting.folder() / layout::summaryInstructions;
     return TranscriptStorage::readOptional<SummaryInstructions>(file, run.meeting.files())
         .value_or(SummaryInstructions{})
         .validated();

@@ -25,7 +25,7 @@ std::string titlePrompt(std::span<const TitleSource> sources);
 std::vector<TitleSource> titleSources(const TranscriptDocument& document);
 
 /// Lets the model propose a short German title from excerpts of the transcript, writes it as
-/// "automatic-title.json" and reports "titleFinished". Durable on return. Throws MeetingError; an older title
+/// layout::automaticTitle and reports "titleFinished". Durable on return. Throws MeetingError; an older title
 /// then stays as it was.
 void runTitleTask(const MeetingRun& run);
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Preferences.h"
 
 namespace meetingcore {

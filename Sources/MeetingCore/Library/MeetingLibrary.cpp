@@ -177,7 +177,7 @@ void MeetingLibrary::enterAudioRemoval(const UUID& meeting) {
 }
 
 void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {
-    const auto file = directory / "events.json";
+    const auto file = directory / layout::events;
     auto events = TranscriptStorage::readOptional<std::vector<SessionEvent>>(file, files)
                       .value_or(std::vector<SessionEvent>{});
     events.push_back(event);

@@ -35,7 +35,8 @@ struct MeetingEntry {
     bool pinned = false;
     std::string notes;
     std::optional<MeetingMetadata> metadata;
-    std::string state;                          ///< of the recording: "starting", "recording", "completed", …
+    /// Of the recording: "starting", "recording", "paused", "interrupted", "completed"; others are kept.
+    std::string state;
     double duration = 0;                        ///< seconds: the end of the meeting's latest chunk
     std::int64_t chunkCount = 0;                ///< durable chunks of the meeting
     std::optional<bool> automaticTitlePending;  ///< whether a title is still to be generated

@@ -1,10 +1,13 @@
 #include "MeetingCore/Library/MeetingReference.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 
 #include "MeetingCore/Platform/Folding.h"
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"
+#include "MeetingCore/Platform/TimeZone.h"
 #include "MeetingCore/Platform/TypedReference.h"
 
 namespace meetingcore {
@@ -12,12 +15,21 @@ namespace meetingcore {
 namespace {
 
 constexpr std::size_t shortestBeginning = 4;
+constexpr std::size_t shownDigits = 8;
 constexpr std::size_t mostNamed = 5;
+
+std::string dayOf(Date instant) {
+    const auto time = TimeZone::current().local(instant);
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), "%02d.%02d.%04d", time.day, time.month, time.year);
+    return text.data();
+}
 
 std::string ambiguity(std::string_view reference, const std::vector<const MeetingEntry*>& found) {
     auto message = "Mehrere Meetings passen zu " + inQuotes(reference) + ":";
     for (std::size_t i = 0; i < std::min(found.size(), mostNamed); ++i) {
-        message += (i == 0 ? " " : ", ") + found[i]->id.string() + " " + inQuotes(found[i]->title);
+        message += (i == 0 ? " " : ", ") + found[i]->id.string().substr(0, shownDigits) + " " +
+                   inQuotes(found[i]->title) + " (" + dayOf(found[i]->createdAt) + ")";
     }
     if (found.size() > mostNamed) message += " und " + std::to_string(found.size() - mostNamed) + " weitere";
     return message + ".";
@@ -40,7 +52,9 @@ const MeetingEntry& findMeeting(const LibrarySnapshot& library, std::string_view
             found.push_back(&meeting);
         }
     }
-    if (found.empty()) throw MeetingError::invalidData("Kein Meeting passt zu " + inQuotes(wanted) + ".");
+    if (found.empty())
+        throw MeetingError::invalidData("Kein Meeting passt zu " + inQuotes(wanted) + ".",
+                                        MeetingError::Cause::meetingUnknown);
     if (found.size() > 1) throw MeetingError::invalidData(ambiguity(wanted, found));
     return *found.front();
 }

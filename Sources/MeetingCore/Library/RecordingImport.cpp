@@ -56,13 +56,11 @@ void requireSound(const Recording& recording, const std::filesystem::path& root)
 }
 
 /// Whether the meeting is complete but for chunks that it has lost; throws where it lacks nothing.
-bool hasLostChunks(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks,
-                   SQLiteJobStore& database) {
+bool isToBeRestored(const Recording& recording, LibrarySnapshot library, std::span<const AudioChunk> chunks,
+                    SQLiteJobStore& database) {
     const auto known = entryOf(library, recording.session);
     if (known == library.meetings.end() || known->state != "completed") return false;
-    // The library may have been brought in line with what is left; what was registered stays.
-    const auto expected = std::max(known->chunkCount, database.registeredChunksBySession()[recording.session]);
-    if (static_cast<std::int64_t>(chunks.size()) < expected || !AudioArchive::gaps(chunks).empty()) return true;
+    if (hasLostChunks(*known, chunks, database)) return true;
     throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
                                     known->id.string() + ").");
 }
@@ -208,6 +206,12 @@ void forget(const UUID& session, const std::filesystem::path& root, MeetingLibra
 
 }  // namespace
 
+bool hasLostChunks(const MeetingEntry& meeting, std::span<const AudioChunk> chunks, SQLiteJobStore& database) {
+    // The library may have been brought in line with what is left; what was registered stays.
+    const auto expected = std::max(meeting.chunkCount, database.registeredChunksBySession()[meeting.id]);
+    return static_cast<std::int64_t>(chunks.size()) < expected || !AudioArchive::gaps(chunks).empty();
+}
+
 UUID sessionFor(std::string_view description) { return UUID::derived(importNamespace, description); }
 
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
@@ -217,11 +221,15 @@ Outcome run(const Recording& recording, const std::filesystem::path& root, Meeti
     const auto folder = store.sessionDirectory(recording.session);
     if (files.status(folder)) restoreManifest(recording, folder, files);
     const auto known = store.recover(recording.session).chunks;
-    const bool restores = hasLostChunks(recording, library.snapshot(), known, database);
+    const bool restores = isToBeRestored(recording, library.snapshot(), known, database);
     const bool resumed = begin(recording, store, library, files);
-    MeetingLibrary::appendEvent(
-        {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder,
-        files);
+    try {
+        MeetingLibrary::appendEvent(
+            {UUID::random(), Date::now(), resumed ? "importResumed" : "importStarted", std::nullopt}, folder,
+            files);
+    } catch (const MeetingError& error) {  // a broken history keeps nobody from what is left of the audio
+        if (error.kind() != MeetingError::Kind::invalidData) throw;
+    }
     auto outcome = Outcome::finished;
     try {
         for (const auto& track : recording.tracks) {

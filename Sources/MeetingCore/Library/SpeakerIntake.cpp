@@ -40,34 +40,48 @@ std::optional<std::string> nameIn(const std::string& label) {
     return name.empty() ? std::nullopt : std::optional<std::string>(name);
 }
 
-/// Where the meeting's jobs or, while some may be missing, its chunks end; nothing where it has neither.
-std::optional<double> recordingEnd(const UUID& session, double expected, const std::filesystem::path& root,
-                                   SQLiteJobStore& database, FileManager& files) {
-    std::optional<double> end;
-    const auto reach = [&](double seconds) { end = std::max(end.value_or(0), seconds); };
-    for (const auto& job : database.jobs(session)) {
-        if (const auto window = WorkScheduler::windowOf(job)) reach(window->endSeconds());
+/// The meeting's tracks, and where the last one ends; empty where nothing is known of its audio.
+struct Recorded {
+    std::set<AudioSource> tracks;
+    double end = 0;
+
+    void add(AudioSource track, double seconds) {
+        tracks.insert(track);
+        end = std::max(end, seconds);
     }
-    if (end && expected <= *end) return end;
+};
+
+/// From the meeting's jobs and, where these do not reach so far or some may be missing, its chunks.
+Recorded recorded(const UUID& session, double expectedEnd, const std::set<AudioSource>& expected,
+                  const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
+    Recorded recorded;
+    for (const auto& job : database.jobs(session)) {
+        if (const auto window = WorkScheduler::windowOf(job))
+            recorded.add(window->source, window->endSeconds());
+    }
+    if (expectedEnd <= recorded.end && std::ranges::includes(recorded.tracks, expected)) return recorded;
     for (const auto& chunk : DurableChunkStore(root / layout::meetings, files).recover(session).chunks)
-        reach(chunk.endSeconds());
-    return end;
+        recorded.add(chunk.source, chunk.endSeconds());
+    return recorded;
 }
 
 using Turns = std::vector<SpeakerTurnFile::Turn>;
 
 /// Throws with a sentence for each turn that lies outside the recording or whose speaker cannot be called so.
-void check(const SpeakerTurnFile& file, const std::vector<Turns>& tracks, const UUID& session,
-           const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
+void check(const SpeakerTurnFile& file, const std::vector<Turns>& tracks, const std::set<AudioSource>& sources,
+           const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
+           FileManager& files) {
     double latest = 0;
     for (const auto& turns : tracks) {
         for (const auto& turn : turns) latest = std::max(latest, turn.startSeconds);
     }
-    const auto end = recordingEnd(session, latest - secondsOutsideAudio, root, database, files);
+    const auto audio = recorded(session, latest - secondsOutsideAudio, sources, root, database, files);
+    if (!audio.tracks.empty() && !std::ranges::includes(audio.tracks, sources))
+        throw MeetingError::invalidData("Das Meeting hat auf dieser Tonspur keine Audioabschnitte.");
     FileProblems problems(file.name, file.placeName);
     for (const auto& turns : tracks) {
         for (const auto& turn : turns) {
-            if (end && turn.startSeconds > *end + secondsOutsideAudio)
+            if (!audio.tracks.empty() && turn.startSeconds > audio.end + secondsOutsideAudio)
                 problems.add(turn.place, "Die Zeit liegt außerhalb der Aufnahme.");
             const auto name = nameIn(turn.speaker);
             if (!name) continue;
@@ -188,8 +202,12 @@ std::optional<DiarizationResult> present(const UUID& session, const std::filesys
 std::vector<Track> read(const SpeakerTurnFile& file, std::span<const Selection> selections, const UUID& session,
                         const std::filesystem::path& root, SQLiteJobStore& database, FileManager& files) {
     std::vector<Turns> turns;
-    for (const auto& selection : selections) turns.push_back(file.of(selection.recording));
-    check(file, turns, session, root, database, files);
+    std::set<AudioSource> sources;
+    for (const auto& selection : selections) {
+        turns.push_back(file.of(selection.recording));
+        sources.insert(selection.source);
+    }
+    check(file, turns, sources, session, root, database, files);
     std::vector<Track> tracks;
     for (std::size_t i = 0; i < selections.size(); ++i)
         tracks.push_back(numbered(std::move(turns[i]), selections[i].source));
@@ -222,8 +240,10 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
         const auto before = turnsOn(track.source, replaced);
         track.isThere = before == track.turns;
         if (existing == Existing::refuse && !track.isThere && !before.empty()) {
-            throw MeetingError::invalidData("Die Tonspur „" + std::string(json::nameOf(track.source)) + "“" +
-                                            hasSpeakers);
+            throw MeetingError::invalidData(
+                std::string(track.source == AudioSource::meeting ? "Der Meeting-Ton" : "Das Mikrofon") +
+                    hasSpeakers,
+                MeetingError::Cause::alreadyThere);
         }
         reports.push_back(
             {track.source, track.speakers, track.names.size(), track.turns.size(), !track.isThere});
@@ -247,6 +267,12 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
     return reports;
 }
 
+std::set<AudioSource> recordedTracks(const UUID& session, const std::filesystem::path& root,
+                                     SQLiteJobStore& database, FileManager& files) {
+    const std::set<AudioSource> all{AudioSource::microphone, AudioSource::meeting};
+    return recorded(session, 0, all, root, database, files).tracks;
+}
+
 void settle(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
             FileManager& files) {
     const auto document = TranscriptStorage::load(session, root, database, files);
@@ -260,7 +286,8 @@ void declareNone(const UUID& session, const std::filesystem::path& root, SQLiteJ
                  Existing existing, FileManager& files) {
     const auto replaced = present(session, root, existing, files);
     if (existing == Existing::refuse && replaced && !replaced->turns.empty()) {
-        throw MeetingError::invalidData(std::string("Dieses Meeting") + hasSpeakers);
+        throw MeetingError::invalidData(std::string("Dieses Meeting") + hasSpeakers,
+                                        MeetingError::Cause::alreadyThere);
     }
     const bool microphone = TranscriptStorage::loadRecognised(session, database).requiresMicrophoneDiarization;
     TranscriptStorage::save(finished(session, {}, microphone),

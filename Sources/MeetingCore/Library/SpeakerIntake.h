@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -48,13 +49,18 @@ enum class Existing { refuse, replace };
 /// or took back since, and completes one that a crash cut in two. Where the turns are the same, `replace` adds
 /// the file's names for speakers who have none. It also replaces a diarization that cannot be read.
 ///
-/// Throws MeetingError (invalidData), and changes nothing, where the file has no turn for a track, a turn
-/// begins more than 1 s behind the end of the recording, a name is none that TranscriptEditing would take, the
-/// track has other speakers that are not to be replaced, or a diarization is unfinished and not to be replaced.
+/// Throws MeetingError (invalidData), and changes nothing, where the file has no turn for a track, the
+/// meeting has no such track, a turn begins more than 1 s behind the end of the recording, a name is none that
+/// TranscriptEditing would take, the track has other speakers that are not to be replaced, or a diarization is
+/// unfinished and not to be replaced.
 std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
                          std::span<const Selection> selections, const std::filesystem::path& root,
                          SQLiteJobStore& database, Existing existing = Existing::refuse,
                          FileManager& files = FileManager::system());
+
+/// The tracks that the meeting has; none where nothing is known of its audio.
+std::set<AudioSource> recordedTracks(const UUID& session, const std::filesystem::path& root,
+                                     SQLiteJobStore& database, FileManager& files = FileManager::system());
 
 /// Lets a transcript whose speakers nobody will tell apart count as complete: writes a finished diarization
 /// without turns where one is missing. Does nothing for a meeting with a speech result of version 2, whose

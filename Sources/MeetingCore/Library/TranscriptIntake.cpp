@@ -196,7 +196,8 @@ std::vector<std::pair<const SpeechResult*, JobStatus>> unfinished(std::span<cons
             const auto stored = database.result(result.windowID).value_or("");
             if (isSame(result, stored, existing)) continue;
             if (existing == Existing::refuse) {
-                throw MeetingError::invalidData("Diese Tonspur ist schon transkribiert.");
+                throw MeetingError::invalidData("Diese Tonspur ist schon transkribiert.",
+                                                MeetingError::Cause::alreadyThere);
             }
         }
         open.emplace_back(&result, status);

@@ -7,20 +7,13 @@
 #include <mutex>
 #include <tuple>
 
+#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Recording/AudioArchive.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore::TranscriptionRun {
 
 namespace {
-
-TranscriptionWindow windowOf(const WorkItem& item) {
-    if (item.kind != "transcribe") throw MeetingError::invalidData("Unbekannter Auftragstyp.");
-    auto window = json::decode<TranscriptionWindow>(item.payloadJSON, "Der Auftrag");
-    if (window.chunks.empty() || window.sessionID != item.sessionID || window.id() != item.id)
-        throw MeetingError::invalidData("Ungültiges Verarbeitungsfenster.");
-    return window;
-}
 
 class Work {
 public:
@@ -75,7 +68,7 @@ private:
     void work(const JobLease& lease) {
         TranscriptionWindow window;
         try {
-            window = windowOf(lease.item);
+            window = WorkScheduler::windowOf(lease.item);
         } catch (const MeetingError& error) {
             whileHeld([&] { setAside(lease, {{}, 0, 0, error.message()}); });
             return;

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "MeetingCore/Platform/MeetingError.h"
+
 namespace meetingcore {
 
 /// Moves a file or folder to the user's trash, from where the desktop can restore it: on Linux the trash of the

@@ -41,6 +41,14 @@ std::optional<TranscriptionWindow> windowOf(const JobState& job) {
     return std::nullopt;
 }
 
+TranscriptionWindow windowOf(const WorkItem& item) {
+    if (item.kind != "transcribe") throw MeetingError::invalidData("Unbekannter Auftragstyp.");
+    auto window = json::decode<TranscriptionWindow>(item.payloadJSON, "Der Auftrag");
+    if (window.chunks.empty() || window.sessionID != item.sessionID || window.id() != item.id)
+        throw MeetingError::invalidData("Ungültiges Verarbeitungsfenster.");
+    return window;
+}
+
 Coverage coverage(const UUID& session, std::span<const AudioChunk> chunks, SQLiteJobStore& database) {
     Coverage coverage;
     std::unordered_set<UUID> planned;

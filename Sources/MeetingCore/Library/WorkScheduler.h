@@ -21,6 +21,10 @@ std::vector<TranscriptionWindow> windows(std::span<const AudioChunk> chunks, boo
 /// The window of a transcription job; nothing for a job of another kind or one that is damaged.
 std::optional<TranscriptionWindow> windowOf(const JobState& job);
 
+/// The window of a claimed job. Throws MeetingError (invalidData) for a job of another kind, and for one that
+/// is damaged or named otherwise than its window.
+TranscriptionWindow windowOf(const WorkItem& item);
+
 /// What the jobs of a session cover.
 struct Coverage {
     std::vector<TranscriptionWindow> windows;  ///< of the jobs, by start; their audio may be lost by now

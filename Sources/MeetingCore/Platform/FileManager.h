@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "MeetingCore/Platform/MeetingError.h"
+
 namespace meetingcore {
 
 /// What stands under a name in a folder.

@@ -144,7 +144,8 @@ inline constexpr auto unreadable = MeetingError::Cause::none;
 /// (invalidData, with `unreadable` as its cause) that any error throws; it names the text, such as
 /// „diarization.json“.
 ///
-/// Defined in JSONReader.h and instantiated beside each record, so that its users need no JSON library.
+/// Defined in JSONReader.h and instantiated beside each record that is a file or a job's text of its own, so
+/// that its users need no JSON library; there is none for the records within these.
 template <class T>
 T decode(std::string_view text, const std::string& what);
 

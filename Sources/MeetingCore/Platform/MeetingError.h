@@ -38,6 +38,8 @@ public:
         summaryUnreadable,      ///< "summary.json" is broken
         transcriptIncomplete,   ///< or there is none
         speakersPending,
+        meetingUnknown,
+        alreadyThere,  ///< what was to be imported is there, and not to be replaced
     };
 
     MeetingError(Kind kind, std::string message, Cause cause = Cause::none)

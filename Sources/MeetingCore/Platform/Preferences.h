@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Platform/MeetingError.h"
 
 namespace meetingcore {
 

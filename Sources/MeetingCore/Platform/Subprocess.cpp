@@ -35,7 +35,7 @@ constexpr std::size_t maximumErrorCharacters = 300;
 constexpr int longestPauseMilliseconds = 20;
 
 [[noreturn]] void failToStart(const std::string& program, int error) {
-    const auto name = quotedName(program);
+    const auto name = "„" + text::repaired(program) + "“";
     if (error == ENOENT || error == ENOTDIR)
         throw MeetingError::notConfigured("Das Programm " + name + " wurde nicht gefunden.");
     if (error == EACCES || error == ENOEXEC)

@@ -36,8 +36,8 @@ struct RecoveryReport {
 /// file system.
 class DurableChunkStore {
 public:
-    /// Nothing is read or created yet; the first session creates `root`. The file manager must outlive the
-    /// store.
+    /// `root` is the folder of the meetings' folders, layout::meetings in the data folder. Nothing is read or
+    /// created yet; the first session creates it. The file manager must outlive the store.
     explicit DurableChunkStore(std::filesystem::path root, FileManager& fm = FileManager::system());
 
     /// Creates the session's folder and manifest. On return both, and every folder above that had to be

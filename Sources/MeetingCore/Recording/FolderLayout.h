@@ -23,6 +23,9 @@ inline constexpr std::string_view recordingClock = "recording-clock.json";
 inline constexpr std::string_view speechConfiguration = "speech-configuration.json";
 inline constexpr std::string_view edits = "transcript-edits.json";
 inline constexpr std::string_view summary = "summary.json";
+inline constexpr std::string_view summaryInstructions = "summary-request.json";
+inline constexpr std::string_view automaticTitle = "automatic-title.json";
+inline constexpr std::string_view events = "events.json";
 inline constexpr std::string_view summaryParts = "summary-parts";
 
 /// Named by the meeting's ID in upper case.

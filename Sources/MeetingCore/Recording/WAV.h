@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "MeetingCore/Platform/MeetingError.h"
+
 namespace meetingcore {
 
 /// The one audio file format of the store: RIFF/WAVE with a canonical header of 44 bytes, 16 kHz, mono, signed

@@ -4,6 +4,7 @@
 #include <mach-o/dyld.h>
 #endif
 
+#include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Platform/JSONReader.h"
 #include "MeetingCore/Platform/Subprocess.h"
 
@@ -54,8 +55,18 @@ fs::path runningProgram() {
 #endif
 }
 
+/// `what` is said where there is none: an empty path would mean the working folder.
+std::string absolutePath(const fs::path& path, const char* what) {
+    if (path.empty()) throw MeetingError::notConfigured(what);
+    std::error_code error;
+    const auto absolute = fs::absolute(path, error);
+    if (error) throw MeetingError::storage(quotedName(path) + ": " + systemErrorText(error.value()));
+    return absolute.string();
+}
+
 std::string workerOf(const Task& task) {
-    if (task.program) return fs::absolute(*task.program).string();
+    if (task.program)
+        return absolutePath(*task.program, "Es ist kein Programm für die Zusammenfassung angegeben.");
     std::error_code unknown;
     const auto beside = fs::canonical(runningProgram(), unknown).replace_filename(workerName);
     return fs::is_regular_file(beside, unknown) ? beside.string() : workerName;
@@ -68,7 +79,8 @@ bool run(const Task& task, const StopRequest& stop, const std::function<void(Sta
     std::optional<std::string> failure;
     SubprocessCommand command{
         .arguments = {workerOf(task), "--protocol", "1", "--session", task.session.string(), "--root",
-                      fs::absolute(task.root).string(), "--models", fs::absolute(task.models).string()},
+                      absolutePath(task.root, "Es ist kein Datenordner angegeben."), "--models",
+                      absolutePath(task.models, "Es ist kein Ordner für die Modelle angegeben.")},
         .maximumOutputBytes = maximumLineBytes};
     if (task.titleOnly) command.arguments.emplace_back("--title-only");
     command.onLine = [&](std::string_view text) {

@@ -98,7 +98,7 @@ void SummaryRun::writeTitle(std::string_view title) const {
     if (transcriptChanged()) {
         throw MeetingError::invalidData("Transkript wurde während der Titelerstellung geändert.");
     }
-    TranscriptStorage::save(artifact, folder_ / "automatic-title.json", files_);
+    TranscriptStorage::save(artifact, folder_ / layout::automaticTitle, files_);
 }
 
 }  // namespace meetingcore

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "MeetingCore/Platform/FileDescriptor.h"
+#include "MeetingCore/Platform/MeetingError.h"
 
 namespace meetingcore {
 

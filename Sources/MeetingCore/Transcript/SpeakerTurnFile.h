@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MeetingCore/Platform/FileManager.h"
+#include "MeetingCore/Platform/MeetingError.h"
 
 namespace meetingcore {
 
