@@ -66,9 +66,11 @@ void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments& 
     segments = std::move(sorted);
 }
 
-/// The document with its raw segments, from the results of a session's jobs or of these jobs.
+/// The document with its raw segments, from the results of a session's jobs or of these jobs, which are about
+/// `count`.
 template <class Jobs>
-TranscriptDocument recognised(const Jobs& jobs, SQLiteJobStore& database) {
+TranscriptDocument recognised(const Jobs& jobs, std::size_t count, SQLiteJobStore& database) {
+    constexpr std::size_t mostReserved = 131'072;
     TranscriptDocument document;
     json::reading::Parser parser;
     auto& segments = document.rawSegments;
@@ -82,6 +84,8 @@ TranscriptDocument recognised(const Jobs& jobs, SQLiteJobStore& database) {
             throw MeetingError::invalidData("Unbekannte Transkriptversion.");
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
         if (result.segments.empty()) return;
+        // One window is like the other, and memory that is not needed after all is never touched.
+        if (results.empty()) segments.reserve(std::min(result.segments.size() * count, mostReserved));
         results.emplace_back(std::move(place), segments.size());
         segments.insert(segments.end(), std::make_move_iterator(result.segments.begin()),
                         std::make_move_iterator(result.segments.end()));
@@ -189,7 +193,8 @@ void complete(TranscriptDocument& document, const UUID& session, const std::file
 }  // namespace
 
 TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database) {
-    return recognised(session, database);
+    const auto completed = database.jobStats(session)["completed"];
+    return recognised(session, static_cast<std::size_t>(completed), database);
 }
 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,
@@ -201,7 +206,7 @@ TranscriptDocument load(const UUID& session, const std::filesystem::path& root, 
 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root,
                         std::span<const std::string> jobs, SQLiteJobStore& database, FileManager& files) {
-    auto document = recognised(jobs, database);
+    auto document = recognised(jobs, jobs.size(), database);
     complete(document, session, root, files);
     return document;
 }
