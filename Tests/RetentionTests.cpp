@@ -191,6 +191,7 @@ TEST_F(RecordedMeetingTest, HasItsAudioAgainWhenTheTrashGivesItBack) {
     EXPECT_THAT(recover().undone, ElementsAre(session));
     EXPECT_FALSE(removed());
     EXPECT_EQ(names(), before);
+    EXPECT_EQ(database.jobStats(session)["pending"], 2) << "its jobs wait for an engine again";
 }
 
 }  // namespace

@@ -262,7 +262,8 @@ int removeAudio(Shell& shell, const RemovalValues& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
-    if (!values.yes && RecordingImport::hasLostChunks(open.meeting(values.meeting), chunks, open.jobs())) {
+    if (!values.yes && RecordingImport::hasLostChunks(open.meeting(values.meeting), chunks,
+                                                      open.jobs().registeredChunksBySession()[id])) {
         throw MeetingError::invalidData(
             "Vom Audio fehlt etwas, oder es ist beschädigt; „quillmoot doctor“ sagt mehr. Mit --yes wird es "
             "trotzdem entfernt.");
@@ -278,6 +279,7 @@ int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
     const auto policy = AudioRetentionPolicy::load(open.root());
     const auto chunks = DurableChunkStore(open.root() / layout::meetings).recover().chunks;
     const auto meetings = open.library().snapshot().meetings;
+    auto registered = open.jobs().registeredChunksBySession();
     std::vector<MeetingTitleRow> removed;
     int status = done;
     for (const auto& meeting : meetings) {
@@ -290,7 +292,7 @@ int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
             std::vector<AudioChunk> own;
             std::ranges::copy_if(chunks, std::back_inserter(own),
                                  [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; });
-            if (RecordingImport::hasLostChunks(meeting, own, open.jobs())) {
+            if (RecordingImport::hasLostChunks(meeting, own, registered[meeting.id])) {
                 throw MeetingError::invalidData(
                     "Vom Audio fehlt etwas, oder es ist beschädigt; es bleibt, bis „quillmoot remove-audio "
                     "--yes“ es entfernt. „quillmoot doctor“ sagt mehr.");

@@ -229,6 +229,7 @@ AudioFile::AudioFile(std::filesystem::path file)
         announcedSize([&](std::uint64_t offset, std::size_t count) { return bytes_->text(offset, count); });
     announcedBytes_ = announced.bytes;
     const auto open = [&] {
+        decoder.file.reset();  // reads from the same place
         decoder.info = {};
         bytes_->position = 0;
         decoder.file.reset(sf_open_virtual(Bytes::calls(), SFM_READ, &decoder.info, bytes_.get()));
@@ -240,22 +241,12 @@ AudioFile::AudioFile(std::filesystem::path file)
     if (info.channels < 1 || info.channels > mostChannels || info.samplerate < 1) {
         throw unreadable(file_, "ungültige Kanalzahl oder Abtastrate.");
     }
+    requireKnownToTheEnd(announced.endsTheSound);
     // What the header promises may not be there.
     std::vector<float> frame(static_cast<std::size_t>(info.channels));
     const bool sounds = info.frames > 0 && sf_readf_float(decoder.file.get(), frame.data(), 1) == 1;
     requireRead();
     if (!sounds) throw MeetingError::invalidData(quotedName(file_) + " enthält keinen Ton.");
-    // So end up the sizes of recordings beyond 4 GiB, and of those whose recorder died: half a meeting would
-    // pass for the whole.
-    constexpr std::uint64_t otherChunks = 65'536;
-    const auto known =
-        std::max(announced.bytes, static_cast<std::uint64_t>(info.frames) *
-                                      static_cast<std::uint64_t>(info.channels) * bytesPerSample(info.format));
-    if (announced.endsTheSound && known > 0 && static_cast<std::uint64_t>(bytes_->size) > known + otherChunks) {
-        throw unreadable(file_,
-                         "sie ist länger, als ihr Kopf angibt, sodass ein Teil fehlen würde; bitte neu "
-                         "speichern, etwa als FLAC.");
-    }
     open();  // at the beginning again, also where that cannot be sought
     if (decoder.isExact()) return;
     decoder.frames.resize(static_cast<std::size_t>(blockFrames * info.channels));
@@ -286,6 +277,22 @@ bool AudioFile::isCutOff() const {
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
     const bool isShort = announcedBytes_ > static_cast<std::uint64_t>(bytes_->size) + uncertainBytes;
     return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed || isShort;
+}
+
+/// So end up the sizes of recordings beyond 4 GiB, and of those whose recorder died: a part would pass for the
+/// whole.
+void AudioFile::requireKnownToTheEnd(bool endsTheSound) const {
+    constexpr std::uint64_t otherChunks = 65'536;
+    const auto& info = decoder_->info;
+    const auto heard = static_cast<std::uint64_t>(info.frames) * static_cast<std::uint64_t>(info.channels) *
+                       bytesPerSample(info.format);
+    const auto known = std::max(announcedBytes_, heard);
+    if (!endsTheSound || known == 0 || static_cast<std::uint64_t>(bytes_->size) <= known + otherChunks) return;
+    constexpr std::string_view tag = "ID3";  // some programs put one behind it all, with pictures
+    if (bytes_->text(announcedBytes_, tag.size()) == tag) return;
+    throw unreadable(file_,
+                     "sie ist länger, als ihr Kopf angibt, sodass ein Teil fehlen würde; bitte neu "
+                     "speichern, etwa als FLAC.");
 }
 
 void AudioFile::requireRead() const {

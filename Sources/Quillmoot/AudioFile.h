@@ -40,6 +40,7 @@ private:
 
     std::size_t decode(std::span<std::int16_t> buffer);
     void requireRead() const;
+    void requireKnownToTheEnd(bool endsTheSound) const;
 
     std::filesystem::path file_;
     std::unique_ptr<Bytes> bytes_;  ///< outlives the decoder

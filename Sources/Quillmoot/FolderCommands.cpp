@@ -136,7 +136,7 @@ int doctor(Shell& shell, const DoctorValues& values) {
     // A broken library is what is to be found out, so it is not opened; only the locks matter here.
     std::optional<WorkerLock> application;
     std::optional<WorkerLock> inference;
-    if (values.repair || ::access(root.c_str(), R_OK | X_OK) == 0 || errno == ENOENT)
+    if (values.repair || ::access(root.c_str(), R_OK | X_OK) == 0 || (errno == ENOENT && !values.json))
         DataFolder{root};  // leaves others' folders be, and says how one comes to be
     if (values.repair) {
         takeLock(application, root, WorkerLock::Purpose::application);

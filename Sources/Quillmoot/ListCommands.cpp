@@ -380,11 +380,15 @@ JobRow rowOf(const JobState& job) {
 void openJobs(const UUID& meeting, const std::string& action, bool confirmed, DataFolder& folder) {
     if (AudioArchive::removed(meeting, folder.root()))
         throw MeetingError::invalidData("Das Audio dieses Meetings wurde bewusst entfernt.");
-    auto& jobs = pathExists(folder.root() / layout::queue) ? folder.queue() : folder.jobs();
+    auto& jobs = folder.queue();
     if (action == "retry") return jobs.retrySession(meeting);
     const auto finished = jobs.jobStats(meeting)["completed"];
     if (finished > 0 && !confirmed) {
-        const auto corrections = folder.transcript(meeting).edits.correctedText.size();
+        std::size_t corrections = 0;
+        try {
+            corrections = folder.transcript(meeting).edits.correctedText.size();
+        } catch (const MeetingError&) {  // to be transcribed anew is what helps against some
+        }
         throw MeetingError::invalidData(
             "Das legt " +
             countOf(static_cast<std::size_t>(finished), "fertigen Abschnitt", "fertige Abschnitte") +

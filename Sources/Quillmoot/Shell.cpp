@@ -142,6 +142,8 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     AudioRemoval::Recovered recovered;
     try {
         recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
+        for (const auto& id : recovered.undone)
+            library_->enterAudioReturn(id, DurableChunkStore(root_ / layout::meetings).recover(id).chunks);
     } catch (const MeetingError& error) {  // what was asked for may do without
         notices.line(error.message(), Ink::red);
     }
@@ -151,14 +153,7 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     const auto tell = [&](const UUID& id, const char* what) {
         notices.line(what + (knows(id) ? meeting(id.string()).title : id.string()), Ink::yellow);
     };
-    for (const auto& id : recovered.undone) {
-        if (knows(id)) {
-            const auto chunks = DurableChunkStore(root_ / layout::meetings).recover(id).chunks;
-            change(id,
-                   [&](MeetingEntry& entry) { entry.chunkCount = static_cast<std::int64_t>(chunks.size()); });
-        }
-        tell(id, "Entfernen von Audio zurückgenommen: ");
-    }
+    for (const auto& id : recovered.undone) tell(id, "Entfernen von Audio zurückgenommen: ");
     for (const auto& id : recovered.finished) {
         if (knows(id)) library_->enterAudioRemoval(id);
         tell(id, "Unterbrochenes Entfernen von Audio beendet: ");

@@ -1,6 +1,8 @@
 #include <chrono>
 #include <future>
+#include <map>
 #include <optional>
+#include <unordered_set>
 
 #include "CommandDescription.h"
 #include "GermanWords.h"
@@ -88,16 +90,30 @@ std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const Tr
     return rows;
 }
 
-/// A summary knows of what was transcribed alone.
-void warnOfUntranscribed(Shell& shell, DataFolder& folder, const UUID& meeting) {
-    if (AudioArchive::removed(meeting, folder.root())) return;
-    double seconds = 0;
+/// How much of a meeting's audio is not transcribed.
+double untranscribedSeconds(DataFolder& folder, const UUID& meeting) {
+    std::map<AudioSource, double> seconds;  // tracks run side by side
     const auto chunks = DurableChunkStore(folder.root() / layout::meetings).recover(meeting).chunks;
     for (const auto& chunk : WorkScheduler::coverage(meeting, chunks, folder.jobs()).unplanned)
-        seconds += chunk.endSeconds() - chunk.startSeconds;
+        seconds[chunk.source] += chunk.endSeconds() - chunk.startSeconds;
+    // A job that was opened again still has its former result.
+    const auto ids = folder.jobs().jobsWithResults()[meeting];
+    const std::unordered_set<std::string> transcribed(ids.begin(), ids.end());
     for (const auto& job : folder.jobs().jobs(meeting)) {
-        const auto window = job.status == JobStatus::completed ? std::nullopt : WorkScheduler::windowOf(job);
-        if (window) seconds += window->endSeconds() - window->startSeconds();
+        const auto window = WorkScheduler::windowOf(job);
+        if (window && !transcribed.contains(job.id))
+            seconds[window->source] += window->endSeconds() - window->startSeconds();
+    }
+    return std::max(seconds[AudioSource::microphone], seconds[AudioSource::meeting]);
+}
+
+/// A summary knows of what was transcribed alone.
+void warnOfUntranscribed(Shell& shell, DataFolder& folder, const UUID& meeting) {
+    if (AudioArchive::removed(meeting, folder.root()) || !pathExists(folder.root() / layout::queue)) return;
+    double seconds = 0;
+    try {
+        seconds = untranscribedSeconds(folder, meeting);
+    } catch (const MeetingError&) {  // which says nothing against the summary
     }
     if (seconds == 0) return;
     shell.err().line("Von der Aufnahme sind " + lengthOf(seconds) +

@@ -170,9 +170,7 @@ int transcript(Shell& shell, const TranscriptValues& values) {
     const auto colours = SpeakerColors::assignments(blocks, SpeakerColorPreset::ocean);
     const auto mode = values.clock ? TranscriptTimestampMode::clock : TranscriptTimestampMode::elapsed;
     const auto clock = RecordingImport::storedClock(meeting.id, folder.root());
-    if (values.clock && !clock)
-        shell.err().line("Wann die Aufnahme begann, ist nicht bekannt („quillmoot import --start“).",
-                         Ink::yellow);
+    if (values.clock && !clock) shell.err().line("Wann die Aufnahme begann, ist nicht bekannt.", Ink::yellow);
     const TimestampFormatter times(mode, clock);
     const Wording wording(document, values.original);
     std::unordered_map<UUID, std::size_t> numbers;
@@ -212,11 +210,17 @@ int correct(Shell& shell, const CorrectionValues& values) {
     return done;
 }
 
-/// How many segments that there are have a corrected text.
-std::size_t correctionsOf(const TranscriptDocument& document) {
-    return static_cast<std::size_t>(std::ranges::count_if(document.rawSegments, [&](const auto& segment) {
-        return document.edits.correctedText.contains(segment.id.string());
-    }));
+/// How many segments have a corrected text; nothing where that cannot be told, as of a transcript that is to be
+/// replaced because it is broken.
+std::optional<std::size_t> correctionsOf(const UUID& meeting, OpenLibrary& open) {
+    try {
+        const auto document = TranscriptStorage::load(meeting, open.root(), open.jobs());
+        return static_cast<std::size_t>(std::ranges::count_if(document.rawSegments, [&](const auto& segment) {
+            return document.edits.correctedText.contains(segment.id.string());
+        }));
+    } catch (const MeetingError&) {
+        return std::nullopt;
+    }
 }
 
 int nameSpeaker(Shell& shell, const SpeakerNameValues& values) {
@@ -236,10 +240,7 @@ int importTranscript(Shell& shell, const TranscriptImportValues& values) {
     const auto file = CaptionFile::read(values.file);
     const auto existing =
         values.replace ? TranscriptIntake::Existing::replace : TranscriptIntake::Existing::refuse;
-    const auto corrections = [&] {
-        return values.replace ? correctionsOf(TranscriptStorage::load(meeting, open.root(), open.jobs())) : 0;
-    };
-    const auto before = corrections();
+    const auto before = values.replace ? correctionsOf(meeting, open).value_or(0) : 0;
     TranscriptIntake::Report report;
     try {
         report =
@@ -249,7 +250,7 @@ int importTranscript(Shell& shell, const TranscriptImportValues& values) {
     }
     shell.err().line(countOf(report.segments, "Segment", "Segmente") + " in " +
                      countOf(report.windows, "Abschnitt", "Abschnitten") + " übernommen.");
-    if (const auto after = corrections(); after < before) {
+    if (const auto after = before > 0 ? correctionsOf(meeting, open).value_or(before) : 0; after < before) {
         shell.err().line(countOf(before - after, "Korrektur gilt", "Korrekturen gelten") +
                              " nicht mehr: Ihr Segment gibt es im neuen Transkript nicht.",
                          Ink::yellow);

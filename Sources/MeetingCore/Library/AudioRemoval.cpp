@@ -50,7 +50,8 @@ public:
     /// flushed before.
     void finish(const AudioRemoval::Trash& trash);
 
-    void undo();
+    /// `tellStore` is called when the audio is back, and again by the next start where that was not the end.
+    void undo(const std::function<void()>& tellStore = {});
 
     /// Undoes as much as can be; the rest is left for the next start.
     void undoAfterError() noexcept {
@@ -89,7 +90,7 @@ void Removal::finish(const AudioRemoval::Trash& trash) {
     files_.flushDirectory(meeting_);
 }
 
-void Removal::undo() {
+void Removal::undo(const std::function<void()>& tellStore) {
     // Where the trash has the audio, in spite of its error, the marker tells the truth and stays.
     if (!files_.status(staging_)) return;
     for (const auto& item : files_.list(staging_)) {
@@ -107,26 +108,33 @@ void Removal::undo() {
         files_.remove(meeting_ / AudioArchive::removedMarkerName);
         files_.flushDirectory(meeting_);
     }
+    if (tellStore) tellStore();
     files_.remove(staging_);
     files_.flushDirectory(meeting_);
 }
 
-/// Ends the removals that one meeting's folder tells of. `retire` tells the job store where it does not know
-/// yet, which `isRetired` says. Where it does, a staging folder with all of the audio came back from the trash:
-/// the user wants it again. Returns whether that is so.
-bool recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
-                    FileManager& files, bool isRetired, const std::function<void()>& retire,
-                    AudioRemoval::Recovered& recovered) {
+/// What the job store has to hear of a removal's end.
+struct Store {
+    bool hasWork = false;  ///< knows of audio of the meeting, or has jobs that wait for it
+    std::function<void()> retire;
+    std::function<void()> reopen;
+};
+
+/// Ends the removals that one meeting's folder tells of. Where the store has no work left, a staging folder
+/// with all of the audio came back from the trash: the user wants it again.
+void recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval::Trash& trash,
+                    FileManager& files, const Store& store, AudioRemoval::Recovered& recovered) {
     const auto names = files.list(meeting);
     const bool marked = std::find(names.begin(), names.end(), AudioArchive::removedMarkerName) != names.end();
     const bool gathered = marked && std::none_of(names.begin(), names.end(), isAudio);
+    const bool wanted = gathered && store.hasWork;
     bool staged = false;
     for (const auto& name : names) {
         if (!isStaging(meeting / name, files)) continue;
         staged = true;
         Removal removal(meeting, name, files);
-        if (!gathered || isRetired) {
-            removal.undo();
+        if (!wanted) {
+            removal.undo(store.reopen);
             continue;
         }
         try {
@@ -136,12 +144,12 @@ bool recoverMeeting(const UUID& id, const fs::path& meeting, const AudioRemoval:
             throw;
         }
     }
-    if (staged && (!gathered || isRetired)) recovered.undone.push_back(id);
-    if (gathered && !isRetired) {
-        retire();
+    if (wanted) {
+        store.retire();
         recovered.finished.push_back(id);
+    } else if (staged) {
+        recovered.undone.push_back(id);
     }
-    return staged && gathered && isRetired;
 }
 
 }  // namespace
@@ -199,15 +207,15 @@ Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& t
     for (const auto& name : files.list(meetings)) {
         const auto id = UUID::parse(name);
         if (!id) continue;
+        const Store store{unretired.contains(*id), [&] { database.retireAudio(*id); },
+                          [&] {
+                              for (const auto& chunk : DurableChunkStore(meetings, files).recover(*id).chunks)
+                                  database.registerChunk(chunk);
+                              database.reopenAudio(*id);
+                          }};
         try {
             if (!isFolder(meetings / name, files)) continue;
-            const bool restored = recoverMeeting(
-                *id, meetings / name, trash, files, !unretired.contains(*id),
-                [&] { database.retireAudio(*id); }, recovered);
-            if (!restored) continue;
-            for (const auto& chunk : DurableChunkStore(meetings, files).recover(*id).chunks)
-                database.registerChunk(chunk);
-            database.retrySession(*id);
+            recoverMeeting(*id, meetings / name, trash, files, store, recovered);
         } catch (const std::exception& error) {  // the trash may throw what it likes
             recovered.problems.push_back(name + ": " + error.what());
         }

@@ -18,14 +18,16 @@ namespace meetingcore {
 ///     no marker, no staging folder        not begun, or undone
 ///     an empty staging folder             begun
 ///     marker, staging folder, some audio  being gathered, or being undone
-///     marker, staging folder, no audio    gathered
+///     marker, staging folder, no audio    gathered; or back from the trash, where the job store has no work
+///                                         left for the meeting
 ///     marker alone                        in the trash
 ///
 /// `root` is the data folder, whose application lock the caller holds. The caller also tells the library, by
 /// `MeetingLibrary::enterAudioRemoval`. Errors are MeetingErrors.
 namespace AudioRemoval {
 
-/// Moves a folder to the trash, or throws and leaves it where it is.
+/// Moves a folder to the trash, or throws and leaves it where it is. A disk that forgets the move afterwards is
+/// like a trash that gives the audio back.
 using Trash = std::function<void(const std::filesystem::path& folder)>;
 
 /// Moves the meeting's chunks, partial chunks and complete audio files to the trash, leaves the marker
@@ -37,19 +39,21 @@ using Trash = std::function<void(const std::filesystem::path& folder)>;
 void moveToTrash(const UUID& id, const std::filesystem::path& root, SQLiteJobStore& database,
                  const Trash& trash, FileManager& files = FileManager::system(), Date now = Date::now());
 
-/// The meetings in which a removal was interrupted before the trash had the audio.
+/// The meetings with a staging folder: a removal was interrupted before the trash had the audio, or the trash
+/// has given it back.
 std::vector<UUID> interrupted(const std::filesystem::path& root, FileManager& files = FileManager::system());
 
 /// What became of the removals that a crash had interrupted.
 struct Recovered {
-    std::vector<UUID> undone;           ///< their audio is back
+    std::vector<UUID> undone;           ///< their audio is back, as the library has to hear
     std::vector<UUID> finished;         ///< their audio is removed
     std::vector<std::string> problems;  ///< one German line per meeting that could not be brought to an end
 };
 
 /// Brings interrupted removals to an end, at start-up and before the chunk store's recovery: a removal that had
-/// gathered all audio is finished, any other is undone. Goes on where one meeting fails, which leaves that
-/// meeting for the next time. Running it again changes nothing.
+/// gathered all audio is finished, any other is undone, and so is one whose audio came back from the trash;
+/// what is undone the job store knows again, chunks and jobs. Goes on where one meeting fails, which leaves
+/// that meeting for the next time. Running it again changes nothing.
 Recovered recover(const std::filesystem::path& root, SQLiteJobStore& database, const Trash& trash,
                   FileManager& files = FileManager::system());
 

@@ -111,8 +111,7 @@ private:
         constexpr auto topic = "Datenbank";
         const auto file = root_ / layout::queue;
         if (!pathExists(file)) {
-            const auto lost = static_cast<std::size_t>(
-                std::ranges::count(library_.meetings, "completed", &MeetingEntry::state));
+            const auto lost = library_.meetings.size();
             if (lost == 0) {
                 add(Severity::note, topic, "Es gibt noch keine Aufträge.");
                 return;
@@ -189,16 +188,18 @@ private:
             add(Severity::repaired, "Entferntes Audio", "Unterbrochenes Entfernen beendet: " + titleOf(id));
         }
         for (const auto& problem : recovered.problems) add(Severity::error, "Entferntes Audio", problem);
-        enterRemovals(recovered.finished);
+        enter(recovered);
     }
 
-    void enterRemovals(const std::vector<UUID>& finished) {
-        if (isLibraryBroken_ || finished.empty()) return;
+    void enter(const AudioRemoval::Recovered& recovered) {
+        if (isLibraryBroken_ || (recovered.finished.empty() && recovered.undone.empty())) return;
         MeetingLibrary library(root_);
-        for (const auto& id : finished) {
+        for (const auto& id : recovered.finished) {
             if (std::ranges::find(library_.meetings, id, &MeetingEntry::id) != library_.meetings.end())
                 library.enterAudioRemoval(id);
         }
+        for (const auto& id : recovered.undone)
+            library.enterAudioReturn(id, DurableChunkStore(root_ / layout::meetings).recover(id).chunks);
         library_ = library.snapshot();
     }
 

@@ -176,6 +176,14 @@ void MeetingLibrary::enterAudioRemoval(const UUID& meeting) {
                 layout::meetingFolder(file_.parent_path(), meeting), files_);
 }
 
+void MeetingLibrary::enterAudioReturn(const UUID& meeting, std::span<const AudioChunk> chunks) {
+    update([&](LibrarySnapshot& library) {
+        for (auto& entry : library.meetings) {
+            if (entry.id == meeting) entry.chunkCount = static_cast<std::int64_t>(chunks.size());
+        }
+    });
+}
+
 void MeetingLibrary::appendEvent(const SessionEvent& event, const fs::path& directory, FileManager& files) {
     const auto file = directory / layout::events;
     auto events = TranscriptStorage::readOptional<std::vector<SessionEvent>>(file, files)

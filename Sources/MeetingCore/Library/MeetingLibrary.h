@@ -138,6 +138,10 @@ public:
     /// that the library does not have.
     void enterAudioRemoval(const UUID& meeting);
 
+    /// Enters that a meeting's audio is back, these chunks of it: for each meeting whose removal
+    /// `AudioRemoval::recover` has undone. Does nothing for a meeting that the library does not have.
+    void enterAudioReturn(const UUID& meeting, std::span<const AudioChunk> chunks);
+
     /// Appends an event to "events.json" in a session's folder. Durable on return.
     static void appendEvent(const SessionEvent& event, const std::filesystem::path& directory,
                             FileManager& files = FileManager::system());

@@ -60,7 +60,7 @@ bool isToBeRestored(const Recording& recording, LibrarySnapshot library, std::sp
                     SQLiteJobStore& database) {
     const auto known = entryOf(library, recording.session);
     if (known == library.meetings.end() || known->state != "completed") return false;
-    if (hasLostChunks(*known, chunks, database)) return true;
+    if (hasLostChunks(*known, chunks, database.registeredChunksBySession()[known->id])) return true;
     throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
                                     known->id.string() + ").");
 }
@@ -206,10 +206,10 @@ void forget(const UUID& session, const std::filesystem::path& root, MeetingLibra
 
 }  // namespace
 
-bool hasLostChunks(const MeetingEntry& meeting, std::span<const AudioChunk> chunks, SQLiteJobStore& database) {
+bool hasLostChunks(const MeetingEntry& meeting, std::span<const AudioChunk> chunks, std::int64_t registered) {
     // The library may have been brought in line with what is left; what was registered stays.
-    const auto expected = std::max(meeting.chunkCount, database.registeredChunksBySession()[meeting.id]);
-    return static_cast<std::int64_t>(chunks.size()) < expected || !AudioArchive::gaps(chunks).empty();
+    return static_cast<std::int64_t>(chunks.size()) < std::max(meeting.chunkCount, registered) ||
+           !AudioArchive::gaps(chunks).empty();
 }
 
 UUID sessionFor(std::string_view description) { return UUID::derived(importNamespace, description); }

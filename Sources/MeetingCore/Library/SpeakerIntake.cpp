@@ -18,6 +18,10 @@ namespace {
 
 AudioSource sourceOf(const SpeakerTurn& turn) { return turn.source.value_or(AudioSource::meeting); }
 
+std::string trackName(AudioSource source) {
+    return source == AudioSource::meeting ? "Der Meeting-Ton" : "Das Mikrofon";
+}
+
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 /// Whether the label only counts speakers, as diarizers do: "SPEAKER_00", "spk1", "Sprecher 2", "3".
@@ -76,8 +80,10 @@ void check(const SpeakerTurnFile& file, const std::vector<Turns>& tracks, const 
         for (const auto& turn : turns) latest = std::max(latest, turn.startSeconds);
     }
     const auto audio = recorded(session, latest - secondsOutsideAudio, sources, root, database, files);
-    if (!audio.tracks.empty() && !std::ranges::includes(audio.tracks, sources))
-        throw MeetingError::invalidData("Das Meeting hat auf dieser Tonspur keine Audioabschnitte.");
+    for (const auto source : sources) {
+        if (audio.tracks.empty() || audio.tracks.contains(source)) continue;
+        throw MeetingError::invalidData(trackName(source) + " hat in diesem Meeting keine Audioabschnitte.");
+    }
     FileProblems problems(file.name, file.placeName);
     for (const auto& turns : tracks) {
         for (const auto& turn : turns) {
@@ -240,10 +246,8 @@ std::vector<Report> take(const UUID& session, const SpeakerTurnFile& file,
         const auto before = turnsOn(track.source, replaced);
         track.isThere = before == track.turns;
         if (existing == Existing::refuse && !track.isThere && !before.empty()) {
-            throw MeetingError::invalidData(
-                std::string(track.source == AudioSource::meeting ? "Der Meeting-Ton" : "Das Mikrofon") +
-                    hasSpeakers,
-                MeetingError::Cause::alreadyThere);
+            throw MeetingError::invalidData(trackName(track.source) + hasSpeakers,
+                                            MeetingError::Cause::alreadyThere);
         }
         reports.push_back(
             {track.source, track.speakers, track.names.size(), track.turns.size(), !track.isThere});

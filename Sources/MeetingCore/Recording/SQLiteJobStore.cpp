@@ -313,6 +313,14 @@ void SQLiteJobStore::retireAudio(const UUID& session) {
     });
 }
 
+void SQLiteJobStore::reopenAudio(const UUID& session) {
+    const std::scoped_lock guard(lock_);
+    open().update(
+        "UPDATE jobs SET status='pending',last_error=NULL WHERE session_id=? AND status='failed' AND "
+        "last_error='Audio bewusst entfernt'",
+        {session.string()});
+}
+
 std::vector<UUID> SQLiteJobStore::sessionsWithAudioWork() {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare(R"(SELECT json_extract(payload,'$.sessionID') FROM chunks
@@ -438,9 +446,9 @@ std::unordered_map<UUID, std::map<std::string, std::int64_t>> SQLiteJobStore::jo
 
 std::int64_t SQLiteJobStore::strayLeases(Date now) {
     const std::scoped_lock guard(lock_);
-    auto row = open().prepare(
-        "SELECT COUNT(*) FROM jobs WHERE status='running' AND (lease_until<? OR lease_until>?)",
-        {seconds(now), seconds(now.advanced(longestLeaseSeconds))});
+    auto row =
+        open().prepare("SELECT COUNT(*) FROM jobs WHERE status='running' AND (lease_until<? OR lease_until>?)",
+                       {seconds(now), seconds(now.advanced(longestLeaseSeconds))});
     return row.step() ? row.integer(0) : 0;
 }
 

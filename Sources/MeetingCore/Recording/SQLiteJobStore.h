@@ -133,6 +133,9 @@ public:
     /// Fails the session's unfinished jobs and forgets its chunks, since their audio was removed on purpose.
     void retireAudio(const UUID& session);
 
+    /// Makes pending again what retireAudio has failed, since the audio is back.
+    void reopenAudio(const UUID& session);
+
     /// The sessions for which retireAudio would change something: those with registered chunks, and those with
     /// unfinished jobs that it has not failed.
     std::vector<UUID> sessionsWithAudioWork();
@@ -176,8 +179,8 @@ public:
     /// no index by session. In no certain order.
     std::unordered_map<UUID, std::vector<std::string>> jobsWithResults();
 
-    /// How many jobs are running under a lease that nobody will end: it ended before now, or ends more than a day
-    /// from now, as after a clock that was ahead.
+    /// How many jobs are running under a lease that nobody will end: it ended before now, or ends more than a
+    /// day from now, which no worker asks for, so that its clock was ahead.
     std::int64_t strayLeases(Date now);
 
     /// Makes these jobs pending again. Returns their number.

@@ -35,10 +35,10 @@ struct Task {
 /// SIGTERM and, five seconds later, SIGKILL. It writes its result by a rename, so what is there is whole either
 /// way.
 ///
-/// Throws MeetingError: notConfigured where there is no worker or a path is empty; else invalidData, whatever
-/// the worker's own kind and cause were, with its message, or one that says how it ended where it could not
-/// even do that. What stands in the way of a summary has its cause in SummaryRun's constructor, what is wrong
-/// with the model in ModelCatalog::verify.
+/// Throws MeetingError: notConfigured where there is no worker or a path is empty, storage where the system
+/// cannot start it; else invalidData, whatever the worker's own kind and cause were, with its message, or one
+/// that says how it ended where it could not even do that. What stands in the way of a summary has its cause in
+/// SummaryRun's constructor, what is wrong with the model in ModelCatalog::verify.
 bool run(const Task& task, const StopRequest& stop, const std::function<void(State)>& onState = {});
 
 }  // namespace SummaryProcess

@@ -1,8 +1,5 @@
 #include "MeetingCore/Summary/WorkerLock.h"
 
-#include <chrono>
-#include <thread>
-
 #include <sys/file.h>
 
 #include "MeetingCore/Platform/MeetingError.h"
@@ -33,10 +30,8 @@ WorkerLock::WorkerLock(const std::filesystem::path& root, Purpose purpose)
     if (!descriptor_) {
         throw MeetingError::storage("KI-Sperrdatei nicht verfügbar.", MeetingError::Cause::lockFileUnavailable);
     }
-    // Whoever only looks whether it is taken holds it for a moment.
-    for (int attempt = 1; ::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
-        if (attempt == 3) throw MeetingError::storage(wording(purpose).messageWhenTaken);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw MeetingError::storage(wording(purpose).messageWhenTaken);
     }
 }
 
