@@ -283,7 +283,10 @@ int title(Shell& shell, const EngineValues& values) {
     } else {
         shell.out().line(row.title);
     }
-    if (obstacle) throw *obstacle;
+    if (obstacle) {
+        explain(shell.err(), *obstacle);
+        return failed;
+    }
     if (!row.adopted && !values.json)
         shell.err().line("Das Meeting behält seinen Titel; „quillmoot rename“ ändert ihn.");
     return done;

@@ -21,8 +21,9 @@ constexpr std::size_t mostNamed = 5;
 std::string dayOf(Date instant) {
     const auto time = TimeZone::current().local(instant);
     std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%02d.%02d.%04d", time.day, time.month, time.year);
-    return text.data();
+    const int length =
+        std::snprintf(text.data(), text.size(), "%02d.%02d.%04d", time.day, time.month, time.year);
+    return {text.data(), static_cast<std::size_t>(length)};
 }
 
 std::string ambiguity(std::string_view reference, const std::vector<const MeetingEntry*>& found) {
