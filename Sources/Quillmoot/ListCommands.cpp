@@ -393,8 +393,7 @@ void openJobs(const UUID& meeting, const std::string& action, bool confirmed, Da
             "Das legt " +
             countOf(static_cast<std::size_t>(finished), "fertigen Abschnitt", "fertige Abschnitte") +
             " beiseite, damit alles neu transkribiert wird; bis dahin gilt der bisherige Text, und es gibt "
-            "keine "
-            "neue Zusammenfassung. " +
+            "keine neue Zusammenfassung. " +
             (corrections == 0 ? ""
                               : countOf(corrections, "Korrektur passt", "Korrekturen passen") +
                                     " danach vielleicht zu keinem Segment mehr. ") +

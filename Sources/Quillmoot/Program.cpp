@@ -169,8 +169,7 @@ std::string_view nextStep(MeetingError::Cause cause) {
             return "Sie fehlt noch: „quillmoot speakers import“ oder „quillmoot speakers none“.";
         case transcriptIncomplete:
             return "Das Transkript kommt von „quillmoot transcribe“ oder „quillmoot transcript import“; "
-                   "„quillmoot jobs“ "
-                   "zeigt, was fehlt.";
+                   "„quillmoot jobs“ zeigt, was fehlt.";
         case dataFolderUnreachable:
             return "„quillmoot data-folder PFAD“ wählt einen anderen.";
         case lockFileUnavailable:

@@ -94,15 +94,15 @@ std::vector<PointRow> rowsOf(const std::vector<EvidenceBullet>& points, const Tr
 double untranscribedSeconds(DataFolder& folder, const UUID& meeting) {
     std::map<AudioSource, double> seconds;  // tracks run side by side
     const auto chunks = DurableChunkStore(folder.root() / layout::meetings).recover(meeting).chunks;
-    for (const auto& chunk : WorkScheduler::coverage(meeting, chunks, folder.jobs()).unplanned)
+    const auto coverage = WorkScheduler::coverage(meeting, chunks, folder.jobs());
+    for (const auto& chunk : coverage.unplanned)
         seconds[chunk.source] += chunk.endSeconds() - chunk.startSeconds;
     // A job that was opened again still has its former result.
     const auto ids = folder.jobs().jobsWithResults()[meeting];
     const std::unordered_set<std::string> transcribed(ids.begin(), ids.end());
-    for (const auto& job : folder.jobs().jobs(meeting)) {
-        const auto window = WorkScheduler::windowOf(job);
-        if (window && !transcribed.contains(job.id))
-            seconds[window->source] += window->endSeconds() - window->startSeconds();
+    for (const auto& window : coverage.windows) {
+        if (!transcribed.contains(window.id()))
+            seconds[window.source] += window.endSeconds() - window.startSeconds();
     }
     return std::max(seconds[AudioSource::microphone], seconds[AudioSource::meeting]);
 }
