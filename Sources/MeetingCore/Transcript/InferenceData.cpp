@@ -66,10 +66,10 @@ void sortByStart(std::vector<TranscriptSegment>& segments, const FirstSegments& 
     segments = std::move(sorted);
 }
 
-/// The document with its raw segments, from the results of a session's jobs or of these jobs, which are about
-/// `count`.
+/// The document with its raw segments, from the results of a session's jobs or of these jobs, which are at most
+/// `most`.
 template <class Jobs>
-TranscriptDocument recognised(const Jobs& jobs, std::size_t count, SQLiteJobStore& database) {
+TranscriptDocument recognised(const Jobs& jobs, std::size_t most, SQLiteJobStore& database) {
     constexpr std::size_t mostReserved = 131'072;
     TranscriptDocument document;
     json::reading::Parser parser;
@@ -85,7 +85,7 @@ TranscriptDocument recognised(const Jobs& jobs, std::size_t count, SQLiteJobStor
         if (result.version == 2) document.requiresMicrophoneDiarization = true;
         if (result.segments.empty()) return;
         // One window is like the other, and memory that is not needed after all is never touched.
-        if (results.empty()) segments.reserve(std::min(result.segments.size() * count, mostReserved));
+        if (results.empty()) segments.reserve(std::min(result.segments.size() * most, mostReserved));
         results.emplace_back(std::move(place), segments.size());
         segments.insert(segments.end(), std::make_move_iterator(result.segments.begin()),
                         std::make_move_iterator(result.segments.end()));
@@ -170,13 +170,18 @@ namespace TranscriptStorage {
 
 std::optional<DiarizationResult> loadDiarization(const UUID& session, const std::filesystem::path& root,
                                                  FileManager& files) {
-    auto diarization =
-        readOptional<DiarizationResult>(layout::meetingFolder(root, session) / layout::diarization, files);
-    if (!diarization) return std::nullopt;
-    if (diarization->sessionID != session || (diarization->version != 1 && diarization->version != 2)) {
+    constexpr std::size_t bytesPerTurn = 57;  // no more than most have: room for all turns is made at once
+    const auto file = layout::meetingFolder(root, session) / layout::diarization;
+    const auto bytes = readBytes(file, files);
+    if (!bytes) return std::nullopt;
+    json::reading::Parser parser;
+    DiarizationResult diarization;
+    diarization.turns.reserve(bytes->size() / bytesPerTurn);
+    json::decode(*bytes, quotedName(file), parser, diarization);
+    if (diarization.sessionID != session || (diarization.version != 1 && diarization.version != 2)) {
         throw MeetingError::invalidData("Falsche Diarisierungssitzung.", json::unreadable<DiarizationResult>);
     }
-    validateTurns(*diarization);
+    validateTurns(diarization);
     return diarization;
 }
 
@@ -193,8 +198,8 @@ void complete(TranscriptDocument& document, const UUID& session, const std::file
 }  // namespace
 
 TranscriptDocument loadRecognised(const UUID& session, SQLiteJobStore& database) {
-    const auto completed = database.jobStats(session)["completed"];
-    return recognised(session, static_cast<std::size_t>(completed), database);
+    // All sessions' jobs, of which an index knows the number; to count the session's own, each row is visited.
+    return recognised(session, static_cast<std::size_t>(database.jobCount()), database);
 }
 
 TranscriptDocument load(const UUID& session, const std::filesystem::path& root, SQLiteJobStore& database,

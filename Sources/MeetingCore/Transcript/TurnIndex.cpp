@@ -57,8 +57,11 @@ bool TurnIndex::holds(std::size_t stretch, double seconds) const {
 }
 
 const SpeakerTurn* TurnIndex::onlyTurnAt(double seconds) {
-    if (holds(last_, seconds)) return stretches_[last_].onlyTurn;
-    if (holds(last_ + 1, seconds)) return stretches_[++last_].onlyTurn;
+    // Segments come by time: the next one is in the same stretch or a few further on.
+    constexpr std::size_t nearby = 4;
+    for (auto stretch = last_; stretch <= last_ + nearby; ++stretch) {
+        if (holds(stretch, seconds)) return stretches_[last_ = stretch].onlyTurn;
+    }
     const auto next =
         std::upper_bound(stretches_.begin(), stretches_.end(), seconds,
                          [](double at, const Stretch& stretch) { return at < stretch.startSeconds; });
