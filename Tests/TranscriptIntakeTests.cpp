@@ -1,7 +1,6 @@
 #include "MeetingCore/Library/SpeakerIntake.h"
 #include "MeetingCore/Library/TranscriptIntake.h"
 #include "MeetingCore/Library/WorkScheduler.h"
-#include "MeetingCore/Presentation/SubtitleExport.h"
 #include "MeetingCore/Transcript/TranscriptEditing.h"
 #include "Support/CrashingFileManager.h"
 #include "Support/TestMeeting.h"
@@ -14,94 +13,6 @@ constexpr auto microphone = AudioSource::microphone;
 constexpr auto meeting = AudioSource::meeting;
 const Date noon = Date::since1970(1'700'000'000);
 const auto atNoon = [] { return noon; };
-
-/// "1-2.5 Anna: Hallo" for each caption, "?" where no speaker is named.
-std::vector<std::string> shown(const CaptionFile& file) {
-    std::vector<std::string> lines;
-    for (const auto& caption : file.captions) {
-        auto line = json::encode(std::vector{caption.startSeconds, caption.endSeconds});
-        lines.push_back(line + " " + caption.speaker.value_or("?") + ": " + caption.text);
-    }
-    return lines;
-}
-
-std::vector<std::string> captionsOf(const std::string& bytes) {
-    return shown(CaptionFile::parse(bytes, "Datei"));
-}
-
-TEST(CaptionFile, ReadsTheHabitsOfEachFormat) {
-    const std::vector<std::pair<std::string, std::vector<std::string>>> files = {
-        {"\xEF\xBB\xBFWEBVTT - Titel\r\nKind: captions\r\n\r\nNOTE 1 -- 2\r\nnichts\r\n\r\nSTYLE\r\n::cue "
-         "{}\r\n\r\n"
-         "0b3f-11/12-0\r\n00:00:01.000 --> 00:00:02.500 align:start\r\n<v Meral "
-         "Ayd\xC4\xB1n>Guten\r\nMorgen</v>\r\n",
-         {"[1,2.5] Meral Aydın: Guten Morgen"}},
-        {"WEBVTT\n\n00:01.5 --> 1:00:02.000\n<v.laut.x A &amp; B><i>5</i> &lt; 6,<00:00:01.700><c.gelb> "
-         "a&#x2192;b&nbsp;&unbekannt; < 3 & <3\n\n00:09.000 --> 00:10.000\n<i> </i>\n",
-         {"[1.5,3602] A & B: 5 < 6, a→b &unbekannt; < 3 & <3"}},
-        {"WEBVTT\r\r00:10.000 --> 00:22.000\r<v A>Ja.</v> <v B>Genau.</v>hm!",
-         {"[10,13] A: Ja.", "[13,19] B: Genau.", "[19,22] ?: hm!"}},
-        {"WEBVTT\n\n1\n00:01.000 --> 00:02.000\nAnna Weber: Hallo\n\n2\n00:02.000 --> 00:03.000\nBernd: Fazit: "
-         "gut\n\n"
-         "3\n00:03.000 --> 00:04.000\nAnna Weber: Schön\n\n4\n00:04.000 --> 00:05.000\nBernd: ja\n",
-         {"[1,2] Anna Weber: Hallo", "[2,3] Bernd: Fazit: gut", "[3,4] Anna Weber: Schön", "[4,5] Bernd: ja"}},
-        {"1\n00:00:01,000 --> 00:00:02,500\n{\\an8}<i>Erste</i>\n<font color=\"red\">Zeile</font> <b\n"
-         "2\n00:00:03.000 --> 00:00:04.000 X1:1\n7 &amp; <x>\n12\n\n00:00:05 --> 00:00:06\nFazit: ohne Zähler",
-         {"[1,2.5] ?: Erste Zeile <b", "[3,4] ?: 7 &amp; <x> 12", "[5,6] ?: Fazit: ohne Zähler"}},
-        {R"({"transcription": [{"timestamps": {"from": "x"}, "offsets": {"from": 1000, "to": 2500}, "text": " Guten Tag."},
-             {"offsets": {"from": 3000, "to": 3000}, "text": " ja", "speaker": "?"}]})",
-         {"[1,2.5] ?: Guten Tag.", "[3,3] ?: ja"}},
-        {R"({"segments": [{"start": 1.5, "end": 2, "text": " Hallo", "speaker": "SPEAKER_00", "words": []},
-             {"start": 2, "end": 3, "text": ""}], "language": "de"})",
-         {"[1.5,2] SPEAKER_00: Hallo"}},
-    };
-    for (const auto& [bytes, expected] : files) EXPECT_EQ(captionsOf(bytes), expected) << bytes;
-}
-
-TEST(CaptionFile, KeepsTheTimesOfWordsThatHaveThem) {
-    const auto tokens = CaptionFile::parse(
-        R"({"transcription": [{"offsets": {"from": 0, "to": 900}, "text": " Guten Tag.", "tokens": [
-        {"text": "[_BEG_]", "offsets": {"from": 0, "to": 0}}, {"text": " Gu", "offsets": {"from": 0, "to": 200}},
-        {"text": "ten", "offsets": {"from": 200, "to": 400}}, {"text": " Tag"}]}]})",
-        "x");
-    EXPECT_THAT(tokens.captions.at(0).words,
-                ElementsAre(CaptionWord{"Guten", 0, 0.4}, CaptionWord{"Tag", {}, {}}));
-    const auto aligned = CaptionFile::parse(
-        R"({"segments": [{"start": 0, "end": 9, "text": "a 3 b", "words": [{"word": "a", "start": 1, "end": 2,
-        "score": 0.5}, {"word": "3"}, {"word": "b", "start": 5, "end": 4}]}]})",
-        "x");
-    EXPECT_THAT(aligned.captions.at(0).words,
-                ElementsAre(CaptionWord{"a", 1, 2}, CaptionWord{"3", {}, {}}, CaptionWord{"b", {}, {}}));
-}
-
-TEST(CaptionFile, NamesEveryWrongPlace) {
-    const auto longText = std::string(20'001, 'x');
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"WEBVTT\n\n00:61.000 --> 00:02.000\nx\n\n00:03.000 --> 00:02.000\ny\n\nverwaist\n\n00:01.000 --> "
-         "1e9\n\xFF",
-         "a.vtt, Zeile 3: Zeitangabe ist ungültig.\na.vtt, Zeile 6: Das Ende liegt vor dem Anfang.\n"
-         "a.vtt, Zeile 9: Zeitangabe fehlt.\na.vtt, Zeile 11: Zeitangabe ist ungültig.\n"
-         "a.vtt, Zeile 12: Text ist kein gültiges UTF-8."},
-        {"1\r\n00:00:01,000 -->\r\nx\r\n\r\n00:00:01,0000 --> 00:00:02\r\n\r\n00:00:01 --> 00:00:02\r\n" +
-             longText,
-         "a.vtt, Zeile 2: Zeitangabe ist ungültig.\na.vtt, Zeile 5: Zeitangabe ist ungültig.\n"
-         "a.vtt, Zeile 7: Text ist länger als 20.000 Zeichen."},
-        {R"({"segments": [{"start": -1, "end": 2, "text": "a"}, {"end": 2, "text": "b"}, {"start": 1, "end": 2},
-            {"start": 2, "end": 1, "text": "c"}]})",
-         "a.vtt, Segment 1: Zeitangabe ist ungültig.\na.vtt, Segment 2: Zeitangabe fehlt.\n"
-         "a.vtt, Segment 3: Text fehlt.\na.vtt, Segment 4: Das Ende liegt vor dem Anfang."},
-        {R"({"segments": [{"start": NaN}]})", "a.vtt ist kein gültiges JSON (Feld „segments[0].start“)."},
-        {R"({"text": "nur Text"})", "a.vtt enthält keine Transkription („transcription“ oder „segments“)."},
-        {"WEBVTTX\n\nText", "a.vtt ist weder WebVTT noch SRT noch das JSON von whisper.cpp oder WhisperX."},
-    };
-    for (const auto& file : files) {
-        EXPECT_EQ(failureOf([&] { CaptionFile::parse(file.first, "a.vtt"); }), file.second);
-    }
-    std::string many = "WEBVTT\n";
-    for (int i = 0; i < 22; ++i) many += "\nx --> y\n";
-    const auto message = failureOf([&] { CaptionFile::parse(many, "a"); });
-    EXPECT_THAT(message, HasSubstr("Zeile 41: Zeitangabe ist ungültig.\n2 weitere Fehler."));
-}
 
 /// A meeting whose tracks were recorded: 0–100 s and, after a gap, 110–120 s, in windows 0–60, 60–100 and
 /// 110–120.
@@ -411,18 +322,6 @@ TEST_F(IntakeTest, SettlesASpeakerlessMeetingOfEitherVersion) {
         EXPECT_FALSE(load().diarizationPending());
         EXPECT_EQ(load().diarization->version, version);
     }
-}
-
-TEST_F(IntakeTest, ReadsTheLibrarysOwnSubtitlesBack) {
-    const auto file =
-        captions({caption(1, 2, "5 < 6 & mehr"), caption(3, 4, "<v X> --x"), caption(61, 62, "Ende: gut")});
-    take(meeting, file);
-    takeSpeakers(meeting, "SPEAKER f 1 0 2.5 <NA> <NA> A&B <NA>\nSPEAKER f 1 3 70 <NA> <NA> Cem <NA>\n");
-    EXPECT_THAT(captionsOf(SubtitleExport::webVTT(load())),
-                ElementsAre("[1,2] A&B: 5 < 6 & mehr", "[3,4] Cem: <v X> --x", "[61,62] Cem: Ende: gut"));
-    EXPECT_THAT(
-        captionsOf(SubtitleExport::subRip(load())),
-        ElementsAre("[1,2] ?: A&B: 5 < 6 & mehr", "[3,4] ?: Cem: <v X> --x", "[61,62] ?: Cem: Ende: gut"));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <functional>
 #include <vector>
 
 #include <samplerate.h>
@@ -38,54 +37,6 @@ std::string openingFailure() {
         default:
             return "die Datei ist beschädigt.";
     }
-}
-
-/// A number of so many bytes in the header, the first one the highest or the lowest.
-std::uint64_t numberAt(std::string_view header, std::size_t at, std::size_t bytes, bool highestFirst) {
-    std::uint64_t number = 0;
-    for (std::size_t i = 0; i < bytes && at + bytes <= header.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(header[highestFirst ? at + i : at + bytes - 1 - i]);
-        number = number << 8U | byte;
-    }
-    return number;
-}
-
-/// How long a file is, by its header.
-struct AnnouncedSize {
-    std::uint64_t bytes = 0;    ///< 0 where the header does not say
-    bool endsTheSound = false;  ///< what lies behind is not read
-};
-
-/// For the files that libsndfile takes for whole although they are shorter or longer.
-AnnouncedSize announcedSize(const std::function<std::string(std::uint64_t offset, std::size_t bytes)>& read) {
-    constexpr std::size_t headerBytes = 4096;
-    auto header = read(0, headerBytes);
-    const auto number = [&](std::size_t at, std::size_t bytes, bool highestFirst) {
-        return numberAt(header, at, bytes, highestFirst);
-    };
-    // Whoever writes to a pipe does not know the size, and names a very large one.
-    constexpr std::uint64_t unknownFrom = 0x7FFFF000;
-    const auto known = [](std::uint64_t size, std::uint64_t before) {
-        return AnnouncedSize{size < unknownFrom ? size + before : 0, true};
-    };
-    if (header.starts_with("RIFF")) return known(number(4, 4, false), 8);
-    if (header.starts_with("FORM")) return known(number(4, 4, true), 8);
-    if (header.starts_with(".snd")) return known(number(8, 4, true), number(4, 4, true));
-    if (header.starts_with("RF64")) return {number(20, 8, false) + 8, true};
-    if (header.starts_with("riff\x2E\x91\xCF\x11")) return {number(16, 8, false), true};
-    std::uint64_t start = 0;
-    if (header.starts_with("ID3")) {
-        constexpr std::size_t tagHeaderBytes = 10;
-        for (std::size_t i = 6; i < tagHeaderBytes; ++i) start = start << 7U | number(i, 1, true);
-        start += tagHeaderBytes;
-        header = read(start, headerBytes);
-    }
-    // The first frame of an MP3 file may tell the number of frames and then that of bytes.
-    const auto tag = std::min(header.find("Xing"), header.find("Info"));
-    if (header.size() < 2 || header[0] != '\xFF' || tag > 64) return {};
-    const auto flags = number(tag + 4, 4, true);
-    const std::size_t at = tag + 8 + ((flags & 1U) != 0 ? 4 : 0);
-    return {(flags & 2U) != 0 ? start + number(at, 4, true) : 0, false};
 }
 
 /// How many bytes a sample has; 0 where that differs.
@@ -142,6 +93,10 @@ struct AudioFile::Bytes {
         std::string bytes(count, '\0');
         bytes.resize(read(offset, bytes.data(), count));
         return bytes;
+    }
+
+    ByteReader reader() {
+        return [this](std::uint64_t offset, std::size_t count) { return text(offset, count); };
     }
 
     static Bytes& of(void* data) { return *static_cast<Bytes*>(data); }
@@ -225,9 +180,7 @@ AudioFile::AudioFile(std::filesystem::path file)
         throw MeetingError::storage(quotedName(file_) + " ist keine gewöhnliche Datei.");
     }
     bytes_->size = status.st_size;
-    const auto announced =
-        announcedSize([&](std::uint64_t offset, std::size_t count) { return bytes_->text(offset, count); });
-    announcedBytes_ = announced.bytes;
+    announced_ = AnnouncedSize::read(bytes_->reader());
     const auto open = [&] {
         decoder.file.reset();  // reads from the same place
         decoder.info = {};
@@ -241,7 +194,7 @@ AudioFile::AudioFile(std::filesystem::path file)
     if (info.channels < 1 || info.channels > mostChannels || info.samplerate < 1) {
         throw unreadable(file_, "ungültige Kanalzahl oder Abtastrate.");
     }
-    requireKnownToTheEnd(announced.endsTheSound);
+    requireKnownToTheEnd();
     // What the header promises may not be there.
     std::vector<float> frame(static_cast<std::size_t>(info.channels));
     const bool sounds = info.frames > 0 && sf_readf_float(decoder.file.get(), frame.data(), 1) == 1;
@@ -267,29 +220,23 @@ double AudioFile::seconds() const {
 }
 
 bool AudioFile::isCutOff() const {
-    // Some count the eight bytes before what the size is of, and a padding byte is often left out.
-    constexpr std::uint64_t uncertainBytes = 8;
     constexpr sf_count_t estimateSeconds = 3;  // the headers of some sound files promise a little too much
     const auto& decoder = *decoder_;
     const auto missing =
         decoder.info.frames - decoder.framesRead;  // much where the end, which tells, is missing
     const auto allowed =
         std::max<sf_count_t>(estimateSeconds * decoder.info.samplerate, decoder.info.frames / 100);
-    const bool isShort = announcedBytes_ > static_cast<std::uint64_t>(bytes_->size) + uncertainBytes;
+    const bool isShort = announced_.isMissedBy(static_cast<std::uint64_t>(bytes_->size));
     return sf_error(decoder.file.get()) != SF_ERR_NO_ERROR || missing > allowed || isShort;
 }
 
 /// So end up the sizes of recordings beyond 4 GiB, and of those whose recorder died: a part would pass for the
 /// whole.
-void AudioFile::requireKnownToTheEnd(bool endsTheSound) const {
-    constexpr std::uint64_t otherChunks = 65'536;
+void AudioFile::requireKnownToTheEnd() const {
     const auto& info = decoder_->info;
     const auto heard = static_cast<std::uint64_t>(info.frames) * static_cast<std::uint64_t>(info.channels) *
                        bytesPerSample(info.format);
-    const auto known = std::max(announcedBytes_, heard);
-    if (!endsTheSound || known == 0 || static_cast<std::uint64_t>(bytes_->size) <= known + otherChunks) return;
-    constexpr std::string_view tag = "ID3";  // some programs put one behind it all, with pictures
-    if (bytes_->text(announcedBytes_, tag.size()) == tag) return;
+    if (!announced_.isExceededBy(static_cast<std::uint64_t>(bytes_->size), heard, bytes_->reader())) return;
     throw unreadable(file_,
                      "sie ist länger, als ihr Kopf angibt, sodass ein Teil fehlen würde; bitte neu "
                      "speichern, etwa als FLAC.");

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "AudioHeader.h"
 #include "MeetingCore/Library/RecordingImport.h"
 
 namespace meetingcore::quillmoot {
@@ -40,11 +41,11 @@ private:
 
     std::size_t decode(std::span<std::int16_t> buffer);
     void requireRead() const;
-    void requireKnownToTheEnd(bool endsTheSound) const;
+    void requireKnownToTheEnd() const;
 
     std::filesystem::path file_;
     std::unique_ptr<Bytes> bytes_;  ///< outlives the decoder
-    std::uint64_t announcedBytes_ = 0;
+    AnnouncedSize announced_;
     std::unique_ptr<Decoder> decoder_;
 };
 

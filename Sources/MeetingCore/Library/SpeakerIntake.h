@@ -17,6 +17,9 @@ namespace meetingcore {
 /// Takes a speaker assignment that was made elsewhere as the diarization of a meeting.
 namespace SpeakerIntake {
 
+/// By how much the times of another program may miss the recording. TranscriptIntake allows as much.
+inline constexpr double secondsOutsideAudio = 1;
+
 /// What an import did on one track.
 struct Report {
     AudioSource source = AudioSource::meeting;

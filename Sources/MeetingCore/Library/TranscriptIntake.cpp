@@ -62,15 +62,17 @@ public:
     }
 
 private:
+    static constexpr double tolerance = SpeakerIntake::secondsOutsideAudio;
+
     /// The window that shares most time with the span, or lies nearest to it.
     std::optional<std::size_t> windowOf(const Span& span) const {
         const auto first = std::partition_point(windows_.begin(), windows_.end(), [&](const auto& window) {
-            return window.endSeconds() < span.start - secondsOutsideAudio;
+            return window.endSeconds() < span.start - tolerance;
         });
         std::optional<std::size_t> best;
-        double most = -secondsOutsideAudio;
+        double most = -tolerance;
         for (auto window = first; window != windows_.end(); ++window) {
-            if (window->startSeconds() > span.end + secondsOutsideAudio) break;
+            if (window->startSeconds() > span.end + tolerance) break;
             const auto shared =
                 std::min(span.end, window->endSeconds()) - std::max(span.start, window->startSeconds());
             if (shared < most) continue;

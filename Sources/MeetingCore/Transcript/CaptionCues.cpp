@@ -6,6 +6,7 @@
 #include "MeetingCore/Transcript/CaptionFormats.h"
 #include "MeetingCore/Transcript/CaptionText.h"
 #include "MeetingCore/Transcript/FileProblems.h"
+#include "MeetingCore/Transcript/ImportedFile.h"
 
 namespace meetingcore {
 
@@ -31,7 +32,7 @@ public:
 
     void line(std::string_view line) {
         ++number_;
-        if (text::repaired(line) != line) problems_.add(number_, "Text ist kein gültiges UTF-8.");
+        if (const auto problem = ImportedFile::lineProblem(line)) problems_.add(number_, *problem);
         const auto content = text::trimmed(line);
         if (content.find(arrow) != std::string_view::npos) {
             beginCue(content);
@@ -125,16 +126,6 @@ private:
     std::string text_;
 };
 
-template <class Use>
-void forEachLine(std::string_view bytes, const Use& use) {
-    while (!bytes.empty()) {
-        const auto end = std::min(bytes.find_first_of("\r\n"), bytes.size());
-        use(bytes.substr(0, end));
-        bytes.remove_prefix(end);
-        bytes.remove_prefix(bytes.starts_with("\r\n") ? 2 : bytes.empty() ? 0 : 1);
-    }
-}
-
 /// Some programs write the speaker as "Name: " before the text. A colon alone proves nothing, so the prefixes
 /// are taken as names only if nearly every cue has one and names come back.
 void takeNamePrefixes(std::vector<Caption>& captions) {
@@ -158,9 +149,9 @@ void takeNamePrefixes(std::vector<Caption>& captions) {
 
 }  // namespace
 
-CaptionFile CaptionFormats::fromCues(std::string_view bytes, std::string name, bool webVTT) {
+CaptionFile CaptionFormats::fromCues(std::string_view text, std::string name, bool webVTT) {
     CueReader reader(std::move(name), webVTT);
-    forEachLine(bytes, [&](std::string_view line) { reader.line(line); });
+    while (!text.empty()) reader.line(ImportedFile::takeLine(text));
     auto file = reader.take();
     takeNamePrefixes(file.captions);
     return file;

@@ -6,6 +6,7 @@
 #include "MeetingCore/Platform/MeetingError.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Transcript/CaptionFormats.h"
+#include "MeetingCore/Transcript/ImportedFile.h"
 #include "MeetingCore/Transcript/InferenceData.h"
 
 namespace meetingcore {
@@ -23,8 +24,7 @@ std::optional<std::string_view> CaptionFormats::problem(double startSeconds, dou
 }
 
 CaptionFile CaptionFile::parse(std::string_view bytes, std::string name, std::string_view otherForm) {
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
+    bytes = ImportedFile::textOf(bytes, name);
     constexpr std::string_view signature = "WEBVTT";
     const auto rest = bytes.substr(std::min(bytes.size(), signature.size()));
     if (bytes.starts_with(signature) &&
@@ -45,17 +45,8 @@ CaptionFile CaptionFile::parse(std::string_view bytes, std::string name, std::st
 }
 
 CaptionFile CaptionFile::read(const std::filesystem::path& file, FileManager& files) {
-    const auto bytes = readImportedFile(file, files);
-    const auto name = text::repaired(file.filename().string());
-    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
-        throw MeetingError::invalidData(name + " ist UTF-16. Bitte als UTF-8 speichern.");
-    return parse(bytes, name);
-}
-
-std::string readImportedFile(const std::filesystem::path& file, FileManager& files) {
-    auto bytes = TranscriptStorage::readBytes(file, files);
-    if (!bytes) throw MeetingError::storage(quotedName(file) + " gibt es nicht.");
-    return *std::move(bytes);
+    auto imported = ImportedFile::read(file, files);
+    return parse(imported.bytes, std::move(imported.name));
 }
 
 }  // namespace meetingcore

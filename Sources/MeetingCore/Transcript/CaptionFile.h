@@ -40,16 +40,13 @@ struct CaptionFile {
     std::string_view placeName;  ///< what `Caption::place` counts: "Zeile", or "Segment" in JSON
     std::vector<Caption> captions;
 
-    /// Reads a file of at most 64 MiB, whose format its content tells. Captions without text are left out.
-    /// Throws MeetingError: storage where the file cannot be read, else invalidData with one sentence for each
-    /// place that is wrong.
+    /// Reads a file of at most 64 MiB in UTF-8, whose format its content tells. Captions without text are left
+    /// out. Throws MeetingError: storage where the file cannot be read, else invalidData with one sentence for
+    /// each place that is wrong.
     static CaptionFile read(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
     /// The same from bytes. `otherForm` is what the caller could read as well, for the message.
     static CaptionFile parse(std::string_view bytes, std::string name, std::string_view otherForm = {});
 };
-
-/// The bytes of a file that a person named, at most 64 MiB. Throws MeetingError (storage) where there is none.
-std::string readImportedFile(const std::filesystem::path& file, FileManager& files);
 
 }  // namespace meetingcore

@@ -1,10 +1,13 @@
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "MeetingCore/Platform/JSONReader.h"
+#include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Transcript/CaptionFormats.h"
 #include "MeetingCore/Transcript/CaptionText.h"
 #include "MeetingCore/Transcript/FileProblems.h"
+#include "MeetingCore/Transcript/ImportedFile.h"
 
 namespace meetingcore {
 
@@ -124,13 +127,18 @@ std::optional<std::string> speakerNamed(const std::optional<std::string>& name) 
 
 class Segments {
 public:
-    explicit Segments(std::string name) : file_{name, "Segment", {}}, problems_(std::move(name), "Segment") {}
+    /// `isRepaired` where bytes that are no UTF-8 were replaced.
+    Segments(std::string name, bool isRepaired)
+        : file_{name, "Segment", {}}, problems_(std::move(name), "Segment"), isRepaired_(isRepaired) {}
 
     void add(std::optional<double> start, std::optional<double> end, const std::optional<std::string>& text,
              const std::optional<std::string>& speaker, std::vector<CaptionWord> words) {
         ++place_;
         if (!start || !end) return problems_.add(place_, "Zeitangabe fehlt.");
         if (!text) return problems_.add(place_, "Text fehlt.");
+        if (isBroken(*text)) return problems_.add(place_, ImportedFile::notUTF8);
+        if (std::ranges::any_of(words, [&](const CaptionWord& word) { return isBroken(word.text); }))
+            words.clear();  // the text itself is whole
         auto line = CaptionText::singleLine(*text);
         if (const auto problem = CaptionFormats::problem(*start, *end, line))
             return problems_.add(place_, *problem);
@@ -145,20 +153,28 @@ public:
     }
 
 private:
+    bool isBroken(std::string_view text) const {
+        constexpr std::string_view replacementCharacter = "\uFFFD";
+        return isRepaired_ && text.find(replacementCharacter) != std::string_view::npos;
+    }
+
     CaptionFile file_;
     FileProblems problems_;
+    bool isRepaired_;
     std::size_t place_ = 0;
 };
 
 }  // namespace
 
-CaptionFile CaptionFormats::fromJSON(std::string_view bytes, std::string name) {
-    const auto document = json::decode<CaptionDocument>(bytes, name);
+CaptionFile CaptionFormats::fromJSON(std::string_view text, std::string name) {
+    // Recognisers whose tokens are bytes split characters between two of them.
+    const auto repaired = text::repaired(text);
+    const auto document = json::decode<CaptionDocument>(repaired, name);
     if (!document.transcription && !document.segments) {
         throw MeetingError::invalidData(name +
                                         " enthält keine Transkription („transcription“ oder „segments“).");
     }
-    Segments segments(std::move(name));
+    Segments segments(std::move(name), repaired != text);
     if (document.transcription) {
         for (const auto& part : *document.transcription) {
             segments.add(seconds(part.offsets, &Offsets::from), seconds(part.offsets, &Offsets::to), part.text,

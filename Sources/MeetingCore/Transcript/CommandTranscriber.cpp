@@ -92,7 +92,7 @@ private:
 };
 
 constexpr std::string_view workFolderStart = ".Transkription.";
-constexpr std::string_view workFolderEnd = ".partial";
+constexpr std::string_view workFolderEnd = layout::partialExtension;
 
 /// A folder that goes with everything in it when the object does.
 class WorkFolder {
@@ -158,7 +158,7 @@ SpeechResult fromCaptions(const std::string& output, const TranscriptionWindow& 
 }
 
 SpeechResult readResult(const std::string& output, const TranscriptionWindow& window) {
-    const bool own = json::decode<ResultForm>(output, resultName).windowID.has_value();
+    const bool own = json::decode<ResultForm>(text::repaired(output), resultName).windowID.has_value();
     auto result = own ? ownForm(output) : fromCaptions(output, window);
     result.validate(window);
     return result;

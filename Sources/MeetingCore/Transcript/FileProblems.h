@@ -6,9 +6,6 @@
 
 namespace meetingcore {
 
-/// By how much the times of another program may miss the recording.
-inline constexpr double secondsOutsideAudio = 1;
-
 /// Collects what is wrong in a file that a person hands in, so that all of it is told at once:
 /// "Besprechung.vtt, Zeile 12: Zeitangabe ist ungültig.", one sentence per line.
 class FileProblems {

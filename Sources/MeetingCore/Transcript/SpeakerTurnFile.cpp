@@ -11,6 +11,7 @@
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Transcript/CaptionFile.h"
 #include "MeetingCore/Transcript/FileProblems.h"
+#include "MeetingCore/Transcript/ImportedFile.h"
 
 namespace meetingcore {
 
@@ -61,7 +62,7 @@ public:
         if (fields.size() < fewestFields || fields.size() > fewestFields + 1) {
             return problems_.add(place_, "Die Zeile hat nicht neun oder zehn Felder.");
         }
-        if (text::repaired(line) != line) return problems_.add(place_, "Text ist kein gültiges UTF-8.");
+        if (const auto problem = ImportedFile::lineProblem(line)) return problems_.add(place_, *problem);
         const auto begin = number(fields[start]);
         const auto length = number(fields[duration]);
         if (!begin || !length || !std::isfinite(*begin + *length)) {
@@ -85,20 +86,16 @@ private:
 };
 
 /// Whether the first line that says anything is a record or a comment.
-bool isRTTM(std::string_view bytes) {
-    const auto first = std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size());
-    const auto word = bytes.substr(first, bytes.find_first_of(" \t\r\n", first) - first);
+bool isRTTM(std::string_view text) {
+    const auto first = std::min(text.find_first_not_of(" \t\r\n"), text.size());
+    const auto word = text.substr(first, text.find_first_of(" \t\r\n", first) - first);
     return word.starts_with(commentMark) ||
            std::find(recordTypes.begin(), recordTypes.end(), word) != recordTypes.end();
 }
 
-SpeakerTurnFile fromRTTM(std::string_view bytes, std::string name) {
+SpeakerTurnFile fromRTTM(std::string_view text, std::string name) {
     TurnReader reader(std::move(name));
-    while (!bytes.empty()) {
-        const auto end = std::min(bytes.find('\n'), bytes.size());
-        reader.line(bytes.substr(0, end));
-        bytes.remove_prefix(std::min(end + 1, bytes.size()));
-    }
+    while (!text.empty()) reader.line(ImportedFile::takeLine(text));
     return reader.take();
 }
 
@@ -114,14 +111,14 @@ SpeakerTurnFile fromVoices(const CaptionFile& captions) {
 }  // namespace
 
 SpeakerTurnFile SpeakerTurnFile::parse(std::string_view bytes, std::string name) {
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    const auto content = bytes.starts_with(byteOrderMark) ? bytes.substr(byteOrderMark.size()) : bytes;
-    if (isRTTM(content)) return fromRTTM(content, std::move(name));
+    const auto text = ImportedFile::textOf(bytes, name);
+    if (isRTTM(text)) return fromRTTM(text, std::move(name));
     return fromVoices(CaptionFile::parse(bytes, std::move(name), "RTTM"));
 }
 
 SpeakerTurnFile SpeakerTurnFile::read(const std::filesystem::path& file, FileManager& files) {
-    return parse(readImportedFile(file, files), text::repaired(file.filename().string()));
+    auto imported = ImportedFile::read(file, files);
+    return parse(imported.bytes, std::move(imported.name));
 }
 
 std::vector<std::string> SpeakerTurnFile::recordings() const {

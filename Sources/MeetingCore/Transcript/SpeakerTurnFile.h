@@ -29,8 +29,8 @@ struct SpeakerTurnFile {
     std::string_view placeName = "Zeile";  ///< what `Turn::place` counts
     std::vector<Turn> turns;
 
-    /// Reads a file of at most 64 MiB, whose format its content tells. Throws MeetingError: storage where the
-    /// file cannot be read, else invalidData with one sentence for each line that is wrong.
+    /// Reads a file of at most 64 MiB in UTF-8, whose format its content tells. Throws MeetingError: storage
+    /// where the file cannot be read, else invalidData with one sentence for each line that is wrong.
     static SpeakerTurnFile read(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
     /// The same from bytes.
