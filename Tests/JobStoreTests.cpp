@@ -81,6 +81,21 @@ TEST_F(JobStoreTest, KeepsItsFilesToTheOwner) {
     EXPECT_EQ(permissions(""), fs::perms(0600));
 }
 
+TEST_F(JobStoreTest, IsReadBesideAWriterAndWithoutAChange) {
+    enqueue("job");
+    store().close();
+    const auto before = contentOf(file());
+    EXPECT_EQ(SQLiteJobStore::forReading(file())->jobCount(), 1);
+    EXPECT_EQ(contentOf(file()), before);
+    SQLiteConnection writer(file());
+    writer.execute("BEGIN IMMEDIATE; DELETE FROM jobs");
+    EXPECT_EQ(SQLiteJobStore::forReading(file())->jobCount(), 1) << "without waiting for the end";
+    writer.execute("ROLLBACK; DROP TABLE chunks");
+    EXPECT_EQ(SQLiteJobStore::forReading(file())->registeredChunkCount(), 0) << "as in a new store";
+    EXPECT_EQ(SQLiteJobStore::forReading(folder_.path() / "keine.sqlite")->jobCount(), 0);
+    EXPECT_FALSE(fs::exists(folder_.path() / "keine.sqlite"));
+}
+
 TEST_F(JobStoreTest, StoresAnIdenticalJobOnceWithItsNumbersAsNumbers) {
     enqueue("a");
     const auto lease = claim();

@@ -113,6 +113,10 @@ TEST_F(Commands, SayWhereALibraryIsBrokenOrMissing) {
             EXPECT_THAT(result.err, HasSubstr(message)) << call.line;
         }
     };
+    const auto library = contentOf(root() / "library.json");
+    const auto title = library.find("\"title\":\"");
+    writeFile(root() / "library.json", std::string(library).insert(title + 9, " \",\"x\":\""));
+    EXPECT_THAT(sh("quillmoot doctor").out, HasSubstr("„library.json“ lässt sich lesen, aber nicht ändern: "));
     writeFile(root() / "library.json", "{");
     expectRefused("", "„library.json“ ist kein gültiges JSON.");
     EXPECT_EQ(contentOf(root() / "library.json"), "{");

@@ -194,5 +194,39 @@ TEST_F(RecordedMeetingTest, HasItsAudioAgainWhenTheTrashGivesItBack) {
     EXPECT_EQ(database.jobStats(session)["pending"], 2) << "its jobs wait for an engine again";
 }
 
+TEST_F(RecordedMeetingTest, IsEnteredInTheLibraryHoweverTheRemovalEnds) {
+    MeetingLibrary library(root.path());
+    library.update([&](LibrarySnapshot& snapshot) {
+        MeetingEntry entry;
+        entry.id = session;
+        entry.title = "Abnahme";
+        entry.state = "completed";
+        entry.chunkCount = 2;
+        snapshot.meetings.push_back(entry);
+    });
+    const auto count = [&] { return MeetingLibrary(root.path()).snapshot().meetings.at(0).chunkCount; };
+    const auto events = [&] {
+        return TranscriptStorage::readOptional<std::vector<SessionEvent>>(folder / "events.json")
+            .value_or(std::vector<SessionEvent>{})
+            .size();
+    };
+    const auto recoverBoth = [&] { return AudioRemoval::recover(root.path(), database, library, refuse); };
+    remove(intoRoot);
+    EXPECT_EQ(count(), 2) << "cut off before the library";
+    EXPECT_THAT(recoverBoth().finished, ElementsAre(session));
+    EXPECT_EQ(count(), 0);
+    EXPECT_EQ(events(), 1U);
+    EXPECT_THAT(recoverBoth().finished, IsEmpty()) << "and only once";
+    fs::rename(root.path() / "Papierkorb", folder / (".Audio-entfernen-" + UUID::random().string()));
+    record(70, 16'000);
+    const auto returned = recoverBoth();
+    EXPECT_THAT(returned.undone, ElementsAre(session));
+    EXPECT_THAT(returned.problems, IsEmpty());
+    EXPECT_EQ(count(), 1);
+    AudioRemoval::moveToTrash(session, root.path(), database, library, intoRoot);
+    EXPECT_EQ(count(), 0);
+    EXPECT_EQ(events(), 2U);
+}
+
 }  // namespace
 }  // namespace meetingcore::testing

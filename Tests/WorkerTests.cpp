@@ -186,6 +186,13 @@ TEST_F(Worker, SaysInGermanWhichFileIsDamagedAndKeepsTheOldSummary) {
     EXPECT_EQ(contentOf(summary), "alt");
 }
 
+TEST_F(Worker, DoesNotCoverUpALostDatabase) {
+    meeting.database.close();
+    fs::remove(root / "quillmoot.sqlite");
+    EXPECT_EQ(run(worker), "failed: Noch kein Transkript zum Zusammenfassen.");
+    EXPECT_FALSE(fs::exists(root / "quillmoot.sqlite"));
+}
+
 TEST_F(Worker, SaysWhatHappenedWhereItIsEndedWithoutAnException) {
     useModel({.summaryPieces = {R"({"overview":[{"text":")", " weiter"},
               .titlePieces = {R"({"title":")"},

@@ -202,21 +202,19 @@ int importAudio(Shell& shell, const ImportValues& values) {
     return status;
 }
 
-/// Says what is missing; false where nothing is.
-bool tellMissing(const MeetingEntry& meeting, const RecoveryReport& report, Shell& shell) {
+/// Says what is still or missing in a meeting's audio; true where chunks are lost, as pauses are not.
+bool tellMissing(std::int64_t missing, const RecoveryReport& report, Shell& shell) {
     const auto warn = [&](const std::string& text) { shell.err().line(text, Ink::yellow); };
     for (const auto& problem : report.problems) warn(problem);
-    const auto gaps = AudioArchive::gaps(report.chunks);
-    for (const auto& gap : gaps) {
-        warn(std::string(trackName(gap.source)) + ": " + lengthOf(gap.startSeconds) + "–" +
-             lengthOf(gap.endSeconds) + " fehlt und ist Stille.");
+    for (const auto& gap : AudioArchive::gaps(report.chunks)) {
+        warn(std::string(trackName(gap.source)) + ": Von " + lengthOf(gap.startSeconds) + " bis " +
+             lengthOf(gap.endSeconds) + " gibt es keine Aufnahme; dort ist Stille.");
     }
-    const auto missing = meeting.chunkCount - static_cast<std::int64_t>(report.chunks.size());
     if (missing > 0) {
         warn(countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt", "Audioabschnitte fehlen") +
              ". Bei einem importierten Meeting stellt derselbe Import sie wieder her.");
     }
-    return !gaps.empty() || missing > 0;
+    return missing > 0;
 }
 
 int archive(Shell& shell, const MeetingValues& values) {
@@ -237,17 +235,17 @@ int archive(Shell& shell, const MeetingValues& values) {
     } else {
         for (const auto& row : rows) shell.out().line(row.path);
     }
-    return tellMissing(entry, report, shell) ? failed : done;
+    const auto missing = entry.missingChunks(open.jobs().registeredChunksBySession()[meeting], chunks.size());
+    return tellMissing(missing, report, shell) ? failed : done;
 }
 
 /// Returns the name that the audio has in the trash.
 std::string moveToTrash(const UUID& meeting, OpenLibrary& open) {
     std::string name;
-    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), [&](const fs::path& folder) {
+    AudioRemoval::moveToTrash(meeting, open.root(), open.jobs(), open.library(), [&](const fs::path& folder) {
         name = folder.filename().string();
         moveToSystemTrash(folder);
     });
-    open.library().enterAudioRemoval(meeting);
     return name;
 }
 
@@ -262,8 +260,8 @@ int removeAudio(Shell& shell, const RemovalValues& values) {
             "Das Meeting ist noch nicht vollständig transkribiert. Mit --yes wird sein Audio trotzdem "
             "entfernt.");
     }
-    if (!values.yes && RecordingImport::hasLostChunks(open.meeting(values.meeting), chunks,
-                                                      open.jobs().registeredChunksBySession()[id])) {
+    const auto registered = open.jobs().registeredChunksBySession()[id];
+    if (!values.yes && open.meeting(values.meeting).missingChunks(registered, chunks.size()) > 0) {
         throw MeetingError::invalidData(
             "Vom Audio fehlt etwas, oder es ist beschädigt; „quillmoot doctor“ sagt mehr. Mit --yes wird es "
             "trotzdem entfernt.");
@@ -289,10 +287,8 @@ int applyRetention(OpenLibrary& open, Shell& shell, bool asJSON) {
                 !AudioRetentionPolicy::fullyProcessed(meeting.id, open.root(), open.jobs(), chunks)) {
                 continue;
             }
-            std::vector<AudioChunk> own;
-            std::ranges::copy_if(chunks, std::back_inserter(own),
-                                 [&](const AudioChunk& chunk) { return chunk.sessionID == meeting.id; });
-            if (RecordingImport::hasLostChunks(meeting, own, registered[meeting.id])) {
+            const auto found = std::ranges::count(chunks, meeting.id, &AudioChunk::sessionID);
+            if (meeting.missingChunks(registered[meeting.id], static_cast<std::size_t>(found)) > 0) {
                 throw MeetingError::invalidData(
                     "Vom Audio fehlt etwas, oder es ist beschädigt; es bleibt, bis „quillmoot remove-audio "
                     "--yes“ es entfernt. „quillmoot doctor“ sagt mehr.");

@@ -156,7 +156,7 @@ std::string queueProgressOf(const MeetingRow& row) {
         return found == row.jobs.end() ? std::int64_t{0} : found->second;
     };
     const auto open = count("pending") + count("running");
-    if (row.state != "completed" && row.state != "interrupted") return "Aufnahme läuft";
+    if (isRecordingState(row.state)) return "Aufnahme läuft";
     if (open > 0 && !row.audioRemoved) {
         return "Transkript " + std::to_string(count("completed")) + " von " +
                std::to_string(open + count("completed") + count("failed"));
@@ -399,6 +399,7 @@ void openJobs(const UUID& meeting, const std::string& action, bool confirmed, Da
                                     " danach vielleicht zu keinem Segment mehr. ") +
             "Mit --yes geschieht es.");
     }
+    jobs.recoverExpired(Date::now());  // which would pass for work under way
     try {
         jobs.restartSession(meeting);
     } catch (const MeetingError& error) {

@@ -101,6 +101,7 @@ const LibrarySnapshot& DataFolder::library() {
 
 SQLiteJobStore& DataFolder::jobs() {
     if (queue_ != nullptr) return *queue_;
+    refuseLostDatabase(root_);
     if (jobs_ == nullptr) jobs_ = SQLiteJobStore::forReading(root_ / layout::queue);
     return *jobs_;
 }
@@ -139,26 +140,18 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
         meetings, [&](const auto& meeting) { return AudioArchive::removed(meeting.id, root_); });
     if (!removed && AudioRemoval::interrupted(root_).empty()) return;
     if (!pathExists(root_ / layout::queue)) return;  // lost, and not to be covered up by an empty one
-    AudioRemoval::Recovered recovered;
+    const auto tell = [&](const UUID& id, const char* what) {
+        const auto known = std::ranges::find(meetings, id, &MeetingEntry::id);
+        notices.line(what + (known == meetings.end() ? id.string() : known->title), Ink::yellow);
+    };
     try {
-        recovered = AudioRemoval::recover(root_, jobs(), moveToSystemTrash);
-        for (const auto& id : recovered.undone)
-            library_->enterAudioReturn(id, DurableChunkStore(root_ / layout::meetings).recover(id).chunks);
+        const auto recovered = AudioRemoval::recover(root_, jobs(), *library_, moveToSystemTrash);
+        for (const auto& id : recovered.undone) tell(id, "Entfernen von Audio zurückgenommen: ");
+        for (const auto& id : recovered.finished) tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
+        for (const auto& problem : recovered.problems) notices.line(problem, Ink::red);
     } catch (const MeetingError& error) {  // what was asked for may do without
         notices.line(error.message(), Ink::red);
     }
-    const auto knows = [&](const UUID& id) {
-        return std::ranges::find(meetings, id, &MeetingEntry::id) != meetings.end();
-    };
-    const auto tell = [&](const UUID& id, const char* what) {
-        notices.line(what + (knows(id) ? meeting(id.string()).title : id.string()), Ink::yellow);
-    };
-    for (const auto& id : recovered.undone) tell(id, "Entfernen von Audio zurückgenommen: ");
-    for (const auto& id : recovered.finished) {
-        if (knows(id)) library_->enterAudioRemoval(id);
-        tell(id, "Unterbrochenes Entfernen von Audio beendet: ");
-    }
-    for (const auto& problem : recovered.problems) notices.line(problem, Ink::red);
 }
 
 void takeLock(std::optional<WorkerLock>& lock, const fs::path& root, WorkerLock::Purpose purpose) {
@@ -167,8 +160,9 @@ void takeLock(std::optional<WorkerLock>& lock, const fs::path& root, WorkerLock:
     while (!lock) {
         try {
             lock.emplace(root, purpose);
-        } catch (const MeetingError&) {
-            if (std::chrono::steady_clock::now() > end) throw;
+        } catch (const MeetingError& error) {
+            if (error.cause() != MeetingError::Cause::lockTaken || std::chrono::steady_clock::now() > end)
+                throw;
             std::this_thread::sleep_for(pause);
         }
     }

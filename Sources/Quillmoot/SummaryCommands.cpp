@@ -218,7 +218,7 @@ bool useModel(Shell& shell, const EngineValues& values, const std::filesystem::p
 bool work(Shell& shell, DataFolder& folder, const EngineValues& values, bool titleOnly) {
     const auto meeting = folder.meeting(values.meeting).id;
     const auto models = modelFolder(values.models, folder.root());
-    folder.queue();  // not to be made by what follows where it is lost
+    folder.queue();  // throws where it is lost
     // What stands in the way shows here with its cause, which a worker could only put into words.
     std::optional<SummaryRun> run(std::in_place, meeting, folder.root());
     if (titleOnly) run->requireCompleteForTitle();

@@ -359,7 +359,7 @@ void planWindows(const UUID& meeting, DataFolder& folder) {
 int transcribe(Shell& shell, const TranscribeValues& values) {
     auto folder = shell.folder();
     const auto& entry = folder.meeting(values.meeting);
-    if (entry.state != "completed" && entry.state != "interrupted") {
+    if (entry.isBeingRecorded()) {
         throw MeetingError::invalidData("Das Meeting wird gerade aufgenommen oder importiert.");
     }
     const auto meeting = entry.id;

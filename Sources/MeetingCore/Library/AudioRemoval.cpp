@@ -24,7 +24,8 @@ struct Marker {
 
 bool isAudio(const std::string& name) {
     const auto extension = fs::path(name).extension();
-    return extension == ".chunk" || extension == ".partial" || name == layout::audio;
+    return extension == layout::chunkExtension || extension == layout::partialExtension ||
+           name == layout::audio;
 }
 
 bool isFolder(const fs::path& path, FileManager& files) {
@@ -35,6 +36,12 @@ bool isFolder(const fs::path& path, FileManager& files) {
 /// A link of such a name leads to files that are not ours to move.
 bool isStaging(const fs::path& path, FileManager& files) {
     return path.filename().string().starts_with(stagingPrefix) && isFolder(path, files);
+}
+
+bool hasStaging(const fs::path& meeting, FileManager& files) {
+    const auto names = files.list(meeting);
+    return std::ranges::any_of(names,
+                               [&](const std::string& name) { return isStaging(meeting / name, files); });
 }
 
 /// One removal in a meeting's folder.
@@ -177,6 +184,12 @@ void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database,
     database.retireAudio(id);
 }
 
+void moveToTrash(const UUID& id, const fs::path& root, SQLiteJobStore& database, MeetingLibrary& library,
+                 const Trash& trash, FileManager& files, Date now) {
+    moveToTrash(id, root, database, trash, files, now);
+    library.enterAudioRemoval(id);
+}
+
 std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
     std::vector<UUID> found;
     const auto meetings = root / layout::meetings;
@@ -185,12 +198,7 @@ std::vector<UUID> interrupted(const fs::path& root, FileManager& files) {
         const auto id = UUID::parse(name);
         if (!id) continue;
         try {
-            if (!isFolder(meetings / name, files)) continue;
-            const auto names = files.list(meetings / name);
-            if (std::any_of(names.begin(), names.end(), [&](const std::string& inner) {
-                    return isStaging(meetings / name / inner, files);
-                }))
-                found.push_back(*id);
+            if (isFolder(meetings / name, files) && hasStaging(meetings / name, files)) found.push_back(*id);
         } catch (const MeetingError&) {  // the recovery will say what is wrong with it
             found.push_back(*id);
         }
@@ -218,6 +226,40 @@ Recovered recover(const fs::path& root, SQLiteJobStore& database, const Trash& t
             recoverMeeting(*id, meetings / name, trash, files, store, recovered);
         } catch (const std::exception& error) {  // the trash may throw what it likes
             recovered.problems.push_back(name + ": " + error.what());
+        }
+    }
+    return recovered;
+}
+
+Recovered recover(const fs::path& root, SQLiteJobStore& database, MeetingLibrary& library, const Trash& trash,
+                  FileManager& files) {
+    auto recovered = recover(root, database, trash, files);
+    const auto enter = [&](const UUID& id, const auto& body) {
+        try {
+            body();
+        } catch (const MeetingError& error) {
+            recovered.problems.push_back(id.string() + ": " + error.message());
+        }
+    };
+    const auto isAmong = [](const std::vector<UUID>& ids, const UUID& id) {
+        return std::ranges::find(ids, id) != ids.end();
+    };
+    const auto meetings = library.snapshot().meetings;
+    for (const auto& meeting : meetings) {
+        const auto& id = meeting.id;
+        if (isAmong(recovered.undone, id)) {
+            enter(id, [&] {
+                const auto chunks = DurableChunkStore(root / layout::meetings, files).recover(id).chunks;
+                library.enterAudioReturn(id, chunks);
+            });
+        } else if (isAmong(recovered.finished, id)) {
+            enter(id, [&] { library.enterAudioRemoval(id); });
+        } else if (meeting.chunkCount > 0 && AudioArchive::removed(id, root)) {
+            enter(id, [&] {
+                if (hasStaging(layout::meetingFolder(root, id), files)) return;  // it is a problem already
+                library.enterAudioRemoval(id);
+                recovered.finished.push_back(id);
+            });
         }
     }
     return recovered;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "MeetingCore/Library/MeetingLibrary.h"
 #include "MeetingCore/Platform/FileManager.h"
 #include "MeetingCore/Recording/SQLiteJobStore.h"
 
@@ -22,8 +23,9 @@ namespace meetingcore {
 ///                                         left for the meeting
 ///     marker alone                        in the trash
 ///
-/// `root` is the data folder, whose application lock the caller holds. The caller also tells the library, by
-/// `MeetingLibrary::enterAudioRemoval`. Errors are MeetingErrors.
+/// `root` is the data folder, whose application lock the caller holds. Where the caller gives a library, it
+/// is told what became of the meeting's audio; otherwise the caller does that, by its `enterAudioRemoval` and
+/// `enterAudioReturn`. Errors are MeetingErrors.
 namespace AudioRemoval {
 
 /// Moves a folder to the trash, or throws and leaves it where it is. A disk that forgets the move afterwards is
@@ -38,6 +40,11 @@ using Trash = std::function<void(const std::filesystem::path& folder)>;
 /// it.
 void moveToTrash(const UUID& id, const std::filesystem::path& root, SQLiteJobStore& database,
                  const Trash& trash, FileManager& files = FileManager::system(), Date now = Date::now());
+
+/// The same, and enters it in the library, which must have the meeting.
+void moveToTrash(const UUID& id, const std::filesystem::path& root, SQLiteJobStore& database,
+                 MeetingLibrary& library, const Trash& trash, FileManager& files = FileManager::system(),
+                 Date now = Date::now());
 
 /// The meetings with a staging folder: a removal was interrupted before the trash had the audio, or the trash
 /// has given it back.
@@ -56,6 +63,11 @@ struct Recovered {
 /// that meeting for the next time. Running it again changes nothing.
 Recovered recover(const std::filesystem::path& root, SQLiteJobStore& database, const Trash& trash,
                   FileManager& files = FileManager::system());
+
+/// The same, and enters the ends in the library, also of a removal that was interrupted before just that. What
+/// cannot be entered is among the problems.
+Recovered recover(const std::filesystem::path& root, SQLiteJobStore& database, MeetingLibrary& library,
+                  const Trash& trash, FileManager& files = FileManager::system());
 
 }  // namespace AudioRemoval
 }  // namespace meetingcore

@@ -100,7 +100,13 @@ private:
         }
         isLibraryBroken_ = true;
         library_ = MeetingLibrary::read(file);
-        isLibraryBroken_ = false;
+        try {
+            MeetingLibrary::validate(library_);
+            isLibraryBroken_ = false;
+        } catch (const MeetingError& error) {
+            add(Severity::error, "Bibliothek",
+                "„library.json“ lässt sich lesen, aber nicht ändern: " + error.message());
+        }
         AudioRetentionPolicy::load(root_);
         add(Severity::fine, "Bibliothek",
             countOf(library_.meetings.size(), "Meeting", "Meetings") + ", " +
@@ -179,7 +185,7 @@ private:
             }
             return;
         }
-        const auto recovered = AudioRemoval::recover(root_, *database_, *options_.repair);
+        const auto recovered = recoverRemovals();
         for (const auto& id : recovered.undone) {
             add(Severity::repaired, "Entferntes Audio",
                 "Unterbrochenes Entfernen zurückgenommen: " + titleOf(id));
@@ -188,19 +194,14 @@ private:
             add(Severity::repaired, "Entferntes Audio", "Unterbrochenes Entfernen beendet: " + titleOf(id));
         }
         for (const auto& problem : recovered.problems) add(Severity::error, "Entferntes Audio", problem);
-        enter(recovered);
     }
 
-    void enter(const AudioRemoval::Recovered& recovered) {
-        if (isLibraryBroken_ || (recovered.finished.empty() && recovered.undone.empty())) return;
+    AudioRemoval::Recovered recoverRemovals() {
+        if (isLibraryBroken_) return AudioRemoval::recover(root_, *database_, *options_.repair);
         MeetingLibrary library(root_);
-        for (const auto& id : recovered.finished) {
-            if (std::ranges::find(library_.meetings, id, &MeetingEntry::id) != library_.meetings.end())
-                library.enterAudioRemoval(id);
-        }
-        for (const auto& id : recovered.undone)
-            library.enterAudioReturn(id, DurableChunkStore(root_ / layout::meetings).recover(id).chunks);
+        auto recovered = AudioRemoval::recover(root_, *database_, library, *options_.repair);
         library_ = library.snapshot();
+        return recovered;
     }
 
     void checkRecordings() {
@@ -253,9 +254,8 @@ private:
     }
 
     void checkComplete(std::span<const AudioChunk> chunks) {
-        std::unordered_map<UUID, std::int64_t> found;
+        std::unordered_map<UUID, std::size_t> found;
         for (const auto& chunk : chunks) ++found[chunk.sessionID];
-        // The library may have been brought in line with what is left; what was registered stays.
         std::unordered_map<UUID, std::int64_t> registered;
         if (database_ != nullptr) registered = database_->registeredChunksBySession();
         for (const auto& meeting : library_.meetings) {
@@ -266,10 +266,10 @@ private:
                         "“ wurde unterbrochen (ein Import geht weiter, wo er aufhörte, wenn er wiederholt "
                         "wird).");
             }
-            const auto missing = std::max(meeting.chunkCount, registered[meeting.id]) - found[meeting.id];
+            const auto missing = meeting.missingChunks(registered[meeting.id], found[meeting.id]);
             // Without its manifest none of a meeting's audio is recognised, which is told of with the meeting.
             const auto folder = layout::meetingFolder(root_, meeting.id);
-            if (missing <= 0 || !pathExists(folder / "session.json")) continue;
+            if (missing == 0 || !pathExists(folder / layout::manifest)) continue;
             add(Severity::error, "Aufnahmen",
                 "„" + meeting.title + "“: " +
                     countOf(static_cast<std::size_t>(missing), "Audioabschnitt fehlt",
@@ -299,6 +299,7 @@ private:
             std::vector<AudioChunk> own;
             std::ranges::copy_if(chunks, std::back_inserter(own), has);
             guarded("Aufträge", [&] {
+                for (const auto& chunk : own) database_->registerChunk(chunk);
                 WorkScheduler::enqueue(own, *database_, true);
                 add(Severity::repaired, "Aufträge", what + "; sie sind neu eingereiht.");
             });
@@ -318,7 +319,7 @@ private:
             try {
                 if (database_ != nullptr)
                     TranscriptStorage::load(meeting.id, root_, jobs[meeting.id], *database_);
-                if (!TranscriptStorage::readOptional<MeetingSession>(folder / "session.json")) {
+                if (!TranscriptStorage::readOptional<MeetingSession>(folder / layout::manifest)) {
                     throw MeetingError::storage("Das Sitzungsmanifest fehlt.");
                 }
                 RecordingImport::storedClock(meeting.id, root_);

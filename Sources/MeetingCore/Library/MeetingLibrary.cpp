@@ -40,7 +40,7 @@ bool isSound(const LibrarySnapshot& library) {
 }
 
 MeetingSession readManifest(const fs::path& folder, const UUID& id, FileManager& files) {
-    const auto file = folder / "session.json";
+    const auto file = folder / layout::manifest;
     const auto bytes = TranscriptStorage::readBytes(file, files);
     if (!bytes) throw MeetingError::storage(quotedName(folder) + " enthält kein Sitzungsmanifest.");
     auto session = json::decode<MeetingSession>(*bytes, quotedName(file));
@@ -140,16 +140,21 @@ LibrarySnapshot MeetingLibrary::view(const fs::path& root, FileManager& files) {
     return library;
 }
 
+void MeetingLibrary::validate(const LibrarySnapshot& library) {
+    if (library.customFields) MeetingFieldDefinition::validated(*library.customFields);
+    for (const auto& meeting : library.meetings) {
+        if (meeting.metadata) meeting.metadata->validate();
+    }
+    if (!isSound(library)) throw MeetingError::invalidData("Ungültige Bibliotheksdaten.");
+}
+
 void MeetingLibrary::update(const std::function<void(LibrarySnapshot&)>& body) {
     auto changed = snapshot_;
     body(changed);
     if (changed.customFields) {
         changed.customFields = MeetingFieldDefinition::validated(std::move(*changed.customFields));
     }
-    for (const auto& meeting : changed.meetings) {
-        if (meeting.metadata) meeting.metadata->validate();
-    }
-    if (!isSound(changed)) throw MeetingError::invalidData("Ungültige Bibliotheksdaten.");
+    validate(changed);
     writeAtomically(files_, json::encode(changed), file_);
     snapshot_ = std::move(changed);
 }

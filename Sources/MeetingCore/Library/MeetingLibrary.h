@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "MeetingCore/Library/MeetingMetadata.h"
@@ -26,6 +28,11 @@ template <>
 inline constexpr auto json::fields<MeetingProject> = json::record(json::field("id", &MeetingProject::id),
                                                                   json::field("name", &MeetingProject::name));
 
+/// Whether a meeting in this state is said to be recording.
+constexpr bool isRecordingState(std::string_view state) {
+    return state == "starting" || state == "recording" || state == "paused";
+}
+
 /// One meeting of the library.
 struct MeetingEntry {
     UUID id;            ///< also that of the recording session and the name of its folder
@@ -45,7 +52,14 @@ struct MeetingEntry {
     static MeetingEntry starting(const MeetingSession& session, const std::optional<UUID>& projectID);
 
     /// Whether it is said to be recording. That is wrong once nobody has the library open, as after a crash.
-    bool isBeingRecorded() const { return state == "starting" || state == "recording" || state == "paused"; }
+    bool isBeingRecorded() const { return isRecordingState(state); }
+
+    /// How many of the chunks are missing where recovery vouches for `found`, and `registered` is the number of
+    /// SQLiteJobStore::registeredChunksBySession: the library's own may have been brought in line with what is
+    /// left.
+    std::int64_t missingChunks(std::int64_t registered, std::size_t found) const {
+        return std::max(std::max(chunkCount, registered) - static_cast<std::int64_t>(found), std::int64_t{0});
+    }
 
     /// Whether a title is still to be generated; entries written before there was a flag tell by their title.
     bool needsAutomaticTitle() const;
@@ -119,6 +133,10 @@ public:
     /// The last state that was written.
     const LibrarySnapshot& snapshot() const noexcept { return snapshot_; }
 
+    /// Throws (invalidData) where a library breaks a rule and could not be changed: one by hand or of another
+    /// program, since `update` writes no such library.
+    static void validate(const LibrarySnapshot& library);
+
     /// The only way to change the library: `body` changes a copy, which is checked as a whole and written
     /// atomically before it takes the place of `snapshot`. On return the change is on stable storage. Any
     /// error, also one of `body`, leaves snapshot and file as they were; only after a failure to flush the
@@ -133,13 +151,12 @@ public:
     void reconcile(const std::filesystem::path& meetings, std::span<const AudioChunk> chunks);
 
     /// Enters that a meeting's audio is gone: no chunks, the state "interrupted" unless the recording was
-    /// completed, and the event "audioRemoved". To be called after `AudioRemoval::moveToTrash`, and for each
-    /// meeting whose removal `AudioRemoval::recover` has finished. Throws, and changes nothing, for a meeting
-    /// that the library does not have.
+    /// completed, and the event "audioRemoved". `AudioRemoval` does so where it is given the library. Throws,
+    /// and changes nothing, for a meeting that the library does not have.
     void enterAudioRemoval(const UUID& meeting);
 
-    /// Enters that a meeting's audio is back, these chunks of it: for each meeting whose removal
-    /// `AudioRemoval::recover` has undone. Does nothing for a meeting that the library does not have.
+    /// Enters that a meeting's audio is back, these chunks of it. Does nothing for a meeting that the library
+    /// does not have.
     void enterAudioReturn(const UUID& meeting, std::span<const AudioChunk> chunks);
 
     /// Appends an event to "events.json" in a session's folder. Durable on return.

@@ -21,7 +21,6 @@ constexpr int secondsPerChunk = 60;
 constexpr std::size_t bufferSamples = 16'384;
 constexpr std::int64_t maximumTrackSamples = audio::maximumTrackSeconds * audio::sampleRate;
 constexpr const char* applicationID = "local.quillmoot.import";
-constexpr const char* manifestFile = "session.json";
 
 /// The namespace of all identifiers that follow from imported audio.
 const UUID importNamespace = *UUID::parse("6B1F5C0E-2D0A-4E8B-9C57-3A6D1E90F4B2");
@@ -60,7 +59,9 @@ bool isToBeRestored(const Recording& recording, LibrarySnapshot library, std::sp
                     SQLiteJobStore& database) {
     const auto known = entryOf(library, recording.session);
     if (known == library.meetings.end() || known->state != "completed") return false;
-    if (hasLostChunks(*known, chunks, database.registeredChunksBySession()[known->id])) return true;
+    const auto registered = database.registeredChunksBySession()[known->id];
+    // A file has no pauses, so that a gap is a loss that even the queue has forgotten.
+    if (known->missingChunks(registered, chunks.size()) > 0 || !AudioArchive::gaps(chunks).empty()) return true;
     throw MeetingError::invalidData("Diese Aufnahme ist schon in der Bibliothek: „" + known->title + "“ (" +
                                     known->id.string() + ").");
 }
@@ -90,12 +91,12 @@ bool begin(const Recording& recording, DurableChunkStore& store, MeetingLibrary&
 /// changed what the first one gave.
 void adopt(const Recording& recording, const std::filesystem::path& folder, MeetingLibrary& library,
            FileManager& files) {
-    auto session = TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files)
+    auto session = TranscriptStorage::readOptional<MeetingSession>(folder / layout::manifest, files)
                        .value_or(manifest(recording));
     const auto firstTitle = session.title;
     if (recording.clock) {
         session.createdAt = recording.createdAt;
-        TranscriptStorage::save(session, folder / manifestFile, files);
+        TranscriptStorage::save(session, folder / layout::manifest, files);
         TranscriptStorage::save(*recording.clock, folder / layout::recordingClock, files);
     }
     library.update([&](LibrarySnapshot& snapshot) {
@@ -110,11 +111,11 @@ void adopt(const Recording& recording, const std::filesystem::path& folder, Meet
 /// Without its manifest the store would know none of a meeting's chunks.
 void restoreManifest(const Recording& recording, const std::filesystem::path& folder, FileManager& files) {
     try {
-        if (TranscriptStorage::readOptional<MeetingSession>(folder / manifestFile, files)) return;
+        if (TranscriptStorage::readOptional<MeetingSession>(folder / layout::manifest, files)) return;
     } catch (const MeetingError& error) {
         if (error.kind() != MeetingError::Kind::invalidData) throw;
     }
-    TranscriptStorage::save(manifest(recording), folder / manifestFile, files);
+    TranscriptStorage::save(manifest(recording), folder / layout::manifest, files);
 }
 
 class TrackImport {
@@ -205,12 +206,6 @@ void forget(const UUID& session, const std::filesystem::path& root, MeetingLibra
 }
 
 }  // namespace
-
-bool hasLostChunks(const MeetingEntry& meeting, std::span<const AudioChunk> chunks, std::int64_t registered) {
-    // The library may have been brought in line with what is left; what was registered stays.
-    return static_cast<std::int64_t>(chunks.size()) < std::max(meeting.chunkCount, registered) ||
-           !AudioArchive::gaps(chunks).empty();
-}
 
 UUID sessionFor(std::string_view description) { return UUID::derived(importNamespace, description); }
 

@@ -65,11 +65,6 @@ enum class Outcome { finished, stopped };
 Outcome run(const Recording& recording, const std::filesystem::path& root, MeetingLibrary& library,
             SQLiteJobStore& database, const Progress& progress, FileManager& files = FileManager::system());
 
-/// Whether chunks of a meeting are lost: there are fewer than were counted or registered, or gaps between them.
-/// `chunks` are those that recovery vouches for, ascending by start, `registered` is the number of
-/// SQLiteJobStore::registeredChunksBySession.
-bool hasLostChunks(const MeetingEntry& meeting, std::span<const AudioChunk> chunks, std::int64_t registered);
-
 /// The clock of a meeting's recording, "recording-clock.json" in its folder; nothing where it is not known.
 /// `root` is the data folder.
 std::optional<RecordingClock> storedClock(const UUID& session, const std::filesystem::path& root,

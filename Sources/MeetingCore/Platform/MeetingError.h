@@ -31,6 +31,7 @@ public:
         leaseLost,            ///< the job's lease has expired, or is another's
         jobBusy,              ///< a job of the meeting is under a lease
         lockFileUnavailable,
+        lockTaken,  ///< by another program
         dataFolderUnreachable,
         libraryUnreadable,      ///< "library.json" is broken
         diarizationUnreadable,  ///< "diarization.json" is broken, or none of this meeting

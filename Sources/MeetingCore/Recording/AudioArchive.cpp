@@ -60,7 +60,8 @@ public:
     fs::path run() {
         if (isComplete()) return target();
         prepareFolder();
-        const auto partial = folder_ / ("." + track_ + "." + UUID::random().string() + ".partial");
+        const auto partial =
+            folder_ / ("." + track_ + "." + UUID::random().string() + std::string(layout::partialExtension));
         try {
             write(partial);
             files_.move(partial, target());
@@ -111,7 +112,7 @@ private:
     /// Of a whole day they take 2.8 GB each.
     void removeStalePartials() {
         for (const auto& name : files_.list(folder_)) {
-            if (name.starts_with("." + track_ + ".") && name.ends_with(".partial"))
+            if (name.starts_with("." + track_ + ".") && name.ends_with(layout::partialExtension))
                 files_.remove(folder_ / name);
         }
     }

@@ -5,6 +5,7 @@
 
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Recording/AudioArchive.h"
+#include "MeetingCore/Recording/FolderLayout.h"
 #include "MeetingCore/Recording/WAV.h"
 
 namespace meetingcore {
@@ -15,15 +16,13 @@ namespace {
 
 using Kind = FileStatus::Kind;
 
-constexpr const char* manifestName = "session.json";
 constexpr const char* audioName = "audio.wav";
 constexpr const char* metadataName = "metadata.json";
-constexpr const char* chunkExtension = ".chunk";
-constexpr const char* partialExtension = ".partial";
 
 /// A name that is taken by nothing, hidden and recognisable as unfinished.
 fs::path partialBeside(const fs::path& folder) {
-    const auto name = "." + folder.stem().string() + "." + UUID::random().string() + partialExtension;
+    const auto name =
+        "." + folder.stem().string() + "." + UUID::random().string() + std::string(layout::partialExtension);
     return folder.parent_path() / name;
 }
 
@@ -60,7 +59,7 @@ DurableChunkStore::DurableChunkStore(fs::path root, FileManager& fm) : root_(std
 fs::path DurableChunkStore::sessionDirectory(const UUID& session) const { return root_ / session.string(); }
 
 fs::path DurableChunkStore::chunkDirectory(const AudioChunk& chunk) const {
-    return sessionDirectory(chunk.sessionID) / (chunk.id.string() + chunkExtension);
+    return sessionDirectory(chunk.sessionID) / (chunk.id.string() + std::string(layout::chunkExtension));
 }
 
 void DurableChunkStore::createSession(const MeetingSession& session) {
@@ -69,7 +68,7 @@ void DurableChunkStore::createSession(const MeetingSession& session) {
     if (fm_.status(folder)) throw MeetingError::invalidData("Die Sitzung existiert bereits.");
     createDirectories(fm_, root_);
     const auto manifest = json::encode(session);
-    publish(folder, {{manifestName, {manifest}}});
+    publish(folder, {{layout::manifest, {manifest}}});
     try {
         fm_.flushDirectory(root_);
     } catch (const std::exception&) {
@@ -137,7 +136,7 @@ void DurableChunkStore::publish(const fs::path& folder, std::initializer_list<Ne
 
 /// Removes what a failed attempt left, as far as that is possible: repeated attempts must not fill the disk.
 void DurableChunkStore::discard(const fs::path& folder) {
-    for (const auto& path : {folder / audioName, folder / metadataName, folder / manifestName, folder}) {
+    for (const auto& path : {folder / audioName, folder / metadataName, folder / layout::manifest, folder}) {
         try {
             if (fm_.status(path)) fm_.remove(path);
         } catch (const MeetingError&) {  // then it stays, under a name that counts for nothing
@@ -148,7 +147,7 @@ void DurableChunkStore::discard(const fs::path& folder) {
 bool DurableChunkStore::isSession(const fs::path& folder) {
     const auto status = fm_.status(folder);
     if (!status || status->kind != Kind::directory) return false;
-    const auto manifest = fm_.status(folder / manifestName);
+    const auto manifest = fm_.status(folder / layout::manifest);
     return manifest && manifest->kind == Kind::file;
 }
 
@@ -193,7 +192,7 @@ void DurableChunkStore::scanEntry(const std::string& name, RecoveryReport& repor
     const auto entry = root_ / name;
     try {
         require(fm_, Kind::directory, entry);
-        if (entry.extension() == partialExtension) {
+        if (entry.extension() == layout::partialExtension) {
             report.incompleteDirectories.push_back(entry);
         } else if (!fm_.status(entry / AudioArchive::removedMarkerName)) {
             scanSession(entry, report);
@@ -204,7 +203,7 @@ void DurableChunkStore::scanEntry(const std::string& name, RecoveryReport& repor
 }
 
 void DurableChunkStore::scanSession(const fs::path& folder, RecoveryReport& report) {
-    const auto session = decodeFile<MeetingSession>(fm_, folder / manifestName);
+    const auto session = decodeFile<MeetingSession>(fm_, folder / layout::manifest);
     if (session.id.string() != folder.filename()) {
         throw MeetingError::invalidData("Sitzungsmanifest stimmt nicht mit dem Verzeichnis überein.");
     }
@@ -213,10 +212,9 @@ void DurableChunkStore::scanSession(const fs::path& folder, RecoveryReport& repo
         const auto entry = folder / name;
         const auto extension = entry.extension();
         try {
-            if (extension == partialExtension) {
-                require(fm_, Kind::directory, entry);
+            if (extension == layout::partialExtension) {
                 report.incompleteDirectories.push_back(entry);
-            } else if (extension == chunkExtension) {
+            } else if (extension == layout::chunkExtension) {
                 chunks.push_back(readChunk(entry, session.id));
             }
         } catch (const MeetingError& error) {

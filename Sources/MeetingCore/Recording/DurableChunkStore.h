@@ -67,7 +67,7 @@ public:
 
 private:
     struct NewFile {
-        const char* name;
+        std::string_view name;
         std::vector<std::string_view> content;  // in pieces
     };
 

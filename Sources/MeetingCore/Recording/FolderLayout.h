@@ -17,6 +17,7 @@ inline constexpr std::string_view inferenceLock = "inference.lock";
 inline constexpr std::string_view applicationLock = "application.lock";
 
 // In a meeting's folder, beside its chunks:
+inline constexpr std::string_view manifest = "session.json";
 inline constexpr std::string_view audio = "Audio";  ///< each track in one file
 inline constexpr std::string_view diarization = "diarization.json";
 inline constexpr std::string_view recordingClock = "recording-clock.json";
@@ -27,6 +28,8 @@ inline constexpr std::string_view summaryInstructions = "summary-request.json";
 inline constexpr std::string_view automaticTitle = "automatic-title.json";
 inline constexpr std::string_view events = "events.json";
 inline constexpr std::string_view summaryParts = "summary-parts";
+inline constexpr std::string_view chunkExtension = ".chunk";
+inline constexpr std::string_view partialExtension = ".partial";  ///< what is not complete yet
 
 /// Named by the meeting's ID in upper case.
 inline std::filesystem::path meetingFolder(const std::filesystem::path& root, const UUID& meeting) {

@@ -36,7 +36,12 @@ CREATE TABLE IF NOT EXISTS result_history (
 CREATE INDEX IF NOT EXISTS history_job_idx ON result_history(job_id,revision);
 PRAGMA user_version=2;)";
 
+/// Sorting results must not spill what was said in a meeting into the system's folder for temporary files.
+constexpr const char* keepInMemory = "PRAGMA temp_store=MEMORY;";
+
 constexpr std::size_t maximumErrorCharacters = 2000;
+/// The last error of jobs that retireAudio has failed, by which they are known again.
+constexpr std::string_view audioRemovedError = "Audio bewusst entfernt";
 constexpr double longestLeaseSeconds = 86'400;
 
 std::string seconds(Date date) { return number::plain(date.secondsSince1970()); }
@@ -87,6 +92,14 @@ JobStatus statusNamed(const std::string& word) {
     return static_cast<JobStatus>(found - words.begin());
 }
 
+/// Whether the store has all of its tables, so that who only reads has nothing to write.
+bool isComplete(SQLiteConnection& db) {
+    return db.textValue(
+               "SELECT COUNT(*) FROM sqlite_master WHERE type='table' AND "
+               "name IN ('chunks','jobs','result_history')",
+               {}) == "3";
+}
+
 }  // namespace
 
 SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& files)
@@ -100,8 +113,7 @@ SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& f
     db->executeRepeatable("PRAGMA journal_mode=WAL;");
     db->execute("PRAGMA synchronous=FULL;");
     db->execute("PRAGMA foreign_keys=ON;");
-    // Sorting results must not spill what was said in a meeting into the system's folder for temporary files.
-    db->execute("PRAGMA temp_store=MEMORY;");
+    db->execute(keepInMemory);
     db->executeRepeatable(schema);
     restrictToOwner(file);
     // SQLite goes on when its own flush of the folder fails, and the new database would be gone after a power
@@ -125,7 +137,10 @@ std::unique_ptr<SQLiteJobStore> SQLiteJobStore::forReading(const std::filesystem
     const bool hasJournal = !none && journalSize > 0;
     if (::access(file.c_str(), W_OK) == 0 && ::access(file.parent_path().c_str(), W_OK) == 0) {
         try {
-            return std::make_unique<SQLiteJobStore>(file);
+            auto db = std::make_unique<SQLiteConnection>(file);
+            db->execute(keepInMemory);
+            if (!isComplete(*db)) return std::make_unique<SQLiteJobStore>(file);
+            return std::unique_ptr<SQLiteJobStore>(new SQLiteJobStore(std::move(db)));
         } catch (const MeetingError& error) {  // a full disk, say
             if (hasJournal || error.cause() == MeetingError::Cause::databaseLocked) throw;
         }
@@ -305,10 +320,9 @@ void SQLiteJobStore::retireAudio(const UUID& session) {
     const auto id = session.string();
     db.transaction([&] {
         db.update(
-            "UPDATE jobs SET status='failed',lease_token=NULL,lease_until=NULL,last_error='Audio bewusst "
-            "entfernt' "
+            "UPDATE jobs SET status='failed',lease_token=NULL,lease_until=NULL,last_error=? "
             "WHERE session_id=? AND status!='completed'",
-            {id});
+            {audioRemovedError, id});
         db.update("DELETE FROM chunks WHERE json_extract(payload,'$.sessionID')=?", {id});
     });
 }
@@ -317,16 +331,16 @@ void SQLiteJobStore::reopenAudio(const UUID& session) {
     const std::scoped_lock guard(lock_);
     open().update(
         "UPDATE jobs SET status='pending',last_error=NULL WHERE session_id=? AND status='failed' AND "
-        "last_error='Audio bewusst entfernt'",
-        {session.string()});
+        "last_error=?",
+        {session.string(), audioRemovedError});
 }
 
 std::vector<UUID> SQLiteJobStore::sessionsWithAudioWork() {
     const std::scoped_lock guard(lock_);
     auto row = open().prepare(R"(SELECT json_extract(payload,'$.sessionID') FROM chunks
   UNION SELECT session_id FROM jobs WHERE status!='completed'
-  AND NOT (status='failed' AND last_error IS 'Audio bewusst entfernt'))",
-                              {});
+  AND NOT (status='failed' AND last_error IS ?))",
+                              {audioRemovedError});
     std::vector<UUID> sessions;
     while (row.step()) {
         if (const auto session = UUID::parse(row.text(0))) sessions.push_back(*session);

@@ -71,15 +71,17 @@ struct JobLease {
 /// synchronous=FULL). One lock serialises the operations of an object, immediate transactions and a busy
 /// timeout of 5 s those of several processes on one file. Failures are MeetingError: `invalidData` for bad
 /// arguments, `storage` where the file system keeps a store from being opened, else `database`, with SQLite's
-/// own message where the store has none. Times come from the caller.
+/// own message where the store has none. Times come from the caller, but for the moment at which a job is added
+/// or a result is archived.
 class SQLiteJobStore {
 public:
     /// Opens or creates the database with its folder, readable by the owner alone. Its name is durable on
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
-    /// For reading alone, which creates nothing: a missing database is an empty one in memory, and one that may
-    /// not be written is read as it stands.
+    /// For reading alone, which creates nothing and leaves the file as it is: a missing database is an empty
+    /// one in memory, and one that may not be written is read as it stands. Only one without its tables gets
+    /// them.
     static std::unique_ptr<SQLiteJobStore> forReading(const std::filesystem::path& file);
 
     ~SQLiteJobStore();

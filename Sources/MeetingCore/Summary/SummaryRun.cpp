@@ -30,10 +30,19 @@ fs::path folderWithin(const fs::path& root, const UUID& session) {
     const auto named = layout::meetingFolder(root, session);
     auto folder = resolved(named);
     if (isDangling(named.parent_path()) || isDangling(named) ||
-        !folder.native().starts_with(root.native() + "/Meetings/")) {
+        !folder.native().starts_with((root / layout::meetings).native() + "/")) {
         throw MeetingError::invalidData("Ungültiger Meetingpfad.");
     }
     return folder;
+}
+
+/// A database that is missing is lost, and an empty one in its place would cover that up.
+fs::path existing(const fs::path& database) {
+    if (!pathExists(database)) {
+        throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.",
+                                        MeetingError::Cause::transcriptIncomplete);
+    }
+    return database;
 }
 
 std::int64_t countUnfinished(SQLiteJobStore& database, const UUID& session) {
@@ -49,7 +58,7 @@ SummaryRun::SummaryRun(const UUID& session, const fs::path& root, FileManager& f
       root_(resolved(root)),
       folder_(folderWithin(root_, session)),
       lock_(root_, WorkerLock::Purpose::inference),
-      database_(root_ / layout::queue),
+      database_(existing(root_ / layout::queue)),
       unfinishedJobs_(countUnfinished(database_, session)) {
     const bool audioRemoved = AudioArchive::removed(session, root_);
     if (!audioRemoved && unfinishedJobs_ > 0) {

@@ -20,6 +20,7 @@ public:
     /// `root` is the data folder. Throws MeetingError where the meeting's folder lies outside the library,
     /// where another run holds the lock, and while transcription or speaker assignment of the meeting is
     /// unfinished or nothing is transcribed. A meeting whose audio was removed on purpose is taken as it is.
+    /// Makes no database where there is none.
     SummaryRun(const UUID& session, const std::filesystem::path& root,
                FileManager& files = FileManager::system());
 

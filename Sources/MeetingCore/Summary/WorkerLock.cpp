@@ -31,7 +31,7 @@ WorkerLock::WorkerLock(const std::filesystem::path& root, Purpose purpose)
         throw MeetingError::storage("KI-Sperrdatei nicht verfügbar.", MeetingError::Cause::lockFileUnavailable);
     }
     if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw MeetingError::storage(wording(purpose).messageWhenTaken);
+        throw MeetingError::storage(wording(purpose).messageWhenTaken, MeetingError::Cause::lockTaken);
     }
 }
 

@@ -17,8 +17,9 @@ public:
         application,  ///< one application per library, "application.lock"
     };
 
-    /// Takes the lock without waiting. Throws MeetingError (storage) where another open file holds it, or where
-    /// the lock file cannot be opened. `root` is the data folder and must exist.
+    /// Takes the lock without waiting. Throws MeetingError (storage) where another open file holds it
+    /// (`lockTaken`), or where the lock file cannot be opened (`lockFileUnavailable`). `root` is the data
+    /// folder and must exist.
     WorkerLock(const std::filesystem::path& root, Purpose purpose);
     ~WorkerLock();
 
