@@ -319,6 +319,13 @@ TEST_F(FileManagerTest, GivesFoldersAndFilesToTheOwnerAloneWhateverTheUmask) {
         for (const auto& name : {folder, folder + "/inner"}) EXPECT_EQ(permissions(name), fs::perms(0700));
         EXPECT_THAT(files_.list(path(folder + "/inner")), ElementsAre("file"));
     }
+    const auto longest = std::string(127, 'x') + [] {
+        std::string umlauts;
+        for (int i = 0; i < 64; ++i) umlauts += "ö";
+        return umlauts;
+    }();
+    writeAtomically(files_, "as long as a name can be", path(longest));
+    EXPECT_EQ(contentOf(path(longest)), "as long as a name can be");
     writeFile(path("wide"), "old");
     fs::permissions(path("wide"), fs::perms(0644));
     writeAtomically(files_, "new", path("wide"));

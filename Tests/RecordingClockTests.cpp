@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "MeetingCore/Platform/TimeZone.h"
 #include "MeetingCore/Presentation/TimestampFormatter.h"
 #include "Support/Testing.h"
 
@@ -42,6 +43,23 @@ TEST(RecordingClock, ShowsElapsedTimesAndTheTimeOfDayWhereItWasRecorded) {
     }
     EXPECT_EQ(format(clock, 1e300, std::nullopt), "2500000000000000:00:00");
     EXPECT_EQ(format(clock, 1e300, RecordingClock{Date(), "Europe/Berlin"}).size(), 8U);
+}
+
+TEST(TimeZone, IsNotStoredUnderAnotherNameThanItsOwn) {
+    const std::pair<const char*, const char*> cases[] = {{"Europe/Berlin", "Europe/Berlin"},
+                                                         {":America/New_York", "America/New_York"},
+                                                         {"EST5EDT", "EST5EDT"},
+                                                         {"", "Etc/UTC"},
+                                                         {"CET-1CEST,M3.5.0,M10.5.0/3", nullptr},
+                                                         {"CET-1CEST", nullptr},
+                                                         {"/etc/localtime", nullptr},
+                                                         {"Quatsch", nullptr}};
+    for (const auto& [set, identifier] : cases) {
+        ::setenv("TZ", set, 1);
+        EXPECT_EQ(TimeZone::currentIdentifier(), identifier == nullptr ? set : identifier);
+        EXPECT_EQ(TimeZone::isKnown(TimeZone::currentIdentifier()), identifier != nullptr) << set;
+    }
+    ::setenv("TZ", "Asia/Kathmandu", 1);
 }
 
 }  // namespace

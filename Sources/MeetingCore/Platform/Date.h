@@ -5,7 +5,7 @@
 
 namespace meetingcore {
 
-/// An instant, kept as seconds since 2001-01-01 00:00:00 UTC, the reference date of the platform's stored JSON.
+/// An instant, kept as seconds since 2001-01-01 00:00:00 UTC, the reference date of all stored JSON.
 /// Operations that depend on the time take a Date, so that tests pass their own.
 class Date {
 public:

@@ -211,10 +211,23 @@ void writeSynced(FileManager& files, std::span<const std::string_view> content, 
 
 constexpr std::string_view hiddenEnding = ".tmp";
 
+namespace {
+
+/// Tells people what the file was to become, by as much of its name as fits.
+std::string hiddenName(std::string_view name) {
+    constexpr std::size_t longestName = 255;
+    const auto ending = "." + UUID::random().string() + std::string(hiddenEnding);
+    auto size = std::min(name.size(), longestName - 1 - ending.size());
+    const auto isInsideCharacter = [&] { return size < name.size() && (name[size] & 0xC0) == 0x80; };
+    while (size > 0 && isInsideCharacter()) --size;
+    return "." + std::string(name.substr(0, size)) + ending;
+}
+
+}  // namespace
+
 void writeAtomically(FileManager& files, std::string_view bytes, const fs::path& path) {
     const auto folder = path.parent_path();
-    const auto hidden =
-        folder / ("." + path.filename().string() + "." + UUID::random().string() + std::string(hiddenEnding));
+    const auto hidden = folder / hiddenName(path.filename().string());
     const auto removeHidden = [&] {
         try {
             if (files.status(hidden)) files.remove(hidden);

@@ -77,7 +77,8 @@ public:
 /// step reports the error instead of taking the name for free.
 bool pathExists(const std::filesystem::path& path);
 
-/// No stored record is read beyond this size: 64 MiB.
+/// No file of a meeting is read as a record beyond this size: 64 MiB. The library and preferences may be
+/// larger.
 inline constexpr std::size_t maximumRecordBytes = 67'108'864;
 
 /// The whole content of a record's file. Throws MeetingError (invalidData) beyond `maximumRecordBytes`.

@@ -22,7 +22,7 @@ namespace meetingcore::json {
 /// written with sorted keys. Maps are always written in byte order of their keys.
 enum class Keys { declared, sorted };
 
-/// Appends compact UTF-8 JSON to a text, byte for byte as the platform's own encoder does: slashes escaped, the
+/// Appends compact UTF-8 JSON to a text, byte for byte as the recorder's own encoder does: slashes escaped, the
 /// shortest number forms, upper-case UUIDs, dates as seconds since 2001, absent optionals left out.
 class Writer {
 public:
@@ -139,9 +139,9 @@ std::string encode(const T& value, Keys keys = Keys::declared) {
 template <class T>
 inline constexpr auto unreadable = MeetingError::Cause::none;
 
-/// Reads one value, as strict as the platform's decoder: unknown keys are ignored, a missing or null optional
-/// is absent, a missing required field is an error. `what` opens the German message of the MeetingError
-/// (invalidData, with `unreadable` as its cause) that any error throws; it names the text, such as
+/// Reads one value, as strict as the recorder's own decoder: unknown keys are ignored, a missing or null
+/// optional is absent, a missing required field is an error. `what` opens the German message of the
+/// MeetingError (invalidData, with `unreadable` as its cause) that any error throws; it names the text, such as
 /// „diarization.json“.
 ///
 /// Defined in JSONReader.h and instantiated beside each record that is a file or a job's text of its own, so

@@ -8,7 +8,7 @@ namespace reading {
 
 namespace {
 
-/// The platform's decoder refuses deeper nesting; ours would spend stack on it.
+/// The recorder's decoder refuses deeper nesting; ours would spend stack on it.
 constexpr int maximumDepth = 512;
 
 bool isNumberEnd(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }

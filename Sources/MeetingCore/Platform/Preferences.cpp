@@ -92,7 +92,7 @@ void UserDefaults::remove(std::string_view key) {
 UserDefaults::Values UserDefaults::read() const {
     if (!pathExists(file_)) return {};
     const auto bytes = files_.read(file_, 0, std::numeric_limits<std::size_t>::max());
-    return json::decode<Values>(bytes, quotedName(file_));
+    return json::decode<Values>(bytes, "Die Einstellungsdatei " + file_.string());
 }
 
 void UserDefaults::write(const Values& values) {

@@ -53,6 +53,11 @@ std::u16string currentZone() {
 void TimeZone::Close::operator()(void* calendar) const { ucal_close(static_cast<UCalendar*>(calendar)); }
 
 std::string TimeZone::currentIdentifier() {
+    // ICU takes the computer's own zone for a rule like "CET-1CEST", which then would be stored in its place.
+    if (const char* const set = std::getenv("TZ"); set != nullptr && *set != '\0') {
+        const std::string name = *set == ':' ? set + 1 : set;
+        if (!isKnown(name)) return name;
+    }
     const auto zone = currentZone();
     return {zone.begin(), zone.end()};  // names of zones are ASCII
 }

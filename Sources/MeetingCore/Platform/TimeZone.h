@@ -32,7 +32,8 @@ public:
     /// Whether the IANA database has a zone of this name.
     static bool isKnown(const std::string& identifier);
 
-    /// The name of the system's current zone, such as `Europe/Berlin`.
+    /// The name of the system's current zone, such as `Europe/Berlin`; what TZ says where that is no name of a
+    /// zone, such as a rule.
     static std::string currentIdentifier();
 
     /// Fractions of a second are cut off. An instant that is not finite is taken for the reference date.
