@@ -40,7 +40,7 @@ PRAGMA user_version=2;)";
 constexpr const char* keepInMemory = "PRAGMA temp_store=MEMORY;";
 
 constexpr std::size_t maximumErrorCharacters = 2000;
-/// The last error of jobs that retireAudio has failed, by which they are known again.
+/// The last error that retireAudio writes, by which its jobs are known again.
 constexpr std::string_view audioRemovedError = "Audio bewusst entfernt";
 constexpr double longestLeaseSeconds = 86'400;
 
@@ -320,9 +320,10 @@ void SQLiteJobStore::retireAudio(const UUID& session) {
     const auto id = session.string();
     db.transaction([&] {
         db.update(
-            "UPDATE jobs SET status='failed',lease_token=NULL,lease_until=NULL,last_error=? "
+            "UPDATE jobs SET status='failed',lease_token=NULL,lease_until=NULL,last_error='Audio bewusst "
+            "entfernt' "
             "WHERE session_id=? AND status!='completed'",
-            {audioRemovedError, id});
+            {id});
         db.update("DELETE FROM chunks WHERE json_extract(payload,'$.sessionID')=?", {id});
     });
 }
