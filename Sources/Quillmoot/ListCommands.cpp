@@ -6,7 +6,6 @@
 #include "GermanWords.h"
 #include "MeetingCore/Library/MeetingSearch.h"
 #include "MeetingCore/Library/RecordingImport.h"
-#include "MeetingCore/Library/WorkScheduler.h"
 #include "MeetingCore/Platform/Text.h"
 #include "MeetingCore/Presentation/MeetingExport.h"
 #include "MeetingCore/Recording/AudioArchive.h"
@@ -68,17 +67,6 @@ struct HitRow {
     std::vector<RangeRow> ranges;
 };
 
-struct JobRow {
-    std::string id;
-    std::string kind;
-    JobStatus status = JobStatus::pending;
-    std::int64_t attempts = 0;
-    std::optional<AudioSource> source;
-    std::optional<double> startSeconds;
-    std::optional<double> endSeconds;
-    std::optional<std::string> lastError;
-};
-
 }  // namespace
 }  // namespace quillmoot
 
@@ -122,15 +110,6 @@ inline constexpr auto json::fields<quillmoot::HitRow> = json::record(
     json::field("startSeconds", &quillmoot::HitRow::startSeconds),
     json::field("segment", &quillmoot::HitRow::segment), json::field("text", &quillmoot::HitRow::text),
     json::field("ranges", &quillmoot::HitRow::ranges));
-
-template <>
-inline constexpr auto json::fields<quillmoot::JobRow> = json::record(
-    json::field("id", &quillmoot::JobRow::id), json::field("kind", &quillmoot::JobRow::kind),
-    json::field("status", &quillmoot::JobRow::status), json::field("attempts", &quillmoot::JobRow::attempts),
-    json::field("source", &quillmoot::JobRow::source),
-    json::field("startSeconds", &quillmoot::JobRow::startSeconds),
-    json::field("endSeconds", &quillmoot::JobRow::endSeconds),
-    json::field("lastError", &quillmoot::JobRow::lastError));
 
 namespace quillmoot {
 namespace {
@@ -359,86 +338,6 @@ int search(Shell& shell, const SearchValues& values) {
     return problems.empty() ? done : failed;
 }
 
-JobRow rowOf(const JobState& job) {
-    JobRow row{.id = job.id,
-               .kind = job.kind,
-               .status = job.status,
-               .attempts = job.attempts,
-               .source = {},
-               .startSeconds = {},
-               .endSeconds = {},
-               .lastError = job.lastError};
-    if (const auto window = WorkScheduler::windowOf(job)) {
-        row.source = window->source;
-        row.startSeconds = window->startSeconds();
-        row.endSeconds = window->endSeconds();
-    }
-    return row;
-}
-
-/// Opens jobs again; `confirmed` allows to do so with those that are done.
-void openJobs(const UUID& meeting, const std::string& action, bool confirmed, DataFolder& folder) {
-    if (AudioArchive::removed(meeting, folder.root()))
-        throw MeetingError::invalidData("Das Audio dieses Meetings wurde bewusst entfernt.");
-    auto& jobs = folder.queue();
-    if (action == "retry") return jobs.retrySession(meeting);
-    const auto finished = jobs.jobStats(meeting)["completed"];
-    if (finished > 0 && !confirmed) {
-        std::size_t corrections = 0;
-        try {
-            corrections = folder.transcript(meeting).edits.correctedText.size();
-        } catch (const MeetingError&) {  // to be transcribed anew is what helps against some
-        }
-        throw MeetingError::invalidData(
-            "Das legt " +
-            countOf(static_cast<std::size_t>(finished), "fertigen Abschnitt", "fertige Abschnitte") +
-            " beiseite, damit alles neu transkribiert wird; bis dahin gilt der bisherige Text, und es gibt "
-            "keine neue Zusammenfassung. " +
-            (corrections == 0 ? ""
-                              : countOf(corrections, "Korrektur passt", "Korrekturen passen") +
-                                    " danach vielleicht zu keinem Segment mehr. ") +
-            "Mit --yes geschieht es.");
-    }
-    jobs.recoverExpired(Date::now());  // which would pass for work under way
-    try {
-        jobs.restartSession(meeting);
-    } catch (const MeetingError& error) {
-        rethrowWithLease(error, folder.jobs(), meeting);
-    }
-}
-
-struct JobsValues {
-    std::string meeting;
-    std::string action;
-    bool yes = false;
-    bool json = false;
-};
-
-int jobs(Shell& shell, const JobsValues& values) {
-    auto folder = shell.folder();
-    const auto& meeting = folder.meeting(values.meeting);
-    if (!values.action.empty()) openJobs(meeting.id, values.action, values.yes, folder);
-    std::vector<JobRow> rows;
-    for (const auto& job : folder.jobs().jobs(meeting.id)) rows.push_back(rowOf(job));
-    if (values.json) {
-        shell.writeJSON(rows);
-        return done;
-    }
-    if (rows.empty()) {
-        shell.err().line("Keine Aufträge.");
-        return done;
-    }
-    Table table({"Tonspur", "Zeit", "Stand", "Versuche", "Meldung"}, Table::Last::cut);
-    for (const auto& row : rows) {
-        table.add({std::string(row.source ? trackName(*row.source) : std::string_view(row.kind)),
-                   row.startSeconds ? lengthOf(*row.startSeconds) + "–" + lengthOf(*row.endSeconds) : "",
-                   std::string(quillmoot::wordFor(row.status)), std::to_string(row.attempts),
-                   row.lastError.value_or("")});
-    }
-    table.write(shell.out());
-    return done;
-}
-
 }  // namespace
 
 void addListCommands(CLI::App& app, Shell& shell) {
@@ -455,14 +354,6 @@ void addListCommands(CLI::App& app, Shell& shell) {
         addCommand(app, shell, "search", "Durchsucht Transkripte, Titel und Notizen aller Meetings", search);
     notBlank(searched.add_option("WORT", query.words, "Ein Treffer enthält alle Wörter"))->required();
     addJSON(searched, query.json);
-
-    const auto [queued, queue] =
-        addMeetingCommand(app, shell, "jobs", "Die Transkriptionsaufträge eines Meetings", jobs);
-    oneOf(queued.add_option("AKTION", queue.action,
-                            "retry: Fehlgeschlagenes noch einmal; restart: alles von vorn"),
-          {"retry", "restart"});
-    queued.add_flag("--yes", queue.yes, "restart auch, wenn schon etwas transkribiert ist");
-    addJSON(queued, queue.json);
 }
 
 }  // namespace quillmoot

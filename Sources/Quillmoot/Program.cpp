@@ -241,6 +241,10 @@ CLI::App& addCommand(CLI::App& parent, Shell& shell, const std::string& name, co
     return command;
 }
 
+AudioSource trackOf(const std::string& name) {
+    return name == "microphone" ? AudioSource::microphone : AudioSource::meeting;
+}
+
 void addJSON(CLI::App& command, bool& json) { command.add_flag("--json", json, "Als JSON für Programme"); }
 
 void addModels(CLI::App& command, std::string& folder) {
@@ -261,7 +265,10 @@ void describe(CLI::App& app, Shell& shell) {
     app.fallthrough();
     app.require_subcommand(0, 1);
     addAudioCommands(app, shell);
+    addRecognitionCommands(app, shell);
     addTranscriptCommands(app, shell);
+    addSpeakerCommands(app, shell);
+    addExportCommands(app, shell);
     addSummaryCommands(app, shell);
     addListCommands(app, shell);
     addMeetingCommands(app, shell);

@@ -54,6 +54,9 @@ struct MeetingValues {
     bool json = false;
 };
 
+/// The track that "microphone" or "meeting" names.
+AudioSource trackOf(const std::string& name);
+
 /// Options that several commands have.
 void addJSON(CLI::App& command, bool& json);
 void addModels(CLI::App& command, std::string& folder);
@@ -64,10 +67,13 @@ void explain(Terminal& out, const MeetingError& error, const std::string& lead =
 /// The commands by topic.
 void addFolderCommands(CLI::App& app, Shell& shell);   ///< data-folder, doctor, models
 void addToolCommands(CLI::App& app, Shell& shell);     ///< completion, and what only programs call
-void addListCommands(CLI::App& app, Shell& shell);     ///< list, show, search, jobs
+void addListCommands(CLI::App& app, Shell& shell);     ///< list, show, search
 void addAudioCommands(CLI::App& app, Shell& shell);    ///< import, audio, remove-audio, retention
 void addMeetingCommands(CLI::App& app, Shell& shell);  ///< rename, pin, note, project, fields, instructions, …
-void addTranscriptCommands(CLI::App& app, Shell& shell);  ///< transcript, speakers, correct, speaker, export, …
-void addSummaryCommands(CLI::App& app, Shell& shell);     ///< summarize, title, summary
+void addTranscriptCommands(CLI::App& app, Shell& shell);   ///< transcript, correct
+void addSpeakerCommands(CLI::App& app, Shell& shell);      ///< speakers, speaker
+void addRecognitionCommands(CLI::App& app, Shell& shell);  ///< transcribe, jobs
+void addExportCommands(CLI::App& app, Shell& shell);       ///< export
+void addSummaryCommands(CLI::App& app, Shell& shell);      ///< summarize, title, summary
 
 }  // namespace meetingcore::quillmoot
