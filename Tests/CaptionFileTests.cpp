@@ -84,6 +84,9 @@ TEST(CaptionFile, DoesWithoutWordsThatAreCutInsideACharacter) {
     EXPECT_THAT(failureOf([&] { CaptionFile::parse(withTokens("Sch\xF6n.", " Sch\xF6", "n."), "x"); }),
                 HasSubstr("Text ist kein gültiges UTF-8."))
         << "Latin-1";
+    const std::string named =
+        "{\"segments\":[{\"start\":1,\"end\":2,\"text\":\"Ja\",\"speaker\":\"J\xF6rg\"}]}";
+    EXPECT_THAT(failureOf([&] { CaptionFile::parse(named, "x"); }), HasSubstr("Text ist kein gültiges UTF-8."));
 }
 
 TEST(CaptionFile, NamesEveryWrongPlace) {

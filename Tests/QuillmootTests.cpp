@@ -446,6 +446,9 @@ TEST_F(Quillmoot, CoversUpNothingThatIsLost) {
         EXPECT_THAT(err(std::string("quillmoot ") + command), HasSubstr("fehlt „quillmoot.sqlite“")) << command;
         EXPECT_FALSE(fs::exists(root() / "quillmoot.sqlite")) << command;
     }
+    writeFile(root() / "quillmoot.sqlite", "");  // what tools that synchronise may leave of it
+    EXPECT_THAT(err("quillmoot list"), HasSubstr("fehlt „quillmoot.sqlite“"));
+    EXPECT_THAT(sh("quillmoot audio Kundenportal").err, HasSubstr("1 Audioabschnitt fehlt"));
     out("sed -i s/completed/interrupted/ ../data/*/library.json");
     err("quillmoot doctor --repair");
     EXPECT_THAT(out("ls ../data/*"), AllOf(HasSubstr("quillmoot.sqlite-wal."), HasSubstr(".bak")));

@@ -49,6 +49,7 @@ TEST(TimeZone, IsNotStoredUnderAnotherNameThanItsOwn) {
     const std::pair<const char*, const char*> cases[] = {{"Europe/Berlin", "Europe/Berlin"},
                                                          {":America/New_York", "America/New_York"},
                                                          {"EST5EDT", "EST5EDT"},
+                                                         {"posix/Europe/Berlin", "Europe/Berlin"},
                                                          {"", "Etc/UTC"},
                                                          {"CET-1CEST,M3.5.0,M10.5.0/3", nullptr},
                                                          {"CET-1CEST", nullptr},

@@ -217,6 +217,15 @@ bool tellMissing(std::int64_t missing, const RecoveryReport& report, Shell& shel
     return missing > 0;
 }
 
+/// How many chunks of the meeting the queue knows; none where it cannot be read, as audio is saved without it.
+std::int64_t registeredChunks(const UUID& meeting, OpenLibrary& open) {
+    try {
+        return SQLiteJobStore::forReading(open.root() / layout::queue)->registeredChunksBySession()[meeting];
+    } catch (const MeetingError&) {
+        return 0;
+    }
+}
+
 int archive(Shell& shell, const MeetingValues& values) {
     auto open = shell.openLibrary();
     const auto& entry = open.meeting(values.meeting);
@@ -235,7 +244,7 @@ int archive(Shell& shell, const MeetingValues& values) {
     } else {
         for (const auto& row : rows) shell.out().line(row.path);
     }
-    const auto missing = entry.missingChunks(open.jobs().registeredChunksBySession()[meeting], chunks.size());
+    const auto missing = entry.missingChunks(registeredChunks(meeting, open), chunks.size());
     return tellMissing(missing, report, shell) ? failed : done;
 }
 

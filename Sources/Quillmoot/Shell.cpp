@@ -72,13 +72,13 @@ std::unique_ptr<SQLiteJobStore> openJobs(const fs::path& root) {
 /// Makes what a chosen folder is known by.
 void complete(const fs::path& root) {
     createDirectories(FileManager::system(), root / layout::meetings);
-    if (!pathExists(root / layout::queue)) openJobs(root);
+    if (!SQLiteJobStore::exists(root / layout::queue)) openJobs(root);
 }
 
 /// A database that is missing beside meetings is lost, which is not to be covered up.
 void refuseLostDatabase(const fs::path& root) {
     const auto library = root / layout::library;
-    if (pathExists(root / layout::queue) || !pathExists(library)) return;
+    if (SQLiteJobStore::exists(root / layout::queue) || !pathExists(library)) return;
     if (MeetingLibrary::read(library).meetings.empty()) return;
     throw MeetingError::storage(
         "In " + root.string() +
@@ -139,7 +139,8 @@ void OpenLibrary::endInterruptedRemovals(Terminal& notices) {
     const bool removed = std::ranges::any_of(
         meetings, [&](const auto& meeting) { return AudioArchive::removed(meeting.id, root_); });
     if (!removed && AudioRemoval::interrupted(root_).empty()) return;
-    if (!pathExists(root_ / layout::queue)) return;  // lost, and not to be covered up by an empty one
+    if (!SQLiteJobStore::exists(root_ / layout::queue))
+        return;  // lost, and not to be covered up by an empty one
     const auto tell = [&](const UUID& id, const char* what) {
         const auto known = std::ranges::find(meetings, id, &MeetingEntry::id);
         notices.line(what + (known == meetings.end() ? id.string() : known->title), Ink::yellow);

@@ -109,7 +109,7 @@ double untranscribedSeconds(DataFolder& folder, const UUID& meeting) {
 
 /// A summary knows of what was transcribed alone.
 void warnOfUntranscribed(Shell& shell, DataFolder& folder, const UUID& meeting) {
-    if (AudioArchive::removed(meeting, folder.root()) || !pathExists(folder.root() / layout::queue)) return;
+    if (AudioArchive::removed(meeting, folder.root())) return;
     double seconds = 0;
     try {
         seconds = untranscribedSeconds(folder, meeting);

@@ -116,7 +116,7 @@ private:
     void checkDatabase() {
         constexpr auto topic = "Datenbank";
         const auto file = root_ / layout::queue;
-        if (!pathExists(file)) {
+        if (!SQLiteJobStore::exists(file)) {
             const auto lost = library_.meetings.size();
             if (lost == 0) {
                 add(Severity::note, topic, "Es gibt noch keine Aufträge.");
@@ -182,6 +182,12 @@ private:
             for (const auto& id : AudioRemoval::interrupted(root_)) {
                 add(Severity::warning, "Entferntes Audio", "Unterbrochenes Entfernen: " + titleOf(id) + ".",
                     "bringt es zu Ende");
+            }
+            for (const auto& meeting : library_.meetings) {
+                if (meeting.chunkCount == 0 || !AudioArchive::removed(meeting.id, root_)) continue;
+                add(Severity::warning, "Entferntes Audio",
+                    "„" + meeting.title + "“ hat kein Audio mehr, wovon die Bibliothek nichts weiß.",
+                    "trägt es ein");
             }
             return;
         }

@@ -36,6 +36,13 @@ bool isZone(const std::u16string& identifier) {
     return U_SUCCESS(status) != 0;
 }
 
+/// What stands before a zone's name in TZ says where to look for it.
+std::string withoutPrefixes(std::string_view name) {
+    for (const std::string_view prefix : {":", "posix/", "right/"})
+        if (name.starts_with(prefix)) name.remove_prefix(prefix.size());
+    return std::string(name);
+}
+
 /// Asked anew each time, unlike ICU's default zone, which stays as it was when the process first used it.
 std::u16string currentZone() {
     // POSIX: the zone of an empty name is UTC.
@@ -55,8 +62,7 @@ void TimeZone::Close::operator()(void* calendar) const { ucal_close(static_cast<
 std::string TimeZone::currentIdentifier() {
     // ICU takes the computer's own zone for a rule like "CET-1CEST", which then would be stored in its place.
     if (const char* const set = std::getenv("TZ"); set != nullptr && *set != '\0') {
-        const std::string name = *set == ':' ? set + 1 : set;
-        if (!isKnown(name)) return name;
+        if (!isKnown(withoutPrefixes(set))) return set;
     }
     const auto zone = currentZone();
     return {zone.begin(), zone.end()};  // names of zones are ASCII

@@ -40,7 +40,8 @@ PRAGMA user_version=2;)";
 constexpr const char* keepInMemory = "PRAGMA temp_store=MEMORY;";
 
 constexpr std::size_t maximumErrorCharacters = 2000;
-/// The last error that retireAudio writes, by which its jobs are known again.
+/// The last error that retireAudio writes, by which its jobs are known again. It stands in that statement too,
+/// which other programs have word for word.
 constexpr std::string_view audioRemovedError = "Audio bewusst entfernt";
 constexpr double longestLeaseSeconds = 86'400;
 
@@ -125,8 +126,15 @@ SQLiteJobStore::SQLiteJobStore(const std::filesystem::path& file, FileManager& f
 SQLiteJobStore::SQLiteJobStore(std::unique_ptr<SQLiteConnection> db)
     : db_(std::move(db)), parser_(std::make_unique<json::reading::Parser>()) {}
 
+bool SQLiteJobStore::exists(const std::filesystem::path& file) {
+    if (!pathExists(file)) return false;
+    std::error_code undecided;
+    const auto size = std::filesystem::file_size(file, undecided);
+    return undecided || size > 0;
+}
+
 std::unique_ptr<SQLiteJobStore> SQLiteJobStore::forReading(const std::filesystem::path& file) {
-    if (!pathExists(file)) {
+    if (!exists(file)) {
         auto db = std::make_unique<SQLiteConnection>(":memory:");
         db->execute(schema);
         return std::unique_ptr<SQLiteJobStore>(new SQLiteJobStore(std::move(db)));

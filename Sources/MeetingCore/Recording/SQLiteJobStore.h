@@ -79,6 +79,10 @@ public:
     /// return.
     explicit SQLiteJobStore(const std::filesystem::path& file, FileManager& files = FileManager::system());
 
+    /// Whether there is a database: a file with content, as an empty one is what is left of one. Where that
+    /// cannot be told it is taken for there, so that opening it reports the error.
+    static bool exists(const std::filesystem::path& file);
+
     /// For reading alone, which creates nothing and leaves the file as it is: a missing database is an empty
     /// one in memory, and one that may not be written is read as it stands. Only one without its tables gets
     /// them.

@@ -38,7 +38,7 @@ fs::path folderWithin(const fs::path& root, const UUID& session) {
 
 /// A database that is missing is lost, and an empty one in its place would cover that up.
 fs::path existing(const fs::path& database) {
-    if (!pathExists(database)) {
+    if (!SQLiteJobStore::exists(database)) {
         throw MeetingError::invalidData("Noch kein Transkript zum Zusammenfassen.",
                                         MeetingError::Cause::transcriptIncomplete);
     }

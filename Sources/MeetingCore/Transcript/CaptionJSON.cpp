@@ -136,7 +136,8 @@ public:
         ++place_;
         if (!start || !end) return problems_.add(place_, "Zeitangabe fehlt.");
         if (!text) return problems_.add(place_, "Text fehlt.");
-        if (isBroken(*text)) return problems_.add(place_, ImportedFile::notUTF8);
+        if (isBroken(*text) || isBroken(speaker.value_or("")))
+            return problems_.add(place_, ImportedFile::notUTF8);
         if (std::ranges::any_of(words, [&](const CaptionWord& word) { return isBroken(word.text); }))
             words.clear();  // the text itself is whole
         auto line = CaptionText::singleLine(*text);
