@@ -439,10 +439,10 @@ TEST_F(Quillmoot, CoversUpNothingThatIsLost) {
 
     // A lost database is not covered up by an empty one, which would also take the rest of it.
     out("mv ../data/*/quillmoot.sqlite weg && touch ../data/Quillstead/quillmoot.sqlite-wal");
-    for (const auto* const command : {"summarize Kundenportal", "transcribe Kundenportal --engine true",
-                                      "jobs Kundenportal retry", "correct Kundenportal 1 x", "list",
-                                      "show Kundenportal", "transcript Kundenportal", "search Euro",
-                                      "export Kundenportal --format text"}) {
+    for (const auto* const command :
+         {"summarize Kundenportal", "transcribe Kundenportal --engine true", "jobs Kundenportal retry",
+          "correct Kundenportal 1 x", "list", "show Kundenportal", "transcript Kundenportal", "search Euro",
+          "export Kundenportal --format text"}) {
         EXPECT_THAT(err(std::string("quillmoot ") + command), HasSubstr("fehlt „quillmoot.sqlite“")) << command;
         EXPECT_FALSE(fs::exists(root() / "quillmoot.sqlite")) << command;
     }
